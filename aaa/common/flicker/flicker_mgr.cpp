@@ -1,0 +1,1 @@
+#include "flicker_mgr.h"

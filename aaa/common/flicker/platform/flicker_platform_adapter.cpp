@@ -1,0 +1,1 @@
+#include "flicker_platform_adapter.h"

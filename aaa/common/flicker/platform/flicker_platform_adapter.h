@@ -1,0 +1,102 @@
+// FlickerPlatformAdapter: the per-sensor bridge between the flicker manager
+// and the detection algorithm (flk_SendCmd). It owns the sensor's two
+// statistics buffers, the statistics window, the conversion of each frame's
+// statistics block into the algorithm's column vectors, the algorithm commands
+// and the detection step with its optional debug dump.
+//
+// One adapter per sensor index, created on first use and kept until process
+// exit. The adapter has no lock: the manager serialises configuration and the
+// per-frame intake (setBuf, setDetectInfo) on the 3A thread under its own
+// lock, and runs detectFlicker on its worker thread after the intake posted a
+// wake-up. Values handed from the intake to the worker are relaxed atomics.
+// The buffer contents are not locked: a pair may be overwritten by the next
+// frame while the worker analyses it, which the design accepts.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "flicker_algo_cmd.h"
+
+// Statistics-hardware configuration handed to the manager (seventeen words).
+struct flk_stat_config {
+  int32_t words[17];
+};
+static_assert(sizeof(flk_stat_config) == 68, "seventeen int32 words");
+
+class FlickerPlatformAdapter {
+ public:
+  static constexpr int kMaxSensors = 20;
+  static constexpr int kBufEntries = 36000;  // int64 entries per statistics buffer
+  static constexpr int kBufBytes = kBufEntries * 8;
+  static constexpr int kSensorId1398 = 1398;
+  static constexpr int kSensorId8581 = 8581;
+
+  // The adapter of sensor index 0..19, created once; null for any other index.
+  static FlickerPlatformAdapter* getInstance(int sensorIdx);
+
+  explicit FlickerPlatformAdapter(int sensorIdx);
+  ~FlickerPlatformAdapter();
+  FlickerPlatformAdapter(const FlickerPlatformAdapter&) = delete;
+  FlickerPlatformAdapter& operator=(const FlickerPlatformAdapter&) = delete;
+
+  // Instances and buffers.
+  int init(int sensorDev, int sensorId);
+  int uninit();
+  int createBuf();
+  int releaseBuf();
+  int setFlickerAutoTest(int enable);
+
+  // Algorithm commands.
+  int init_algo(unsigned int lineLength, unsigned int height, unsigned int width, long pixelClk,
+                int sensorPath);
+  int uninit_algo();
+  int setExtPara(FlickerExtPara para, float ratio);
+  int setFlickerState(int hz);
+  int resetQueue(int hz);
+  int setLogLevel(int level);
+  int setTwinInfo(int type, int winX, int winY);
+  int getFrameRateType(_EFLKDecreaseFrameRateType* out);
+  int getFlickerScore(int* score50, int* score60);
+
+  // Statistics window and conversion.
+  int setWindowInfo(int* imgW, int* imgH, int* winW, int* winH, int width, int height);
+  int getFLKStatConfig(flk_stat_config* out);
+  int getSensorMode(int sensorMode, int unused, int* out);
+  int setBuf(int sensorPath, const void* stats, int bufIndex, int* outX, int* outW, int* outH);
+
+  // Detection step.
+  void setDetectInfo(int path, int freq, int exposure, long aux);
+  int detectFlicker();
+
+ private:
+  template <typename T>
+  using Relaxed = std::atomic<T>;  // read on the worker, written on the 3A thread
+
+  void dumpFLKO(const FlkDetectPara& para, const int32_t* aux);
+
+  int32_t sensor_dev_ = 0;
+  Relaxed<int32_t> sensor_id_{0};
+  Relaxed<int32_t> sensor_mode_{0};
+  int32_t sensor_idx_ = 0;
+  int64_t* column_vector_data_1_ = nullptr;
+  int64_t* column_vector_data_2_ = nullptr;
+  Relaxed<int32_t> tg_img_width_{0};
+  Relaxed<int32_t> tg_img_height_{0};
+  Relaxed<int32_t> win_w_{0};
+  Relaxed<int32_t> win_h_{0};
+  Relaxed<int32_t> stat_count_{0};
+  Relaxed<int32_t> pixel_clk_{0};
+  Relaxed<uint32_t> line_length_{0};
+  int32_t buf_index_ = 0;
+  int32_t twin_type_ = 1;  // the only non-zero default
+  int32_t twin_win_x_ = 0;
+  int32_t twin_win_y_ = 0;
+  Relaxed<int32_t> flicker_score_50_{0};
+  Relaxed<int32_t> flicker_score_60_{0};
+  Relaxed<int32_t> exposure_{0};
+  Relaxed<int32_t> detect_path_{0};
+  Relaxed<int32_t> freq_{0};
+  Relaxed<int64_t> detect_aux_{0};
+  Relaxed<int32_t> auto_test_{0};
+};
