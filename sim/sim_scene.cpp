@@ -1,0 +1,214 @@
+#include "sim_scene.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "sim_random.h"
+
+namespace flicker_sim {
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+// The map covers a tile of two frames by two frames at this resolution; about
+// 12 image lines per map row for a 3000-line frame is finer than any texture
+// the statistics windows resolve.
+constexpr int kCols = 128;
+constexpr int kRows = 512;
+constexpr double kTileFrames = 2.0;
+// Octaves of the natural texture, coarsest first.
+constexpr int kOctaves = 6;
+// Reflectance limits of real surfaces (fresh snow to black velvet).
+constexpr double kMinReflectance = 0.01;
+constexpr double kMaxReflectance = 0.95;
+
+double wrap(double x, double period) {
+  return x - period * std::floor(x / period);
+}
+
+double smooth(double t) {
+  return t * t * (3.0 - 2.0 * t);
+}
+
+// Position of an object moving across the frame that re-enters on the far side.
+double objectPosition(double start, double velocity, double size, double t) {
+  return wrap(start + velocity * t + size, 1.0 + size) - size;
+}
+
+double overlap(double a0, double a1, double b0, double b1) {
+  return std::max(0.0, std::min(a1, b1) - std::max(a0, b0));
+}
+
+}  // namespace
+
+SimScene::SimScene(const SimSceneSpec& spec, uint64_t seed)
+    : spec_(spec), map_(static_cast<size_t>(kRows) * kCols, spec.meanReflectance) {
+  if (spec_.texture == SimTexture::kNatural) {
+    buildNatural(seed);
+  } else {
+    buildFlat();
+  }
+  buildPrefixSums();
+}
+
+void SimScene::buildNatural(uint64_t seed) {
+  SimRandom rng(seed);
+  std::vector<double> noise(map_.size(), 0.0);
+  double amplitude = 1.0;
+  for (int octave = 0; octave < kOctaves; ++octave) {
+    // A periodic lattice of random values, smoothly interpolated: each octave
+    // doubles the detail and halves the amplitude (a 1/f spectrum).
+    const int cells = 2 << octave;
+    std::vector<double> lattice(static_cast<size_t>(cells) * cells);
+    for (double& value : lattice) {
+      value = rng.uniform(-1.0, 1.0);
+    }
+    for (int r = 0; r < kRows; ++r) {
+      const double y = static_cast<double>(r) * cells / kRows;
+      const int y0 = static_cast<int>(y);
+      const double fy = smooth(y - y0);
+      for (int c = 0; c < kCols; ++c) {
+        const double x = static_cast<double>(c) * cells / kCols;
+        const int x0 = static_cast<int>(x);
+        const double fx = smooth(x - x0);
+        auto at = [&](int yy, int xx) {
+          return lattice[static_cast<size_t>(yy % cells) * cells + (xx % cells)];
+        };
+        const double top = at(y0, x0) + fx * (at(y0, x0 + 1) - at(y0, x0));
+        const double bottom = at(y0 + 1, x0) + fx * (at(y0 + 1, x0 + 1) - at(y0 + 1, x0));
+        noise[static_cast<size_t>(r) * kCols + c] += amplitude * (top + fy * (bottom - top));
+      }
+    }
+    amplitude *= 0.5;
+  }
+  double sum = 0.0;
+  double sumSq = 0.0;
+  for (double n : noise) {
+    sum += n;
+    sumSq += n * n;
+  }
+  const double count = static_cast<double>(noise.size());
+  const double mean = sum / count;
+  const double sigma = std::sqrt(std::max(1e-12, sumSq / count - mean * mean));
+  const double contrast = spec_.textureContrast;
+  for (size_t i = 0; i < map_.size(); ++i) {
+    // Log-normal reflectance with the requested mean.
+    const double z = (noise[i] - mean) / sigma;
+    const double r = spec_.meanReflectance * std::exp(contrast * z - 0.5 * contrast * contrast);
+    map_[i] = std::min(kMaxReflectance, std::max(kMinReflectance, r));
+  }
+}
+
+void SimScene::buildFlat() {
+  for (int r = 0; r < kRows; ++r) {
+    // A lamp above the wall lights the top more than the bottom; the cosine
+    // keeps the tiled map continuous.
+    const double v = (r + 0.5) * kTileFrames / kRows;
+    const double factor = 1.0 + 0.5 * spec_.wallGradient * std::cos(kPi * v);
+    for (int c = 0; c < kCols; ++c) {
+      map_[static_cast<size_t>(r) * kCols + c] = spec_.meanReflectance * factor;
+    }
+  }
+}
+
+void SimScene::buildPrefixSums() {
+  prefix_.assign(static_cast<size_t>(kRows) * (kCols + 1), 0.0);
+  prefix2_.assign(prefix_.size(), 0.0);
+  for (int r = 0; r < kRows; ++r) {
+    double* p = &prefix_[static_cast<size_t>(r) * (kCols + 1)];
+    double* p2 = &prefix2_[static_cast<size_t>(r) * (kCols + 1)];
+    const double* row = &map_[static_cast<size_t>(r) * kCols];
+    for (int c = 0; c < kCols; ++c) {
+      p[c + 1] = p[c] + row[c];
+      p2[c + 1] = p2[c] + row[c] * row[c];
+    }
+  }
+}
+
+void SimScene::rowIntegral(int r, double c0, double c1, double* sum, double* sumSq) const {
+  const double* p = &prefix_[static_cast<size_t>(r) * (kCols + 1)];
+  const double* p2 = &prefix2_[static_cast<size_t>(r) * (kCols + 1)];
+  const double* row = &map_[static_cast<size_t>(r) * kCols];
+  // Integral from column 0 to c of the piecewise constant, tiled row.
+  auto integral = [&](double c, const double* prefix, bool squared) {
+    const double turns = std::floor(c / kCols);
+    const double rest = c - turns * kCols;
+    const int i = std::min(kCols - 1, static_cast<int>(rest));
+    const double value = squared ? row[i] * row[i] : row[i];
+    return turns * prefix[kCols] + prefix[i] + (rest - i) * value;
+  };
+  *sum = integral(c1, p, false) - integral(c0, p, false);
+  *sumSq = integral(c1, p2, true) - integral(c0, p2, true);
+}
+
+double SimScene::brightness(double timeS) const {
+  const std::vector<SimBrightnessPoint>& points = spec_.brightness;
+  if (points.empty()) {
+    return 1.0;
+  }
+  if (timeS <= points.front().timeS) {
+    return points.front().factor;
+  }
+  for (size_t i = 1; i < points.size(); ++i) {
+    if (timeS < points[i].timeS) {
+      const double span = points[i].timeS - points[i - 1].timeS;
+      const double f = span > 0.0 ? (timeS - points[i - 1].timeS) / span : 1.0;
+      return points[i - 1].factor + f * (points[i].factor - points[i - 1].factor);
+    }
+  }
+  return points.back().factor;
+}
+
+void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidth, int count,
+                             double* mean, double* variance) const {
+  const double shake = spec_.shakeAmplitude;
+  const double shakePhase = 2.0 * kPi * spec_.shakeHz * timeS;
+  const double ox = spec_.panX * timeS + shake * std::sin(shakePhase);
+  const double oy = spec_.panY * timeS + shake * std::cos(1.3 * shakePhase);
+  const double sv = wrap(v + oy, kTileFrames);
+  const double ry = wrap(sv * kRows / kTileFrames - 0.5, kRows);
+  const int r0 = static_cast<int>(ry) % kRows;
+  const int r1 = (r0 + 1) % kRows;
+  const double w = ry - std::floor(ry);
+  const double columns = uWidth * kCols / kTileFrames;
+  double grating = 1.0;
+  if (spec_.texture == SimTexture::kGrating) {
+    grating = 1.0 + spec_.gratingContrast * std::cos(2.0 * kPi * spec_.gratingCyclesPerFrame * sv);
+  }
+  const double light = brightness(timeS);
+  for (int i = 0; i < count; ++i) {
+    const double u0 = uStart + i * uWidth;
+    double m = 0.0;
+    double var = 0.0;
+    if (columns > 0.0) {
+      const double c0 = wrap(u0 + ox, kTileFrames) * kCols / kTileFrames;
+      double s0 = 0.0, q0 = 0.0, s1 = 0.0, q1 = 0.0;
+      rowIntegral(r0, c0, c0 + columns, &s0, &q0);
+      rowIntegral(r1, c0, c0 + columns, &s1, &q1);
+      m = ((1.0 - w) * s0 + w * s1) / columns;
+      const double sq = ((1.0 - w) * q0 + w * q1) / columns;
+      var = std::max(0.0, sq - m * m) * grating * grating;
+      m *= grating;
+    }
+    for (const SimMovingObject& o : spec_.objects) {
+      const double oyPos = objectPosition(o.y, o.vy, o.height, timeS);
+      if (v < oyPos || v >= oyPos + o.height || uWidth <= 0.0) {
+        continue;
+      }
+      const double oxPos = objectPosition(o.x, o.vx, o.width, timeS);
+      const double f = overlap(u0, u0 + uWidth, oxPos, oxPos + o.width) / uWidth;
+      if (f <= 0.0) {
+        continue;
+      }
+      // Mixture of the background and the object within the window.
+      const double mixed = (1.0 - f) * m + f * o.reflectance;
+      const double second = (1.0 - f) * (var + m * m) + f * o.reflectance * o.reflectance;
+      m = mixed;
+      var = std::max(0.0, second - mixed * mixed);
+    }
+    mean[i] = m * light;
+    variance[i] = var * light * light;
+  }
+}
+
+}  // namespace flicker_sim

@@ -1,0 +1,86 @@
+// Reflectance of the scene in front of one simulated sensor.
+//
+// The scene is a reflectance map in scene coordinates (units of the frame:
+// 1.0 is one frame width or height) that tiles the plane with a period of two
+// frames, so a pan never runs off its edge. It moves relative to the frame
+// (pan velocity plus hand shake), may carry a horizontal grating (stripes
+// along the lines, an adversary when its period is close to a flicker band
+// period), bright moving objects (a lamp, a window, a reflection: reflectance
+// above 1 clips the sensor), and a global brightness that follows a time
+// profile (a cloud, a door opening).
+//
+// For each image line the scene reports, per statistics window, the mean
+// reflectance and its variance across the window; the variance lets the pixel
+// model clip textured windows correctly. Horizontal integrals come from
+// prefix sums, so a line costs a handful of operations per window.
+//
+// Immutable after construction; const methods may be called from any thread.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace flicker_sim {
+
+enum class SimTexture {
+  kNatural,   // 1/f-like texture of a natural scene
+  kFlatWall,  // even surface with a gentle lighting gradient
+  kGrating,   // flat surface printed with horizontal stripes
+};
+
+struct SimMovingObject {
+  double x = 0.4, y = 0.4;           // top-left corner in frame units at t = 0
+  double width = 0.1, height = 0.1;  // size in frame units
+  double vx = 0.0, vy = 0.0;         // frame units per second; re-enters on the far side
+  double reflectance = 4.0;          // > 1 for light sources and highlights
+};
+
+struct SimBrightnessPoint {
+  double timeS = 0.0;   // time of this point
+  double factor = 1.0;  // scene brightness factor; linear between points
+};
+
+struct SimSceneSpec {
+  SimTexture texture = SimTexture::kNatural;
+  double meanReflectance = 0.18;       // mean of the texture
+  double textureContrast = 0.6;        // natural: std of log reflectance
+  double wallGradient = 0.05;          // flat wall: relative change top to bottom
+  double gratingCyclesPerFrame = 3.0;  // grating: stripes per frame height
+  double gratingContrast = 0.3;        // grating: relative amplitude
+  double panX = 0.0, panY = 0.0;       // frame units per second
+  double shakeAmplitude = 0.0;         // hand shake, frame units
+  double shakeHz = 0.0;                // hand shake frequency
+  std::vector<SimMovingObject> objects;
+  std::vector<SimBrightnessPoint> brightness;  // empty: constant 1
+};
+
+class SimScene {
+ public:
+  SimScene(const SimSceneSpec& spec, uint64_t seed);
+
+  // Mean and variance of the reflectance of `count` windows of one image
+  // line. `v` is the line's vertical position in the frame (0 top, 1 bottom),
+  // window i spans [uStart + i * uWidth, uStart + (i + 1) * uWidth) in frame
+  // units, `timeS` is the time the line sees (mid-exposure).
+  void sampleWindows(double timeS, double v, double uStart, double uWidth, int count, double* mean,
+                     double* variance) const;
+
+  // Scene brightness factor at time t.
+  double brightness(double timeS) const;
+
+  const SimSceneSpec& spec() const { return spec_; }
+
+ private:
+  void buildNatural(uint64_t seed);
+  void buildFlat();
+  void buildPrefixSums();
+  // Integral of row r over columns [c0, c1) of the tiled map, and of its square.
+  void rowIntegral(int r, double c0, double c1, double* sum, double* sumSq) const;
+
+  SimSceneSpec spec_;
+  std::vector<double> map_;      // rows x cols reflectance
+  std::vector<double> prefix_;   // rows x (cols + 1)
+  std::vector<double> prefix2_;  // rows x (cols + 1), of squares
+};
+
+}  // namespace flicker_sim

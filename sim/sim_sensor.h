@@ -1,0 +1,139 @@
+// One simulated rolling-shutter sensor with its exposure control.
+//
+// Produces frame after frame what the 3A framework hands DoCalculation: the
+// flicker statistics block (format in sim_frame.h) and the frame data. Each
+// statistics line integrates the shared light over its own exposure window,
+// which ends when the line is read out; the scene, the pixel model and the
+// auto-exposure model act as described in their headers.
+//
+// The exposure-control fields of each frame are driven as an exposure control
+// drives them, unless a SimControlOverride says otherwise for a frame range:
+//  - flkEnable: 1 while anti-banding detection is enabled for the stream
+//    (SimSensorSpec::flickerDetectionEnabled).
+//  - doFlkDetection: 1 while flkEnable is 1 and the auto exposure has settled
+//    (metering within tolerance of its target); a converging AE holds off
+//    detection because its frames differ in brightness.
+//  - aeDetectCycle: 0, the manager keeps its own detection cycle.
+//  - statValid: 0 for the first frame of the stream and for the frame on
+//    which the sensor changes its output (pixel mode), whose statistics cover
+//    a partly reconfigured readout; 1 otherwise.
+//  - needReinit: 1 on the frame where the pixel mode changes.
+//  - pixel_mode: from the geometry; a change through an override models a
+//    mode switch of the statistics path.
+//  - twinType, twinWinX, twinWinY: the stream's split-processing set-up.
+// Frame timing: the frame period is 1 / fps, lengthened when the readout of
+// all lines does not fit. When the manager's last result said
+// flickerFrameRateActive = 1, frames with doFlkDetection = 1 are stretched by
+// the smallest amount that keeps both the 100 Hz and the 120 Hz ripple phase
+// moving between consecutive frames (at exactly 30 fps the 120 Hz ripple
+// otherwise sits still: 4 periods per frame).
+//
+// Several sensors share one SimLight (a shared_ptr to const) and are
+// otherwise independent. A SimSensor is not thread-safe; drive each instance
+// from one thread.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "sim_auto_exposure.h"
+#include "sim_frame.h"
+#include "sim_geometry.h"
+#include "sim_light.h"
+#include "sim_pixel_model.h"
+#include "sim_random.h"
+#include "sim_scene.h"
+
+namespace flicker_sim {
+
+enum class SimControl {
+  kFlkEnable,
+  kDoFlkDetection,
+  kAeDetectCycle,
+  kStatValid,
+  kNeedReinit,
+  kPixelMode,
+};
+
+// Forces one exposure-control field to `value` for frames firstFrame..lastFrame
+// (inclusive, counted from 0).
+struct SimControlOverride {
+  int firstFrame = 0;
+  int lastFrame = 0;
+  SimControl field = SimControl::kFlkEnable;
+  int value = 0;
+};
+
+struct SimSensorSpec {
+  SimGeometry geometry;
+  SimSceneSpec scene;
+  SimPixelSpec pixel;
+  SimAeSpec ae;
+  double framesPerSecond = 30.0;
+  double startTimeS = 0.1;  // readout start of the first frame on the light's clock
+  // What the framework passes to SetParam.
+  int sensorType = 0;
+  int flickerMode = 3;
+  int isMaster = 1;
+  int aeTargetMode = 0;
+  // Split processing.
+  int twinType = 0;
+  int twinWinX = 0;
+  int twinWinY = 0;
+  bool flickerDetectionEnabled = true;
+  std::vector<SimControlOverride> controls;
+};
+
+class SimSensor {
+ public:
+  SimSensor(const SimSensorSpec& spec, std::shared_ptr<const SimLight> light, uint64_t seed);
+
+  // Produces the next frame into `frame`, reusing its statistics storage.
+  void nextFrame(SimFrame* frame);
+  SimFrame nextFrame();
+
+  // Feeds back the manager's result record: flickerState (1 = 50 Hz, 2 =
+  // 60 Hz) sets the AE's anti-banding period, flickerFrameRateActive the
+  // frame-timing shift of detection frames. Takes effect from the next frame.
+  void applyResult(int flickerState, int frameRateActive);
+
+  // What the framework passes to Config and SetParam for this stream.
+  SimConfig config() const;
+  // Geometry of the stream at its start (pixel mode of the spec).
+  const SimGeometry& geometry() const { return spec_.geometry; }
+  // Line time the manager derives for this stream (seconds per statistics line).
+  double lineTimeSeconds() const { return spec_.geometry.lineTimeSeconds(); }
+  int framesProduced() const { return frame_index_; }
+  const SimSensorSpec& spec() const { return spec_; }
+
+ private:
+  struct Controls {
+    int flkEnable = 1;
+    int doFlkDetection = 0;
+    int aeDetectCycle = 0;
+    int statValid = 1;
+    int needReinit = 0;
+    int pixelMode = 0;
+  };
+
+  Controls resolveControls(int index);
+  double framePeriod(const Controls& controls, double readoutS) const;
+  void renderStatistics(const SimGeometry& geometry, double sof, double exposure, double gain,
+                        SimFrame* frame);
+
+  SimSensorSpec spec_;
+  std::shared_ptr<const SimLight> light_;
+  SimScene scene_;
+  SimPixelModel pixel_;
+  SimAutoExposure ae_;
+  SimRandom rng_;
+  int frame_index_ = 0;
+  int last_pixel_mode_ = -1;
+  double last_sof_ = 0.0;
+  int frame_rate_active_ = 0;
+  // Per-line scratch, kept to avoid allocation per frame.
+  std::vector<double> line_light_;
+};
+
+}  // namespace flicker_sim
