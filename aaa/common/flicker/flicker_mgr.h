@@ -18,8 +18,8 @@
 //    a reader may see values of two analyses, never a torn value.
 #pragma once
 
-#include <semaphore.h>
 #include <pthread.h>
+#include <semaphore.h>
 
 #include <atomic>
 #include <cstdint>
@@ -78,7 +78,10 @@ class FlickerMgr : public IFlickerMgr {
   static void* ThreadLoop(void* arg);
 
   // Per-frame path.
-  void frameIntake(const flicker_calc_info& in, FlickerPlatformAdapter* adapter, int slot);
+  void followAeCycle(int32_t cycle, FlickerPlatformAdapter* adapter);
+  int32_t everyFrameStep(const flicker_calc_info& in, FlickerPlatformAdapter* adapter);
+  int32_t cycleStep(const flicker_calc_info& in, FlickerPlatformAdapter* adapter);
+  int32_t frameIntake(const flicker_calc_info& in, FlickerPlatformAdapter* adapter, int slot);
   int32_t parseFLKBuffer(int sensorType, int exposureTime, const void* buf);
 
   // Analysis on the worker thread.
@@ -88,6 +91,8 @@ class FlickerMgr : public IFlickerMgr {
   // Algorithm set-up and tuning.
   int init_algo();
   int uninit_algo();
+  int scaleLineLength(float* resizeRatio);
+  bool checkSensorSetting(const FLICKER_CUST_PARA& para);
   bool getFlickerParametersAll(int sensorModeTotal, int binRatioTotal);
   void getTargetParameter(int sensorMode, int ratio, void* para);
   void getFlickerParametersFile(FLICKER_CUST_PARA* para);
@@ -137,6 +142,9 @@ class FlickerMgr : public IFlickerMgr {
   Relaxed<int32_t> thread_running_{0};
   sem_t thread_sem_;
   pthread_t thread_ = 0;
+
+  // Leaves instances with a running worker alive at process exit.
+  friend struct FlickerMgrInstanceTable;
 
   static std::atomic<int32_t> flicker_state_;
   static int32_t attach_count_;  // guarded by attach_lock_
