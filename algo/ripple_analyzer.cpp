@@ -1,0 +1,380 @@
+#include "ripple_analyzer.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace open_algo {
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+// Bins per 120 Hz band period: the box average keeps 99 % of the ripple.
+constexpr int kBinsPerPeriod = 12;
+// Fewer bins leave too few degrees of freedom beyond the eight parameters.
+constexpr int kMinBins = kFitParams + 6;
+// A ripple needs at least three bins per period to be told from the trend.
+constexpr double kMinBinsPerRipplePeriod = 3.0;
+// Residual degrees of freedom a window fit must keep.
+constexpr int kMinDof = 4;
+// Relative pivot below which the normal matrix counts as singular.
+constexpr double kPivotTolerance = 1e-10;
+// A window agrees when its phasor lies within this fraction of the combined
+// amplitude from the combined phasor.
+constexpr double kAgreeRadius = 0.5;
+// Agreement ramp: 40 % of the windows give nothing, two thirds give all.
+constexpr double kAgreeLow = 0.4;
+constexpr double kAgreeHigh = 0.67;
+// Standard error of a median relative to a mean of normal samples.
+constexpr double kMedianEfficiency = 1.25;
+// Residual rms of the frame difference (log units) over which temporal
+// evidence fades out: a static scene leaves well under 1 %.
+constexpr double kResidualLow = 0.02;
+constexpr double kResidualHigh = 0.06;
+// Two frames' spatial ripples must agree within this ratio ramp.
+constexpr double kConsistencyLow = 0.3;
+constexpr double kConsistencyHigh = 0.6;
+
+double ramp(double x, double lo, double hi) {
+  if (hi <= lo) {
+    return x >= hi ? 1.0 : 0.0;
+  }
+  return std::clamp((x - lo) / (hi - lo), 0.0, 1.0);
+}
+
+// Median of n <= kMaxWindows values; sorts a copy.
+double median(const double* v, int n) {
+  double s[kMaxWindows];
+  std::copy(v, v + n, s);
+  std::sort(s, s + n);
+  return (n % 2) != 0 ? s[n / 2] : 0.5 * (s[n / 2 - 1] + s[n / 2]);
+}
+
+double sincAbs(double x) {
+  if (std::fabs(x) < 1e-9) {
+    return 1.0;
+  }
+  return std::fabs(std::sin(kPi * x) / (kPi * x));
+}
+
+using Matrix = double[kFitParams][kFitParams];
+
+// In-place lower Cholesky factor of g (upper part ignored). False when g is
+// not safely positive definite.
+bool cholesky(const Matrix g, Matrix l) {
+  for (int i = 0; i < kFitParams; ++i) {
+    for (int j = 0; j <= i; ++j) {
+      double s = g[i][j];
+      for (int k = 0; k < j; ++k) {
+        s -= l[i][k] * l[j][k];
+      }
+      if (i == j) {
+        if (!(s > kPivotTolerance * g[i][i])) {
+          return false;
+        }
+        l[i][i] = std::sqrt(s);
+      } else {
+        l[i][j] = s / l[j][j];
+      }
+    }
+    for (int j = i + 1; j < kFitParams; ++j) {
+      l[i][j] = 0.0;
+    }
+  }
+  return true;
+}
+
+void cholSolve(const Matrix l, const double* b, double* x) {
+  double y[kFitParams];
+  for (int i = 0; i < kFitParams; ++i) {
+    double s = b[i];
+    for (int k = 0; k < i; ++k) {
+      s -= l[i][k] * y[k];
+    }
+    y[i] = s / l[i][i];
+  }
+  for (int i = kFitParams - 1; i >= 0; --i) {
+    double s = y[i];
+    for (int k = i + 1; k < kFitParams; ++k) {
+      s -= l[k][i] * x[k];
+    }
+    x[i] = s / l[i][i];
+  }
+}
+
+// Variances (inverse-diagonal entries) of the four ripple coefficients.
+void rippleVariances(const Matrix l, double* var) {
+  for (int j = 0; j < 2 * kRipples; ++j) {
+    double e[kFitParams] = {};
+    double z[kFitParams];
+    e[4 + j] = 1.0;
+    cholSolve(l, e, z);
+    var[j] = z[4 + j];
+  }
+}
+
+}  // namespace
+
+bool RippleAnalyzer::planBins(const PairInput& in, int searchRange) {
+  const int lines = searchRange > 0 && searchRange < in.lines ? searchRange : in.lines;
+  const double period120 = 1.0 / (kRippleHz[1] * in.lineTime);  // lines
+  int binLines = std::max(1, static_cast<int>(period120 / kBinsPerPeriod));
+  if (lines / binLines > kMaxBins) {
+    binLines = (lines + kMaxBins - 1) / kMaxBins;
+  }
+  if (lines / binLines < kMinBins) {
+    binLines = std::max(1, lines / kMinBins);
+  }
+  const int bins = std::min(kMaxBins, lines / binLines);
+  if (bins < kMinBins || period120 / binLines < kMinBinsPerRipplePeriod) {
+    return false;
+  }
+  if (bins != bins_ || binLines != binLines_ || in.lineTime != lineTime_) {
+    bins_ = bins;
+    binLines_ = binLines;
+    lineTime_ = in.lineTime;
+    basisValid_ = false;
+  }
+  return true;
+}
+
+void RippleAnalyzer::buildBasis() {
+  for (int b = 0; b < bins_; ++b) {
+    const double x = 2.0 * (b + 0.5) / bins_ - 1.0;
+    double* row = basis_[b];
+    // Legendre polynomials keep the trend columns well conditioned.
+    row[0] = 1.0;
+    row[1] = x;
+    row[2] = 0.5 * (3.0 * x * x - 1.0);
+    row[3] = 0.5 * (5.0 * x * x * x - 3.0 * x);
+    const double t = (b * binLines_ + 0.5 * (binLines_ - 1)) * lineTime_;
+    for (int f = 0; f < kRipples; ++f) {
+      const double phase = 2.0 * kPi * kRippleHz[f] * t;
+      row[4 + 2 * f] = std::cos(phase);
+      row[5 + 2 * f] = std::sin(phase);
+    }
+  }
+  Matrix g = {};
+  for (int b = 0; b < bins_; ++b) {
+    for (int i = 0; i < kFitParams; ++i) {
+      for (int j = 0; j <= i; ++j) {
+        g[i][j] += basis_[b][i] * basis_[b][j];
+      }
+    }
+  }
+  fullOk_ = cholesky(g, fullChol_);
+  if (fullOk_) {
+    rippleVariances(fullChol_, fullVar_);
+  }
+  basisValid_ = true;
+}
+
+void RippleAnalyzer::binFrame(const PairInput& in, const AlgoKnobs& knobs, int frame) {
+  const int windows = in.windows;
+  // Entries are sums of winWidth pixels: compare against summed levels.
+  const int64_t floorSum = static_cast<int64_t>(knobs.noiseFloor * in.winWidth);
+  const int64_t clipSum =
+      static_cast<int64_t>(knobs.clipFraction * knobs.fullScale * in.winWidth);
+  const int64_t* data = in.frame[frame];
+  const double logLines = std::log(static_cast<double>(binLines_));
+  for (int b = 0; b < bins_; ++b) {
+    int64_t acc[kMaxWindows] = {};
+    bool bad[kMaxWindows] = {};
+    const int64_t* row = data + static_cast<size_t>(b) * binLines_ * windows;
+    for (int l = 0; l < binLines_; ++l, row += windows) {
+      for (int w = 0; w < windows; ++w) {
+        const int64_t v = row[w];
+        const bool inRange = v > floorSum && v < clipSum;
+        bad[w] = bad[w] || !inRange;
+        acc[w] += inRange ? v : 0;
+      }
+    }
+    for (int w = 0; w < windows; ++w) {
+      ok_[frame][w][b] = bad[w] ? 0 : 1;
+      profile_[frame][w][b] = bad[w] ? 0.0 : std::log(static_cast<double>(acc[w])) - logLines;
+    }
+  }
+}
+
+bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, WindowFit* fit) {
+  fit->valid = false;
+  int n = 0;
+  double mean = 0.0;
+  for (int b = 0; b < bins_; ++b) {
+    n += ok[b];
+    mean += ok[b] != 0 ? y[b] : 0.0;
+  }
+  if (n < kFitParams + kMinDof) {
+    return false;
+  }
+  mean /= n;
+
+  Matrix ownChol;
+  const double(*chol)[kFitParams] = fullChol_;
+  double ownVar[2 * kRipples];
+  const double* var = fullVar_;
+  if (n != bins_ || !fullOk_) {
+    Matrix g = {};
+    for (int b = 0; b < bins_; ++b) {
+      if (ok[b] == 0) {
+        continue;
+      }
+      for (int i = 0; i < kFitParams; ++i) {
+        for (int j = 0; j <= i; ++j) {
+          g[i][j] += basis_[b][i] * basis_[b][j];
+        }
+      }
+    }
+    if (!cholesky(g, ownChol)) {
+      return false;
+    }
+    rippleVariances(ownChol, ownVar);
+    chol = ownChol;
+    var = ownVar;
+  }
+
+  double rhs[kFitParams] = {};
+  double yy = 0.0;
+  for (int b = 0; b < bins_; ++b) {
+    if (ok[b] == 0) {
+      continue;
+    }
+    const double v = y[b] - mean;
+    yy += v * v;
+    for (int j = 0; j < kFitParams; ++j) {
+      rhs[j] += basis_[b][j] * v;
+    }
+  }
+  double beta[kFitParams];
+  cholSolve(chol, rhs, beta);
+  double explained = 0.0;
+  for (int j = 0; j < kFitParams; ++j) {
+    explained += beta[j] * rhs[j];
+  }
+  const double sigma2 = std::max(0.0, yy - explained) / (n - kFitParams);
+  fit->sigma = std::sqrt(sigma2);
+  for (int f = 0; f < kRipples; ++f) {
+    fit->re[f] = beta[4 + 2 * f];
+    fit->im[f] = beta[5 + 2 * f];
+    fit->se[f] = std::sqrt(sigma2 * 0.5 * (var[2 * f] + var[2 * f + 1]));
+  }
+  fit->valid = true;
+  return true;
+}
+
+void RippleAnalyzer::fitSeries(int series, int windows) {
+  for (int w = 0; w < windows; ++w) {
+    fitWindow(profile_[series][w], ok_[series][w], &fits_[series][w]);
+  }
+}
+
+RippleSummary RippleAnalyzer::combine(int series, int ripple, int windows,
+                                      double amplitudeScale, const AlgoKnobs& knobs) const {
+  RippleSummary s{};
+  double re[kMaxWindows], im[kMaxWindows], se[kMaxWindows], dist[kMaxWindows];
+  int n = 0;
+  for (int w = 0; w < windows; ++w) {
+    const WindowFit& f = fits_[series][w];
+    if (f.valid) {
+      re[n] = f.re[ripple];
+      im[n] = f.im[ripple];
+      se[n] = f.se[ripple];
+      ++n;
+    }
+  }
+  s.windows = n;
+  const int minWindows = std::max(1, (windows + 1) / 2);
+  if (n < minWindows) {
+    return s;
+  }
+  const double cre = median(re, n);
+  const double cim = median(im, n);
+  const double a = std::hypot(cre, cim);
+  int agree = 0;
+  for (int i = 0; i < n; ++i) {
+    dist[i] = std::hypot(re[i] - cre, im[i] - cim);
+    agree += dist[i] <= kAgreeRadius * a ? 1 : 0;
+  }
+  const double seCombined =
+      kMedianEfficiency * std::max(median(se, n), median(dist, n)) / std::sqrt(n);
+  s.amplitude = a * amplitudeScale;
+  s.snr = a / std::max(seCombined, 1e-12);
+  s.agreement = a > 0.0 ? static_cast<double>(agree) / n : 0.0;
+  s.evidence = ramp(s.agreement, kAgreeLow, kAgreeHigh) *
+               ramp(s.snr, knobs.snrThreshold, 2.0 * knobs.snrThreshold) *
+               ramp(s.amplitude, knobs.minAmplitude, 2.0 * knobs.minAmplitude);
+  return s;
+}
+
+void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& knobs,
+                                       PairEvidence* out) {
+  double sigma[kMaxWindows];
+  int n = 0;
+  for (int w = 0; w < in.windows; ++w) {
+    if (fits_[kDiff][w].valid) {
+      sigma[n++] = fits_[kDiff][w].sigma;
+    }
+  }
+  out->sceneResidual = n > 0 ? median(sigma, n) : 1.0;
+  out->sceneChange = out->sceneResidual >= kResidualHigh;
+  const double stillness = 1.0 - ramp(out->sceneResidual, kResidualLow, kResidualHigh);
+  for (int f = 0; f < kRipples; ++f) {
+    const double v = std::fabs(std::sin(kPi * kRippleHz[f] * in.interval));
+    out->visibility[f] = v;
+    out->frozen[f] = v < knobs.minVisibility;
+    // The difference holds the frame ripple times 2 v.
+    out->temporal[f] = combine(kDiff, f, in.windows, out->frozen[f] ? 0.0 : 0.5 / v, knobs);
+    out->temporalAmplitude[f] = out->temporal[f].amplitude;
+    out->temporalEvidence[f] = out->frozen[f] ? 0.0 : out->temporal[f].evidence * stillness;
+  }
+}
+
+void RippleAnalyzer::summariseSpatial(const PairInput& in, const AlgoKnobs& knobs,
+                                      PairEvidence* out) {
+  for (int f = 0; f < kRipples; ++f) {
+    for (int k = 0; k < 2; ++k) {
+      out->spatial[k][f] = combine(k, f, in.windows, 1.0, knobs);
+    }
+    const double a0 = out->spatial[0][f].amplitude;
+    const double a1 = out->spatial[1][f].amplitude;
+    const double hi = std::max(a0, a1);
+    const double consistency = hi > 0.0 ? std::min(a0, a1) / hi : 0.0;
+    out->spatialAmplitude[f] = std::min(a0, a1);
+    out->spatialEvidence[f] =
+        std::min(out->spatial[0][f].evidence, out->spatial[1][f].evidence) *
+        ramp(consistency, kConsistencyLow, kConsistencyHigh);
+  }
+}
+
+bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out) {
+  *out = PairEvidence{};
+  for (int f = 0; f < kRipples; ++f) {
+    out->exposureGain[f] = sincAbs(kRippleHz[f] * in.exposure);
+  }
+  if (!planBins(in, knobs.searchRange)) {
+    return false;
+  }
+  if (!basisValid_) {
+    buildBasis();
+  }
+  if (!fullOk_) {
+    return false;  // the two ripples cannot be told apart over this readout
+  }
+  out->bins = bins_;
+  out->binLines = binLines_;
+  binFrame(in, knobs, 0);
+  binFrame(in, knobs, 1);
+  for (int w = 0; w < in.windows; ++w) {
+    for (int b = 0; b < bins_; ++b) {
+      ok_[kDiff][w][b] = ok_[0][w][b] & ok_[1][w][b];
+      profile_[kDiff][w][b] = profile_[1][w][b] - profile_[0][w][b];
+    }
+  }
+  for (int s = 0; s < kSeries; ++s) {
+    fitSeries(s, in.windows);
+  }
+  summariseTemporal(in, knobs, out);
+  summariseSpatial(in, knobs, out);
+  out->analysable = true;
+  return true;
+}
+
+}  // namespace open_algo

@@ -1,0 +1,121 @@
+// Evidence of mains banding in one pair of statistics frames.
+//
+// Each window column of the statistics gives, per frame, a profile over the
+// statistics lines. Lines are binned (the band period spans hundreds of
+// lines), lines near clipping or the noise floor mask their bin, and each bin
+// becomes a log value, so that gain and exposure differences are offsets. Three
+// series are fitted per window: each frame on its own (spatial) and the
+// difference of the two frames (temporal, the scene cancels). Every fit is one
+// joint least-squares solve of a cubic trend plus cosine and sine at the
+// 100 Hz and 120 Hz ripple periods, so the two frequencies cannot leak into
+// each other. Windows are then combined robustly (component-wise median of
+// the ripple phasors, agreement count, median noise), so that motion or a
+// bright object in a minority of windows does not decide.
+//
+// The temporal ripple is the frame ripple times 2|sin(phase advance / 2)|,
+// with the advance 2 pi f_r x frame interval; the sign of the interval does
+// not matter. When that factor is small the pair's phase is frozen and the
+// difference sees nothing at that frequency.
+//
+// Threading: an analyzer owns its working arrays; one thread at a time may
+// use it. It never allocates.
+#pragma once
+
+#include <cstdint>
+
+#include "algo_tuning.h"
+
+namespace open_algo {
+
+constexpr int kMaxWindows = 6;
+constexpr int kMaxStatEntries = 36000;
+constexpr int kMaxBins = 96;
+constexpr int kFitParams = 8;  // cubic trend (4) + cos/sin at two ripple frequencies (4)
+
+// Ripple index: 0 = 100 Hz (50 Hz mains), 1 = 120 Hz (60 Hz mains).
+constexpr int kRipples = 2;
+constexpr double kRippleHz[kRipples] = {100.0, 120.0};
+
+// One pair of statistics frames and its timing.
+struct PairInput {
+  const int64_t* frame[2];  // slot 0 and slot 1, entry [line * windows + window]
+  int lines;                // statistics lines per frame
+  int windows;              // window columns (entries per line)
+  int winWidth;             // pixels summed into each entry
+  double lineTime;          // seconds per statistics line
+  double exposure;          // seconds
+  double interval;          // seconds between the frames' exposure starts (either sign)
+};
+
+// One series at one ripple frequency with the windows combined.
+struct RippleSummary {
+  double amplitude;  // combined ripple amplitude in log units
+  double snr;        // amplitude over its combined standard error
+  double agreement;  // fraction of windows whose phasor agrees with the combined one
+  double evidence;   // 0..1
+  int windows;       // windows that took part
+};
+
+struct PairEvidence {
+  bool analysable;                    // geometry and data allowed a fit
+  int bins;                           // bins per profile
+  int binLines;                       // statistics lines per bin
+  double exposureGain[kRipples];      // |sinc(f_r x exposure)|: ripple left by the exposure
+  double visibility[kRipples];        // |sin(pi f_r x interval)|
+  bool frozen[kRipples];              // visibility below the knob: no temporal evidence
+  double sceneResidual;               // median residual rms of the difference fit
+  bool sceneChange;                   // the difference is not explained: motion or a cut
+  RippleSummary temporal[kRipples];   // difference series
+  RippleSummary spatial[2][kRipples]; // [frame][ripple]
+  double temporalAmplitude[kRipples]; // frame ripple estimated from the difference
+  double temporalEvidence[kRipples];  // 0..1, 0 when frozen or on a scene change
+  double spatialAmplitude[kRipples];  // smaller of the two frames' ripples
+  double spatialEvidence[kRipples];   // 0..1, both frames must agree
+};
+
+class RippleAnalyzer {
+ public:
+  // Fills `out`; returns out->analysable. Inputs must already be validated
+  // (non-null frames, 1..kMaxWindows windows, lines x windows within
+  // kMaxStatEntries, positive line time).
+  bool analyse(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
+
+ private:
+  struct WindowFit {
+    bool valid;
+    double re[kRipples];
+    double im[kRipples];
+    double se[kRipples];  // standard error of the amplitude
+    double sigma;         // residual rms
+  };
+
+  bool planBins(const PairInput& in, int searchRange);
+  void buildBasis();
+  void binFrame(const PairInput& in, const AlgoKnobs& knobs, int frame);
+  void fitSeries(int series, int windows);
+  bool fitWindow(const double* y, const uint8_t* ok, WindowFit* fit);
+  RippleSummary combine(int series, int ripple, int windows, double amplitudeScale,
+                        const AlgoKnobs& knobs) const;
+  void summariseTemporal(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
+  void summariseSpatial(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
+
+  // Series: 0 = frame slot 0, 1 = frame slot 1, 2 = difference (1 - 0).
+  static constexpr int kSeries = 3;
+  static constexpr int kDiff = 2;
+
+  int bins_ = 0;
+  int binLines_ = 0;
+  double lineTime_ = 0.0;
+  bool basisValid_ = false;
+  double basis_[kMaxBins][kFitParams] = {};
+  // Cholesky factor and ripple-coefficient variances of the all-bins fit,
+  // shared by every window without masked bins.
+  double fullChol_[kFitParams][kFitParams] = {};
+  double fullVar_[2 * kRipples] = {};
+  bool fullOk_ = false;
+  double profile_[kSeries][kMaxWindows][kMaxBins] = {};
+  uint8_t ok_[kSeries][kMaxWindows][kMaxBins] = {};
+  WindowFit fits_[kSeries][kMaxWindows] = {};
+};
+
+}  // namespace open_algo

@@ -1,0 +1,119 @@
+#include "state_decider.h"
+
+#include <algorithm>
+
+#include "flicker_algo_cmd.h"
+
+namespace open_algo {
+namespace {
+
+// Evidence (0..1) a pair needs to vote.
+constexpr double kVoteEvidence = 0.5;
+// Evidence of a single frame for the frequency not applied counts half in the
+// scores: it is as likely scene texture as banding.
+constexpr double kForeignSpatialWeight = 0.5;
+// The switch-back window lasts this many history lengths after a change.
+constexpr int kSwitchBackHistories = 3;
+
+bool isFrequency(int32_t code) { return code == FLK_FREQ_50HZ || code == FLK_FREQ_60HZ; }
+
+}  // namespace
+
+void StateDecider::configure(const AlgoKnobs& knobs) {
+  knobs_ = knobs;
+  history_.setCapacity(knobs.maxPastFrames);
+  holdOffLeft_ = std::min(holdOffLeft_, knobs.holdOff);
+}
+
+void StateDecider::clearHistory() {
+  history_.clear();
+  holdOffLeft_ = 0;
+  switchBackLeft_ = 0;
+}
+
+void StateDecider::setApplied(int32_t code) {
+  if (code == applied_) {
+    return;
+  }
+  if (isFrequency(applied_) && isFrequency(code)) {
+    previous_ = applied_;
+    holdOffLeft_ = knobs_.holdOff;
+    switchBackLeft_ = kSwitchBackHistories * knobs_.maxPastFrames;
+  }
+  applied_ = code;
+}
+
+void StateDecider::resetTo(int32_t code) {
+  history_.clear();
+  setApplied(code);
+}
+
+EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
+  EvidenceEntry e{};
+  e.vote = FLK_FREQ_NONE;
+  if (!ev.analysable || ev.sceneChange) {
+    return e;  // a cut or unusable pair backs nothing
+  }
+  double amplitude[kRipples];
+  for (int f = 0; f < kRipples; ++f) {
+    const double spatialWeight = f == applied_ ? 1.0 : kForeignSpatialWeight;
+    e.evidence[f] = static_cast<float>(
+        std::max(ev.temporalEvidence[f], spatialWeight * ev.spatialEvidence[f]));
+    // A frozen frequency has no temporal amplitude: its single-frame ripple
+    // stands in (scene texture can only make it larger, which is cautious).
+    amplitude[f] = ev.frozen[f] ? ev.spatialAmplitude[f] : ev.temporalAmplitude[f];
+  }
+  for (int f = 0; f < kRipples; ++f) {
+    const int other = 1 - f;
+    if (ev.temporalEvidence[f] >= kVoteEvidence &&
+        amplitude[f] >= knobs_.dominance * amplitude[other]) {
+      e.vote = static_cast<int8_t>(f);
+      e.temporal = true;
+      return e;
+    }
+  }
+  for (int f = 0; f < kRipples; ++f) {
+    const int other = 1 - f;
+    if (ev.spatialEvidence[f] >= kVoteEvidence &&
+        ev.spatialAmplitude[f] >= knobs_.dominance * ev.spatialAmplitude[other]) {
+      e.vote = static_cast<int8_t>(f);
+      return e;
+    }
+  }
+  return e;
+}
+
+bool StateDecider::maySwitchTo(int32_t code, bool holdOff) const {
+  if (holdOff || history_.trailingVotes(code, true) < knobs_.minPastFrames) {
+    return false;
+  }
+  const bool switchBack = code == previous_ && switchBackLeft_ > 0;
+  const int need = knobs_.switchScore + (switchBack ? knobs_.switchBackMargin : 0);
+  const int other = 1 - code;
+  return history_.score(code) >= need && history_.score(code) > history_.score(other);
+}
+
+Decision StateDecider::decide(const EvidenceEntry& entry) {
+  history_.push(entry);
+  const bool holdOff = holdOffLeft_ > 0;
+  holdOffLeft_ = std::max(0, holdOffLeft_ - 1);
+  switchBackLeft_ = std::max(0, switchBackLeft_ - 1);
+
+  Decision d{FLK_FREQ_NONE, history_.score(0), history_.score(1)};
+  for (int32_t code = FLK_FREQ_50HZ; code <= FLK_FREQ_60HZ; ++code) {
+    if (code != applied_ && maySwitchTo(code, holdOff)) {
+      d.state = code;
+      return d;
+    }
+  }
+  // Confirmation of the applied state: weaker evidence, any source.
+  if (isFrequency(applied_) && history_.newest().vote == applied_) {
+    const int own = history_.score(applied_);
+    if (own >= knobs_.switchScore / 2 && own >= history_.score(1 - applied_)) {
+      d.state = applied_;
+    }
+  }
+  return d;
+}
+
+}  // namespace open_algo

@@ -1,0 +1,59 @@
+// Turns per-pair evidence into the algorithm's verdict, with memory.
+//
+// It knows the applied frequency (set by the state command, or adopted from
+// the detection record), keeps the evidence history, and applies the
+// hysteresis: a switch needs the newest minPastFrames pairs to back the other
+// frequency from the frame difference, a history score of at least the switch
+// score, and no hold-off; returning to the state just left, within three
+// history lengths of the change, needs the switch-back margin on top.
+// Evidence from one frame alone (frozen phase) may confirm the applied state
+// but never switches it.
+//
+// Threading: none of its own; its owner serialises access.
+#pragma once
+
+#include <cstdint>
+
+#include "algo_tuning.h"
+#include "evidence_history.h"
+#include "ripple_analyzer.h"
+
+namespace open_algo {
+
+struct Decision {
+  int32_t state;  // frequency code: 0 = 50 Hz, 1 = 60 Hz, 2 = neither
+  int32_t score50;
+  int32_t score60;
+};
+
+class StateDecider {
+ public:
+  void configure(const AlgoKnobs& knobs);
+  void clearHistory();
+  // The applied frequency is now `code`; a change between 50 and 60 Hz starts
+  // the hold-off and the switch-back window.
+  void setApplied(int32_t code);
+  // The history restarts with `code` applied.
+  void resetTo(int32_t code);
+
+  // Summary of one pair as it enters the history.
+  EvidenceEntry entryFor(const PairEvidence& evidence) const;
+  // Records `entry` and returns the verdict.
+  Decision decide(const EvidenceEntry& entry);
+
+  int32_t applied() const { return applied_; }
+  int holdOffLeft() const { return holdOffLeft_; }
+  int historySize() const { return history_.size(); }
+
+ private:
+  bool maySwitchTo(int32_t code, bool holdOff) const;
+
+  AlgoKnobs knobs_ = AlgoTuning::defaults();
+  EvidenceHistory history_;
+  int32_t applied_ = 2;   // FLK_FREQ_NONE until known
+  int32_t previous_ = 2;  // state before the last change
+  int holdOffLeft_ = 0;
+  int switchBackLeft_ = 0;
+};
+
+}  // namespace open_algo
