@@ -29,7 +29,9 @@ class AlgoLog {
   }
   bool on() const { return print_ != nullptr && (word_ & kLogBit) != 0; }
   bool verbose() const { return on() && (word_ & kVerboseBit) != 0; }
-  int32_t traceWord() const { return static_cast<int32_t>(static_cast<uint32_t>(word_) >> kTraceShift); }
+  int32_t traceWord() const {
+    return static_cast<int32_t>(static_cast<uint32_t>(word_) >> kTraceShift);
+  }
 
   void info(const char* format, ...) const __attribute__((format(printf, 2, 3)));
   void detail(const char* format, ...) const __attribute__((format(printf, 2, 3)));

@@ -17,19 +17,19 @@ constexpr int kMaxHistory = 32;
 
 // The knobs in the units the detector works in.
 struct AlgoKnobs {
-  double minAmplitude;     // least ripple amplitude that counts, natural-log units
-  double snrThreshold;     // ripple SNR where evidence starts (full at twice this)
-  double dominance;        // ratio the new ripple must reach against the other one
-  int holdOff;             // detections after a state change during which no switch is made
-  int switchBackMargin;    // extra score needed to return to the previous state
-  double fullScale;        // pixel full scale in DN
-  double noiseFloor;       // pixel level in DN at or below which a line is masked
-  double clipFraction;     // fraction of full scale at or above which a line is masked
-  double minVisibility;    // least |sin(phase advance / 2)| for temporal evidence
-  int switchScore;         // score (0..100) needed to switch
-  int searchRange;         // statistics lines analysed from the top, 0 = all
-  int minPastFrames;       // consistent detections needed before a switch
-  int maxPastFrames;       // detections kept in the history
+  double minAmplitude;   // least ripple amplitude that counts, natural-log units
+  double snrThreshold;   // ripple SNR where evidence starts (full at twice this)
+  double dominance;      // ratio the new ripple must reach against the other one
+  int holdOff;           // detections after a state change during which no switch is made
+  int switchBackMargin;  // extra score needed to return to the previous state
+  double fullScale;      // pixel full scale in DN
+  double noiseFloor;     // pixel level in DN at or below which a line is masked
+  double clipFraction;   // fraction of full scale at or above which a line is masked
+  double minVisibility;  // least |sin(phase advance / 2)| for temporal evidence
+  int switchScore;       // score (0..100) needed to switch
+  int searchRange;       // statistics lines analysed from the top, 0 = all
+  int minPastFrames;     // consistent detections needed before a switch
+  int maxPastFrames;     // detections kept in the history
 };
 
 class AlgoTuning {

@@ -29,7 +29,9 @@ int32_t scaled(double value, double factor) {
 
 }  // namespace
 
-OpenFlickerAlgo::OpenFlickerAlgo() : knobs_(AlgoTuning::defaults()) { decider_.configure(knobs_); }
+OpenFlickerAlgo::OpenFlickerAlgo() : knobs_(AlgoTuning::defaults()) {
+  decider_.configure(knobs_);
+}
 
 int32_t OpenFlickerAlgo::handle(uint32_t cmd, void* in, void* out) {
   switch (cmd) {
@@ -64,12 +66,12 @@ int32_t OpenFlickerAlgo::init(const FlkInitPara* para) {
   decider_.clearHistory();
   const double lineTime =
       para->pixelClk > 0.0 ? static_cast<double>(para->lineLength) / para->pixelClk : 0.0;
-  const bool timingOk = std::isfinite(lineTime) && lineTime >= kMinLineTime &&
-                        lineTime <= kMaxLineTime;
+  const bool timingOk =
+      std::isfinite(lineTime) && lineTime >= kMinLineTime && lineTime <= kMaxLineTime;
   lineTime_ = timingOk ? lineTime : 0.0;
   ALGO_LOG(log_, "path(%d) line(%u) lines(%d) width(%d) clk(%.0f) lineTime(%.3f us)%s",
-           para->sensorPath, para->lineLength, para->statLineCount, para->statWidth,
-           para->pixelClk, lineTime * 1e6, timingOk ? "" : " unusable timing");
+           para->sensorPath, para->lineLength, para->statLineCount, para->statWidth, para->pixelClk,
+           lineTime * 1e6, timingOk ? "" : " unusable timing");
   if (sensorPath_ != FLK_PATH_GENERIC) {
     ALGO_LOG(log_, "sensor path %d is not analysed: detections answer neither", sensorPath_);
   }
@@ -80,6 +82,7 @@ int32_t OpenFlickerAlgo::release() {
   initialised_ = false;
   lineTime_ = 0.0;
   decider_.clearHistory();
+  decider_.forget();
   ALGO_LOG(log_, "released");
   return 0;
 }

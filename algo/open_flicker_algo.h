@@ -8,9 +8,9 @@
 //    sensor-specific paths are accepted but every detection on them answers
 //    "neither" with scores 0, because their small blocks do not carry a
 //    line profile long enough for a band-period fit.
-//  1 release: back to uninitialised; the history is cleared; the tuning, the
-//    log settings and the applied frequency are kept (the manager sends the
-//    tuning again before the next init anyway).
+//  1 release: back to uninitialised; the history, hold-off and applied
+//    frequency are forgotten (the next stream's first detection record brings
+//    the manager's state); the tuning and the log settings are kept.
 //  2 detect: see RippleAnalyzer and StateDecider; any invalid input answers
 //    "neither" with scores 0 and returns -1.
 //  3 tuning: decoded at once and kept across init and release, so tuning that

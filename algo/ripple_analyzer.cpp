@@ -29,6 +29,9 @@ constexpr double kMedianEfficiency = 1.25;
 // evidence fades out: a static scene leaves well under 1 %.
 constexpr double kResidualLow = 0.02;
 constexpr double kResidualHigh = 0.06;
+// Share of the difference's ripple amplitude that its unmodelled harmonics may
+// add to the residual (the second harmonic of log(1 + a cos) is a/4 of it).
+constexpr double kHarmonicAllowance = 0.25;
 // Two frames' spatial ripples must agree within this ratio ramp.
 constexpr double kConsistencyLow = 0.3;
 constexpr double kConsistencyHigh = 0.6;
@@ -167,29 +170,49 @@ void RippleAnalyzer::buildBasis() {
   basisValid_ = true;
 }
 
+namespace {
+
+// Sums `lines` rows of W windows. An entry is in range when floorSum < v <
+// clipSum, tested as one unsigned comparison; out-of-range entries only count
+// as bad, and the sums wrap harmlessly in unsigned arithmetic because a bin with
+// a bad entry is discarded.
+template <int W>
+void sumRows(const int64_t* row, int lines, int windows, uint64_t floorSum, uint64_t span,
+             uint64_t* acc, int* bad) {
+  const int n = W > 0 ? W : windows;
+  for (int l = 0; l < lines; ++l, row += n) {
+    for (int w = 0; w < n; ++w) {
+      const uint64_t v = static_cast<uint64_t>(row[w]);
+      bad[w] += (v - floorSum - 1) >= span ? 1 : 0;
+      acc[w] += v;
+    }
+  }
+}
+
+}  // namespace
+
 void RippleAnalyzer::binFrame(const PairInput& in, const AlgoKnobs& knobs, int frame) {
   const int windows = in.windows;
   // Entries are sums of winWidth pixels: compare against summed levels.
-  const int64_t floorSum = static_cast<int64_t>(knobs.noiseFloor * in.winWidth);
-  const int64_t clipSum =
-      static_cast<int64_t>(knobs.clipFraction * knobs.fullScale * in.winWidth);
+  const int64_t floorSum =
+      std::max<int64_t>(0, static_cast<int64_t>(knobs.noiseFloor * in.winWidth));
+  const int64_t clipSum = static_cast<int64_t>(knobs.clipFraction * knobs.fullScale * in.winWidth);
+  // In range: floorSum < v < clipSum, i.e. v - floorSum - 1 in [0, span).
+  const uint64_t span = clipSum > floorSum + 1 ? static_cast<uint64_t>(clipSum - floorSum - 1) : 0;
   const int64_t* data = in.frame[frame];
   const double logLines = std::log(static_cast<double>(binLines_));
   for (int b = 0; b < bins_; ++b) {
-    int64_t acc[kMaxWindows] = {};
-    bool bad[kMaxWindows] = {};
+    uint64_t acc[kMaxWindows] = {};
+    int bad[kMaxWindows] = {};
     const int64_t* row = data + static_cast<size_t>(b) * binLines_ * windows;
-    for (int l = 0; l < binLines_; ++l, row += windows) {
-      for (int w = 0; w < windows; ++w) {
-        const int64_t v = row[w];
-        const bool inRange = v > floorSum && v < clipSum;
-        bad[w] = bad[w] || !inRange;
-        acc[w] += inRange ? v : 0;
-      }
+    if (windows == kMaxWindows) {
+      sumRows<kMaxWindows>(row, binLines_, windows, floorSum, span, acc, bad);
+    } else {
+      sumRows<0>(row, binLines_, windows, floorSum, span, acc, bad);
     }
     for (int w = 0; w < windows; ++w) {
-      ok_[frame][w][b] = bad[w] ? 0 : 1;
-      profile_[frame][w][b] = bad[w] ? 0.0 : std::log(static_cast<double>(acc[w])) - logLines;
+      ok_[frame][w][b] = bad[w] != 0 ? 0 : 1;
+      profile_[frame][w][b] = bad[w] != 0 ? 0.0 : std::log(static_cast<double>(acc[w])) - logLines;
     }
   }
 }
@@ -266,8 +289,8 @@ void RippleAnalyzer::fitSeries(int series, int windows) {
   }
 }
 
-RippleSummary RippleAnalyzer::combine(int series, int ripple, int windows,
-                                      double amplitudeScale, const AlgoKnobs& knobs) const {
+RippleSummary RippleAnalyzer::combine(int series, int ripple, int windows, double amplitudeScale,
+                                      const AlgoKnobs& knobs) const {
   RippleSummary s{};
   double re[kMaxWindows], im[kMaxWindows], se[kMaxWindows], dist[kMaxWindows];
   int n = 0;
@@ -313,9 +336,7 @@ void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& kno
       sigma[n++] = fits_[kDiff][w].sigma;
     }
   }
-  out->sceneResidual = n > 0 ? median(sigma, n) : 1.0;
-  out->sceneChange = out->sceneResidual >= kResidualHigh;
-  const double stillness = 1.0 - ramp(out->sceneResidual, kResidualLow, kResidualHigh);
+  double strongest = 0.0;
   for (int f = 0; f < kRipples; ++f) {
     const double v = std::fabs(std::sin(kPi * kRippleHz[f] * in.interval));
     out->visibility[f] = v;
@@ -323,6 +344,15 @@ void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& kno
     // The difference holds the frame ripple times 2 v.
     out->temporal[f] = combine(kDiff, f, in.windows, out->frozen[f] ? 0.0 : 0.5 / v, knobs);
     out->temporalAmplitude[f] = out->temporal[f].amplitude;
+    strongest = std::max(strongest, out->temporal[f].amplitude * 2.0 * v);
+  }
+  // A strong ripple leaves harmonics (the log is not linear) that the fit does
+  // not model; they are allowed for before the residual counts as motion.
+  out->sceneResidual =
+      n > 0 ? std::max(0.0, median(sigma, n) - kHarmonicAllowance * strongest) : 1.0;
+  out->sceneChange = out->sceneResidual >= kResidualHigh;
+  const double stillness = 1.0 - ramp(out->sceneResidual, kResidualLow, kResidualHigh);
+  for (int f = 0; f < kRipples; ++f) {
     out->temporalEvidence[f] = out->frozen[f] ? 0.0 : out->temporal[f].evidence * stillness;
   }
 }
@@ -338,9 +368,8 @@ void RippleAnalyzer::summariseSpatial(const PairInput& in, const AlgoKnobs& knob
     const double hi = std::max(a0, a1);
     const double consistency = hi > 0.0 ? std::min(a0, a1) / hi : 0.0;
     out->spatialAmplitude[f] = std::min(a0, a1);
-    out->spatialEvidence[f] =
-        std::min(out->spatial[0][f].evidence, out->spatial[1][f].evidence) *
-        ramp(consistency, kConsistencyLow, kConsistencyHigh);
+    out->spatialEvidence[f] = std::min(out->spatial[0][f].evidence, out->spatial[1][f].evidence) *
+                              ramp(consistency, kConsistencyLow, kConsistencyHigh);
   }
 }
 

@@ -57,20 +57,20 @@ struct RippleSummary {
 };
 
 struct PairEvidence {
-  bool analysable;                    // geometry and data allowed a fit
-  int bins;                           // bins per profile
-  int binLines;                       // statistics lines per bin
-  double exposureGain[kRipples];      // |sinc(f_r x exposure)|: ripple left by the exposure
-  double visibility[kRipples];        // |sin(pi f_r x interval)|
-  bool frozen[kRipples];              // visibility below the knob: no temporal evidence
-  double sceneResidual;               // median residual rms of the difference fit
-  bool sceneChange;                   // the difference is not explained: motion or a cut
-  RippleSummary temporal[kRipples];   // difference series
-  RippleSummary spatial[2][kRipples]; // [frame][ripple]
-  double temporalAmplitude[kRipples]; // frame ripple estimated from the difference
-  double temporalEvidence[kRipples];  // 0..1, 0 when frozen or on a scene change
-  double spatialAmplitude[kRipples];  // smaller of the two frames' ripples
-  double spatialEvidence[kRipples];   // 0..1, both frames must agree
+  bool analysable;                     // geometry and data allowed a fit
+  int bins;                            // bins per profile
+  int binLines;                        // statistics lines per bin
+  double exposureGain[kRipples];       // |sinc(f_r x exposure)|: ripple left by the exposure
+  double visibility[kRipples];         // |sin(pi f_r x interval)|
+  bool frozen[kRipples];               // visibility below the knob: no temporal evidence
+  double sceneResidual;                // median residual rms of the difference fit
+  bool sceneChange;                    // the difference is not explained: motion or a cut
+  RippleSummary temporal[kRipples];    // difference series
+  RippleSummary spatial[2][kRipples];  // [frame][ripple]
+  double temporalAmplitude[kRipples];  // frame ripple estimated from the difference
+  double temporalEvidence[kRipples];   // 0..1, 0 when frozen or on a scene change
+  double spatialAmplitude[kRipples];   // smaller of the two frames' ripples
+  double spatialEvidence[kRipples];    // 0..1, both frames must agree
 };
 
 class RippleAnalyzer {

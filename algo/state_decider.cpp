@@ -15,7 +15,9 @@ constexpr double kForeignSpatialWeight = 0.5;
 // The switch-back window lasts this many history lengths after a change.
 constexpr int kSwitchBackHistories = 3;
 
-bool isFrequency(int32_t code) { return code == FLK_FREQ_50HZ || code == FLK_FREQ_60HZ; }
+bool isFrequency(int32_t code) {
+  return code == FLK_FREQ_50HZ || code == FLK_FREQ_60HZ;
+}
 
 }  // namespace
 
@@ -29,6 +31,12 @@ void StateDecider::clearHistory() {
   history_.clear();
   holdOffLeft_ = 0;
   switchBackLeft_ = 0;
+}
+
+void StateDecider::forget() {
+  clearHistory();
+  applied_ = FLK_FREQ_NONE;
+  previous_ = FLK_FREQ_NONE;
 }
 
 void StateDecider::setApplied(int32_t code) {
@@ -57,8 +65,8 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   double amplitude[kRipples];
   for (int f = 0; f < kRipples; ++f) {
     const double spatialWeight = f == applied_ ? 1.0 : kForeignSpatialWeight;
-    e.evidence[f] = static_cast<float>(
-        std::max(ev.temporalEvidence[f], spatialWeight * ev.spatialEvidence[f]));
+    e.evidence[f] =
+        static_cast<float>(std::max(ev.temporalEvidence[f], spatialWeight * ev.spatialEvidence[f]));
     // A frozen frequency has no temporal amplitude: its single-frame ripple
     // stands in (scene texture can only make it larger, which is cautious).
     amplitude[f] = ev.frozen[f] ? ev.spatialAmplitude[f] : ev.temporalAmplitude[f];

@@ -30,6 +30,8 @@ class StateDecider {
  public:
   void configure(const AlgoKnobs& knobs);
   void clearHistory();
+  // Back to no applied frequency, with no hold-off or switch-back pending.
+  void forget();
   // The applied frequency is now `code`; a change between 50 and 60 Hz starts
   // the hold-off and the switch-back window.
   void setApplied(int32_t code);
