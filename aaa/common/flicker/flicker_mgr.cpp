@@ -240,6 +240,9 @@ int FlickerMgr::Init(int sensorDev, int sensorId) {
   sensor_dev_ = sensorDev;
   sensor_id_ = sensorId;
 
+  // The adapter's init replaces the statistics buffers that a running
+  // worker's detection reads: end such a worker first (Config starts the next).
+  ThreadControl(kThreadEnd);
   FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
   if (adapter == nullptr) {
     FLK_LOGE("PlatformAdapter getInstance fail");
@@ -261,6 +264,9 @@ int FlickerMgr::Init(int sensorDev, int sensorId) {
 int FlickerMgr::Uninit() {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++");
+  // A worker left running (no Stop) must not detect on the buffers that the
+  // adapter's uninit frees.
+  ThreadControl(kThreadEnd);
   FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
   if (adapter == nullptr) {
     FLK_LOGE("PlatformAdapter getInstance fail");

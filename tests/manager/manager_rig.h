@@ -1,0 +1,106 @@
+// Test rig for FlickerMgr: builders for the framework's records, one sensor
+// driven through the framework's calling order, and a recorder of the
+// detections the fake algorithm sees (with the frame ids found in the two
+// statistics slots), so that tests wait on events instead of sleeping.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "fake_platform.h"
+#include "flicker_mgr.h"
+
+namespace mgr_test {
+
+constexpr int kWaitMs = 10000;                // generous: sanitizers are slow
+constexpr int64_t kFramePeriodNs = 33000000;  // frame n starts exposing at n x this
+constexpr int32_t kExposureUs = 10000;
+constexpr const char* kPropLogLevel = "vendor.debug.flicker_mgr.log.level";
+
+// Debug logging on (level 3 plus the framework's details), so tests can see
+// detail lines. Call before Init/Start: the manager reads the level there.
+void enableDebugLogs();
+
+flicker_config_info makeConfig(int sensorMode = 0, int height = 300, uint32_t pixelsInLine = 5000,
+                               int tgHeight = 300, uint32_t pixelClk = 600000000);
+flicker_input_info makeInput(int flickerMode = FLICKER_MODE_AUTO, int sensorType = 0,
+                             int sensorMode = 0, int isMaster = 1);
+
+// Per-frame inputs of DoCalculation, apart from the buffer and timing that
+// the rig fills in.
+struct FrameSpec {
+  int32_t width = 1200;
+  int32_t height = 300;
+  int32_t pixelMode = 0;
+  int32_t flkEnable = 1;
+  int32_t statValid = 1;
+  int32_t doFlkDetection = 1;
+  int32_t aeDetectCycle = 0;
+  int32_t needReinit = 0;
+  int32_t exposureTime = kExposureUs;
+};
+
+// One detection as the fake algorithm received it.
+struct Detection {
+  int64_t slot0Frame;      // frame id stamped into entry 0 of statistics buffer 1
+  int64_t slot1Frame;      // ... of buffer 2
+  int64_t intervalFrames;  // the record's frame interval in frame periods
+  int32_t exposure;
+  int32_t freq;
+};
+
+// Installs the fake's detect hook; removes it on destruction.
+class DetectRecorder {
+ public:
+  DetectRecorder();
+  ~DetectRecorder();
+  DetectRecorder(const DetectRecorder&) = delete;
+  DetectRecorder& operator=(const DetectRecorder&) = delete;
+
+  bool waitFor(size_t count, int timeoutMs = kWaitMs);
+  std::vector<Detection> detections();
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Detection> detections_;
+};
+
+// One sensor index driven like the 3A framework drives it. Frame ids count
+// DoCalculation calls from 1; frame n carries id n in its statistics and an
+// exposure start of n frame periods.
+class SensorRig {
+ public:
+  explicit SensorRig(int sensorIdx);
+  FlickerMgr& mgr() { return *mgr_; }
+  int idx() const { return idx_; }
+
+  // Init, Config, SetParam (attaching as master) and, when `start`, Start.
+  // Without Start the frame-rate type keeps its initial 0.
+  void bringUp(const flicker_config_info& config = makeConfig(),
+               const flicker_input_info& input = makeInput(), bool start = true,
+               int sensorId = 100);
+  int frame(const FrameSpec& spec = FrameSpec());
+  // Frames until `count` have been sent, all with `spec`; returns their results.
+  std::vector<int> frames(int count, const FrameSpec& spec = FrameSpec());
+  int frameNo() const { return frameNo_; }
+  void shutDown();  // Stop and Uninit
+
+ private:
+  int idx_;
+  FlickerMgr* mgr_;
+  int frameNo_ = 0;
+  std::vector<uint8_t> stats_;
+};
+
+// Int32 word `index` of a recorded command input.
+int32_t word(const std::vector<uint8_t>& bytes, size_t index);
+// The last recorded input of `cmd` (empty when none).
+std::vector<uint8_t> lastInput(uint32_t cmd);
+// Frequency codes of the recorded commands `cmd` (4 or 5), in order.
+std::vector<int32_t> codes(uint32_t cmd);
+
+}  // namespace mgr_test
