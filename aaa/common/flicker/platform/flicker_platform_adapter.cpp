@@ -284,8 +284,8 @@ int FlickerPlatformAdapter::setExtPara(FlickerExtPara para, float ratio) {
       cmd.para.flickerSearchRange = static_cast<int32_t>(scaled);
       FLK_LOGD("ratio(%f), range(%d)", static_cast<double>(ratio), cmd.para.flickerSearchRange);
     } else {
-      FLK_LOGE("ratio(%f) puts range(%d) out of bounds; range sent unscaled.",
-               static_cast<double>(ratio), para.flickerSearchRange);
+      FLK_LOGE("range(%d) out of bounds with ratio(%f); sent unscaled.", para.flickerSearchRange,
+               static_cast<double>(ratio));
     }
   }
   flk_SendCmd(FLK_CMD_SET_EXT_PARA, &cmd, nullptr);
