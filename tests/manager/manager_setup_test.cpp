@@ -16,11 +16,17 @@ namespace fp = fake_platform;
 
 constexpr int kSearchRange = 100;
 
-// NVRAM gives every record an id in its first word: 1000 + 10 x row + column.
-void fillTableWithIds() {
+// NVRAM gives every record an id in its first word, 1000 + 10 x row + column,
+// and the timing of a 600 MHz sensor with 5000 clocks per line and 275 lines
+// per frame. Suites filling the same table may share sensor indices when the
+// whole binary runs in one process (the table is loaded once per instance).
+void fillTable() {
   fp::setNvramFill([](int row, int col, FLICKER_CUST_PARA& rec) {
     rec.flickerFreq[0] = 1000 + 10 * row + col;
     rec.flickerSearchRange = kSearchRange;
+    rec.sensor_setting.pclk = 600000000;
+    rec.sensor_setting.line_length = 5000;
+    rec.sensor_setting.column_length = 275;
   });
 }
 
@@ -84,7 +90,7 @@ class SelectionTest : public SetupTest, public ::testing::WithParamInterface<int
 TEST_P(SelectionTest, PicksRowAndColumn) {
   const SelectionRow& row = kSelectionRows[GetParam()];
   SCOPED_TRACE(row.what);
-  fillTableWithIds();
+  fillTable();
   if (row.ratioProperty != 0)
     fp::setProperty("vendor.debug.flk_ratio", row.ratioProperty);
   SensorRig rig(GetParam());
@@ -140,7 +146,7 @@ class GeometryTest : public SetupTest, public ::testing::WithParamInterface<int>
 TEST_P(GeometryTest, InitRecordCarriesTheStatisticsLineTiming) {
   const GeometryRow& row = kGeometryRows[GetParam()];
   SCOPED_TRACE(row.what);
-  fillTableWithIds();
+  fillTable();
   fp::setSensorBinningRatio(row.sensorBinning);
   SensorRig rig(GetParam());
   setUpAlgorithm(rig, row.sensorType, 0, row.frameHeight, row.tgHeight, row.pixelsInLine,
@@ -166,21 +172,21 @@ INSTANTIATE_TEST_SUITE_P(Rows, GeometryTest,
 
 struct SettingRow {
   const char* what;
-  int64_t pclk;
-  int32_t lineLength;
-  int32_t columnLength;
+  uint32_t pixelClk;  // live values
+  uint32_t pixelsInLine;
+  int frameHeight;          // grab height = frame height - 45
   const char* expectError;  // null: the record fits
 };
 
-// Live timing: 600 MHz, 5000 clocks per line, grab height 300 - 45 = 255.
+// Record: 600 MHz, 5000 clocks per line, 275 lines per frame.
 const SettingRow kSettingRows[] = {
-    {"fits, 20 lines of blanking allowed", 600000000, 5000, 275, nullptr},
-    {"column length without blanking", 600000000, 5000, 255,
-     "sensor column length mismatch (parameter:255/received:255)"},
-    {"one line more blanking", 600000000, 5000, 276, "sensor column length mismatch"},
-    {"pixel clock", 1, 5000, 275, "sensor pixel clock mismatch (parameter:1/received:600000000)"},
-    {"line length", 600000000, 4999, 275,
-     "sensor line length mismatch (parameter:4999/received:5000)"},
+    {"fits, 20 lines of blanking allowed", 600000000, 5000, 300, nullptr},
+    {"grab height equal to the column length", 600000000, 5000, 320,
+     "sensor column length mismatch (parameter:275/received:275)"},
+    {"one line less blanking", 600000000, 5000, 301, "sensor column length mismatch"},
+    {"pixel clock", 1, 5000, 300, "sensor pixel clock mismatch (parameter:600000000/received:1)"},
+    {"line length", 600000000, 4999, 300,
+     "sensor line length mismatch (parameter:5000/received:4999)"},
 };
 
 class SettingCheckTest : public SetupTest, public ::testing::WithParamInterface<int> {};
@@ -189,13 +195,12 @@ TEST_P(SettingCheckTest, MismatchIsReportedOnly) {
   const SettingRow& row = kSettingRows[GetParam()];
   SCOPED_TRACE(row.what);
   fp::setProperty("vendor.autotesttool.enable", 1);
-  fp::setNvramFill([&row](int, int, FLICKER_CUST_PARA& rec) {
-    rec.sensor_setting.pclk = row.pclk;
-    rec.sensor_setting.line_length = row.lineLength;
-    rec.sensor_setting.column_length = row.columnLength;
-  });
+  fillTable();
   SensorRig rig(GetParam());
-  setUpAlgorithm(rig, 0, 0, 300, 300);
+  rig.bringUp(makeConfig(0, row.frameHeight, row.pixelsInLine, row.frameHeight, row.pixelClk));
+  FrameSpec spec;
+  spec.height = row.frameHeight;
+  rig.frames(3, spec);
   if (row.expectError == nullptr) {
     EXPECT_FALSE(fp::logged("mismatch"));
     EXPECT_TRUE(fp::logged("[CAT][flicker] FlickerSensorSettingCheck:Pass"));
@@ -215,6 +220,8 @@ INSTANTIATE_TEST_SUITE_P(Rows, SettingCheckTest,
 // ---- Override files ----
 
 constexpr int32_t kNvramWord = 7;
+// Every override test fills the same table, so they share one instance.
+constexpr int kOverrideSensor = 10;
 
 class OverrideFileTest : public SetupTest {
  protected:
@@ -235,8 +242,8 @@ class OverrideFileTest : public SetupTest {
   }
 
   // The 35 algorithm words selected for a sensor in `sensorMode`.
-  static std::vector<int32_t> wordsFor(int sensorIdx, int sensorMode, int sensorType = 0) {
-    SensorRig rig(sensorIdx);
+  static std::vector<int32_t> wordsFor(int sensorMode, int sensorType = 0) {
+    SensorRig rig(kOverrideSensor);
     setUpAlgorithm(rig, sensorType, sensorMode, 300, 300);
     rig.shutDown();
     return extWords();
@@ -260,7 +267,7 @@ std::vector<int32_t> sequence(int from, int count) {
 
 TEST_F(OverrideFileTest, NumbersSpreadOverLinesWithTabsReplaceEveryField) {
   writeFile(kPreview, numbers(-5, 10, "\t") + "\n\n" + numbers(5, 25, " \t\n"));
-  EXPECT_EQ(wordsFor(0, 0), sequence(-5, 35));
+  EXPECT_EQ(wordsFor(0), sequence(-5, 35));
   EXPECT_EQ(fp::countLogged("failed to get para."), 0);
 }
 
@@ -268,7 +275,7 @@ TEST_F(OverrideFileTest, ShortFileFillsTheRestWithMinusOne) {
   writeFile(kPreview, numbers(1, 20, " "));
   std::vector<int32_t> expect = sequence(1, 20);
   expect.resize(35, -1);
-  EXPECT_EQ(wordsFor(1, 0), expect);
+  EXPECT_EQ(wordsFor(0), expect);
   EXPECT_EQ(fp::countLogged("failed to get para."), 15);
 }
 
@@ -276,34 +283,34 @@ TEST_F(OverrideFileTest, WordStopsEveryLaterConversion) {
   writeFile(kPreview, "1 2 3 4 five 6 7 8 9 10");
   std::vector<int32_t> expect = sequence(1, 4);
   expect.resize(35, -1);
-  EXPECT_EQ(wordsFor(2, 0), expect);
+  EXPECT_EQ(wordsFor(0), expect);
   EXPECT_EQ(fp::countLogged("failed to get para."), 31);
 }
 
 TEST_F(OverrideFileTest, NumbersAfterTheThirtyFifthAreIgnored) {
   writeFile(kPreview, numbers(100, 40, "\n"));
-  EXPECT_EQ(wordsFor(3, 0), sequence(100, 35));
+  EXPECT_EQ(wordsFor(0), sequence(100, 35));
 }
 
 TEST_F(OverrideFileTest, SecondSensorTypeUsesTheModeFile) {
   writeFile(kVideo, numbers(50, 35, " "));
-  EXPECT_EQ(wordsFor(4, 2, 1), sequence(50, 35));
+  EXPECT_EQ(wordsFor(2, 1), sequence(50, 35));
 }
 
 TEST_F(OverrideFileTest, RecordStaysWhenTheFileCannotBeUsed) {
   const std::vector<int32_t> nvram(35, kNvramWord);
   writeFile(kPreview, numbers(1, 35, " "));
   // Mode 10 has no file; mode -1 neither (and no tuning row).
-  EXPECT_EQ(wordsFor(5, 10), nvram);
+  EXPECT_EQ(wordsFor(10), nvram);
   EXPECT_EQ(fp::countLogged("invalid sensor mode."), 1);
-  EXPECT_EQ(wordsFor(6, -1), std::vector<int32_t>(35, 0));
+  EXPECT_EQ(wordsFor(-1), std::vector<int32_t>(35, 0));
   EXPECT_EQ(fp::countLogged("invalid sensor mode."), 2);
   // Mode 1's file does not exist.
-  EXPECT_EQ(wordsFor(7, 1), nvram);
+  EXPECT_EQ(wordsFor(1), nvram);
   EXPECT_TRUE(fp::loggedError("failed to open para file."));
   // Property off: the existing preview file is not read.
   fp::setProperty("vendor.debug.flk_read_file", 0);
-  EXPECT_EQ(wordsFor(8, 0), nvram);
+  EXPECT_EQ(wordsFor(0), nvram);
 }
 
 }  // namespace
