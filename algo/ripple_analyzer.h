@@ -57,13 +57,15 @@ struct RippleSummary {
 };
 
 struct PairEvidence {
-  bool analysable;                     // geometry and data allowed a fit
-  int bins;                            // bins per profile
-  int binLines;                        // statistics lines per bin
-  double exposureGain[kRipples];       // |sinc(f_r x exposure)|: ripple left by the exposure
-  double visibility[kRipples];         // |sin(pi f_r x interval)|
-  bool frozen[kRipples];               // visibility below the knob: no temporal evidence
-  double sceneResidual;                // median residual rms of the difference fit
+  bool analysable;                // geometry and data allowed a fit
+  int bins;                       // bins per profile
+  int binLines;                   // statistics lines per bin
+  double exposureGain[kRipples];  // |sinc(f_r x exposure)|: ripple left by the exposure
+  double visibility[kRipples];    // |sin(pi f_r x interval)|
+  bool frozen[kRipples];          // visibility below the knob: no temporal evidence
+  // Median residual rms of the difference fit, less an allowance for the
+  // harmonics of a strong ripple.
+  double sceneResidual;
   bool sceneChange;                    // the difference is not explained: motion or a cut
   RippleSummary temporal[kRipples];    // difference series
   RippleSummary spatial[2][kRipples];  // [frame][ripple]

@@ -35,6 +35,12 @@ Scenario withExposure(Scenario s, double e50, double e60) {
   return s;
 }
 
+Scenario mixed(Scenario s) {
+  s.light.mixHz = 50;
+  s.light.mixModulation = s.light.modulation;
+  return s;
+}
+
 Scenario everyFrame(Scenario s) {
   s.everyFrame = true;
   return s;
@@ -60,6 +66,9 @@ std::vector<ScenarioCase> cases() {
       {"ShortExposure50", withExposure(make(50, 60), 2e-3, 2e-3), 1, kFirstPossible, 50},
       // 50 ms is a multiple of both periods: no ripple is left to see.
       {"CommonMultipleExposure", withExposure(make(60, 50), 50e-3, 50e-3), 0, -1, 50},
+      // Two lamps on different mains with equal ripple: ambiguous, no switch.
+      {"MixedLampsFrom50", mixed(withExposure(make(60, 50), 2e-3, 2e-3)), 0, -1, 50},
+      {"MixedLampsFrom60", mixed(withExposure(make(60, 60), 2e-3, 2e-3)), 0, -1, 60},
       // Every-frame mode: slot 1 is the earlier frame every other pair.
       {"EveryFrame60", everyFrame(make(60, 50)), 1, kFirstPossible, 60},
       {"EveryFrame50", everyFrame(make(50, 60)), 1, kFirstPossible, 50},

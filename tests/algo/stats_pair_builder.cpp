@@ -29,13 +29,17 @@ double texture(double line, int window) {
 }  // namespace
 
 double StatsPairBuilder::meanLight(double t, double exposure) const {
-  if (light_.mainsHz <= 0.0) {
-    return 1.0;
-  }
-  const double w = 2.0 * kPi * 2.0 * light_.mainsHz;
-  return 1.0 + light_.modulation *
-                   (std::sin(w * (t + exposure) + light_.phase) - std::sin(w * t + light_.phase)) /
-                   (w * exposure);
+  // Mean of m cos(2 pi f_r s + phase) over [t, t + exposure], f_r = 2 x mains.
+  auto ripple = [&](double mainsHz, double m) {
+    if (mainsHz <= 0.0) {
+      return 0.0;
+    }
+    const double w = 2.0 * kPi * 2.0 * mainsHz;
+    return m * (std::sin(w * (t + exposure) + light_.phase) - std::sin(w * t + light_.phase)) /
+           (w * exposure);
+  };
+  return 1.0 + ripple(light_.mainsHz, light_.modulation) +
+         ripple(light_.mixHz, light_.mixModulation);
 }
 
 std::vector<int64_t> StatsPairBuilder::frame(double start, double exposure, const SceneFn& scene,

@@ -22,6 +22,8 @@ struct Light {
   double mainsHz = 0.0;     // 0: steady light
   double modulation = 0.3;  // depth m of the light ripple
   double phase = 0.4;       // ripple phase at t = 0, radians
+  double mixHz = 0.0;       // a second lamp on another mains frequency (0: none)
+  double mixModulation = 0.0;
 };
 
 struct Sensor {
