@@ -109,7 +109,9 @@ TEST_F(AdapterTest, FrequencyCodesOfStateAndQueueCommands) {
 FlickerExtPara extPara(int32_t range) {
   FlickerExtPara para;
   int32_t words[kFlickerExtParaWords];
-  for (int i = 0; i < kFlickerExtParaWords; ++i) words[i] = 1000 + i * 17 - 300;
+  for (int i = 0; i < kFlickerExtParaWords; ++i) {
+    words[i] = 1000 + i * 17 - 300;
+  }
   memcpy(&para, words, sizeof(para));
   para.flickerSearchRange = range;
   return para;

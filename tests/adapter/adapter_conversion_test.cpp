@@ -133,7 +133,9 @@ TEST_F(AdapterTest, Sensor8581CopiesExactly32BitEntries) {
       {2, 201 * 4},  // any other mode
   };
   std::vector<int32_t> words(402);
-  for (size_t i = 0; i < words.size(); ++i) words[i] = static_cast<int32_t>(i * 7919) - 1000000;
+  for (size_t i = 0; i < words.size(); ++i) {
+    words[i] = static_cast<int32_t>(i * 7919) - 1000000;
+  }
   const std::vector<int64_t> marker(kSmallEntries, kMarker);
   for (const Row& row : rows) {
     SCOPED_TRACE(row.sensorMode);
@@ -203,8 +205,9 @@ TEST_F(AdapterTest, AutoTestZeroCheckCoversThePathsWidth) {
     adapter_->setFlickerAutoTest(row.autoTest);
     setWindow(kSmallW, row.height);
     std::vector<int64_t> stats(1000, 0);
-    if (row.nonZeroByte != SIZE_MAX)
+    if (row.nonZeroByte != SIZE_MAX) {
       reinterpret_cast<uint8_t*>(stats.data())[row.nonZeroByte] = 1;
+    }
     EXPECT_EQ(setBuf(row.path, stats.data(), 0), row.rc);
   }
   // A failed check still delivers the data.

@@ -154,9 +154,12 @@ TEST_F(DumpTest, CounterNamesTheFolderAndAdvancesFirst) {
     fake_platform::reset();  // a fresh data root
     fake_platform::setProperty("vendor.debug.flk_dump", 1);
     makeDataFolders(true);  // an existing root does not stop the dump
-    if (row.counter != nullptr)
+    if (row.counter != nullptr) {
       writeText(counterFile(), row.counter);
-    for (size_t i = 0; i < row.folders.size(); ++i) adapter_->detectFlicker();
+    }
+    for (size_t i = 0; i < row.folders.size(); ++i) {
+      adapter_->detectFlicker();
+    }
     for (const std::string& folder : row.folders) {
       EXPECT_EQ(fileSize(dumpDir(folder) + "/flk.raw"),
                 static_cast<long long>(flicker_dump::flkRawSize(kSmallEntries)))
@@ -188,7 +191,9 @@ TEST_F(DumpTest, FlkRawHoldsTheDetectionInputFieldByField) {
   EXPECT_EQ(dump.pixelClk, 0x42);
   EXPECT_EQ(dump.lineLength, 0x89ABCDEFu);
   EXPECT_EQ(dump.exposure, 8333);
-  for (int32_t word : dump.aux) EXPECT_EQ(word, 0);
+  for (int32_t word : dump.aux) {
+    EXPECT_EQ(word, 0);
+  }
   EXPECT_FALSE(exists(dumpDir("000") + "/flk_pure.raw"));  // only on request
 
   // The sensor path's window values reach the trailer as the record has them.

@@ -44,8 +44,9 @@ TEST_F(UtilsTest, GetFileCountAcceptsOneNonNegativeInteger) {
     SCOPED_TRACE(row.what);
     const std::string file = path("count.txt");
     unlink(file.c_str());
-    if (row.content != nullptr)
+    if (row.content != nullptr) {
       writeText(file, row.content);
+    }
     int count = -1;
     EXPECT_EQ(getFileCount(file.c_str(), &count, 77), row.rc);
     EXPECT_EQ(count, row.count);

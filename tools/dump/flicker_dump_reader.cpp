@@ -15,16 +15,18 @@ struct FileCloser {
 using File = std::unique_ptr<FILE, FileCloser>;
 
 bool fail(std::string* error, const std::string& path, const std::string& why) {
-  if (error != nullptr)
+  if (error != nullptr) {
     *error = path + ": " + why;
+  }
   return false;
 }
 
 // Size of the open file, or -1.
 long long fileSize(FILE* file) {
   struct stat info;
-  if (fstat(fileno(file), &info) != 0)
+  if (fstat(fileno(file), &info) != 0) {
     return -1;
+  }
   return static_cast<long long>(info.st_size);
 }
 
@@ -42,18 +44,21 @@ bool readColumn(FILE* file, int32_t count, std::vector<int64_t>* column) {
 }  // namespace
 
 bool readFlkRaw(const std::string& path, FlkRawDump* out, std::string* error) {
-  if (out == nullptr)
+  if (out == nullptr) {
     return fail(error, path, "no output record");
+  }
   File file(fopen(path.c_str(), "rb"));
-  if (!file)
+  if (!file) {
     return fail(error, path, "cannot open");
+  }
   const long long size = fileSize(file.get());
   if (size < static_cast<long long>(flkRawSize(0))) {
     return fail(error, path, "size " + std::to_string(size) + " is below the empty layout");
   }
   FlkRawDump dump;
-  if (!readValue(file.get(), &dump.count))
+  if (!readValue(file.get(), &dump.count)) {
     return fail(error, path, "cannot read the count");
+  }
   if (dump.count < 0 || dump.count > kMaxEntries) {
     return fail(error, path, "count " + std::to_string(dump.count) + " outside [0, 36000]");
   }
@@ -69,19 +74,22 @@ bool readFlkRaw(const std::string& path, FlkRawDump* out, std::string* error) {
       readValue(f, &dump.winValue1) && readValue(f, &dump.winValue2) && readValue(f, &dump.freq) &&
       readValue(f, &dump.pixelClk) && readValue(f, &dump.lineLength) &&
       readValue(f, &dump.exposure) && fread(dump.aux, sizeof(int32_t), kAuxWords, f) == kAuxWords;
-  if (!ok)
+  if (!ok) {
     return fail(error, path, "short read");
+  }
   *out = std::move(dump);
   return true;
 }
 
 bool readFlkPureRaw(const std::string& path, int32_t expectedCount, FlkPureDump* out,
                     std::string* error) {
-  if (out == nullptr)
+  if (out == nullptr) {
     return fail(error, path, "no output record");
+  }
   File file(fopen(path.c_str(), "rb"));
-  if (!file)
+  if (!file) {
     return fail(error, path, "cannot open");
+  }
   const long long size = fileSize(file.get());
   if (size < 0 || size % 16 != 0) {
     return fail(error, path, "size " + std::to_string(size) + " is not two int64 columns");

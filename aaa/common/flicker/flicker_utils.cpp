@@ -18,7 +18,8 @@
 
 namespace {
 
-flicker_log::FileLevel g_utilsLogLevel{0};
+// Only errors are logged here today; the level gates any debug line added later.
+[[maybe_unused]] flicker_log::FileLevel g_utilsLogLevel{0};
 
 constexpr size_t kCounterPathSize = 500;  // resolved counter-file paths
 constexpr mode_t kDirMode = 0770;
@@ -42,8 +43,9 @@ bool resolvePath(const char* path, char* out, size_t size) {
   }
   char target[PATH_MAX];
   const ssize_t length = readlink(path, target, sizeof(target) - 1);
-  if (length < 0)
+  if (length < 0) {
     return copyBounded(path, strlen(path), out, size);
+  }
   target[length] = '\0';
   const char* slash = strrchr(path, '/');
   if (target[0] == '/' || slash == nullptr) {
@@ -62,15 +64,17 @@ bool resolvePath(const char* path, char* out, size_t size) {
 // Resolves a counter-file path; a path that does not fit is an error rather
 // than a silently different file.
 bool resolveCounterPath(const char* path, char* out) {
-  if (resolvePath(path, out, kCounterPathSize))
+  if (resolvePath(path, out, kCounterPathSize)) {
     return true;
+  }
   FLK_LOGE("path too long(%zu): %s", strlen(path), path);
   return false;
 }
 
 void closeLogged(FILE* file) {
-  if (fclose(file) != 0)
+  if (fclose(file) != 0) {
     FLK_LOGE("fclose error(%d).", -1);
+  }
 }
 
 // The counter token as a non-negative int; false for anything else.
@@ -78,8 +82,9 @@ bool parseCount(const char* token, int* value) {
   errno = 0;
   char* end = nullptr;
   const long parsed = strtol(token, &end, 10);
-  if (errno != 0 || end == token || *end != '\0' || parsed < 0 || parsed > INT_MAX)
+  if (errno != 0 || end == token || *end != '\0' || parsed < 0 || parsed > INT_MAX) {
     return false;
+  }
   *value = static_cast<int>(parsed);
   return true;
 }
@@ -88,8 +93,9 @@ bool parseCount(const char* token, int* value) {
 
 void _get_canonical_filepath(const char* path, char* out, unsigned long size) {
   // A zero size leaves no room even for the terminator, so nothing is written.
-  if (out == nullptr || size == 0)
+  if (out == nullptr || size == 0) {
     return;
+  }
   if (path == nullptr) {
     out[0] = '\0';
     return;
@@ -98,23 +104,27 @@ void _get_canonical_filepath(const char* path, char* out, unsigned long size) {
 }
 
 int getFileCount(const char* path, int* count, int defaultValue) {
-  if (path == nullptr || count == nullptr)
+  if (path == nullptr || count == nullptr) {
     return -1;
+  }
   *count = defaultValue;
   char resolved[kCounterPathSize];
-  if (!resolveCounterPath(path, resolved))
+  if (!resolveCounterPath(path, resolved)) {
     return -1;
+  }
   FILE* file = fopen(resolved, "rb");
-  if (file == nullptr)
+  if (file == nullptr) {
     return -1;
+  }
 
   char token[16] = {};
   const int scanned = fscanf(file, "%15s", token);
   if (scanned == 1 && token[0] != '\0' && isInt(token)) {
     closeLogged(file);
     int value = 0;
-    if (!parseCount(token, &value))
+    if (!parseCount(token, &value)) {
       return -1;  // negative or beyond int: keep the default
+    }
     *count = value;
     return 0;
   }
@@ -124,24 +134,29 @@ int getFileCount(const char* path, int* count, int defaultValue) {
 }
 
 int setFileCount(const char* path, int count) {
-  if (path == nullptr)
+  if (path == nullptr) {
     return -1;
+  }
   char resolved[kCounterPathSize];
-  if (!resolveCounterPath(path, resolved))
+  if (!resolveCounterPath(path, resolved)) {
     return -1;
+  }
   FILE* file = fopen(resolved, "wt");
-  if (file == nullptr)
+  if (file == nullptr) {
     return -1;
+  }
   const int written = fprintf(file, "%d", count);
-  if (written < 0)
+  if (written < 0) {
     FLK_LOGE("fprintf error(%d).", written);
+  }
   closeLogged(file);
   return 0;
 }
 
 int createDir(const char* path) {
-  if (path == nullptr)
+  if (path == nullptr) {
     return -1;
+  }
   return mkdir(path, kDirMode);
 }
 
@@ -157,8 +172,9 @@ int dumpBufToFile(char* filename, char* dir, void* buf, int size) {
     return createDir(dir) == 0 ? -1 : -2;
   }
   const size_t written = size > 0 ? fwrite(buf, 1, static_cast<size_t>(size), file) : 0;
-  if (written < static_cast<size_t>(size))
+  if (written < static_cast<size_t>(size)) {
     FLK_LOGE("fwrite error(%zu).", written);
+  }
   closeLogged(file);
   return 0;
 }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -85,33 +86,37 @@ constexpr int32_t kDetectWin1398W = 2;
 constexpr int32_t kDetectWin1398H = 32;
 
 int32_t hzToFreqCode(int hz) {
-  if (hz == 60)
+  if (hz == 60) {
     return FLK_FREQ_60HZ;
-  if (hz == 50)
+  }
+  if (hz == 50) {
     return FLK_FREQ_50HZ;
+  }
   return FLK_FREQ_NONE;
 }
 
 // The algorithm's print function: one 1024-byte line under "FlickerAlgo",
 // gated by the framework's details level and mask only.
 __attribute__((format(printf, 1, 2))) void myPrint(const char* format, ...) {
-  if (format == nullptr || !flicker_log::frameworkDetailsOn())
+  if (format == nullptr || !flicker_log::frameworkDetailsOn()) {
     return;
+  }
   char text[flicker_log::kLineSize];
   va_list args;
   va_start(args, format);
   const int written = vsnprintf(text, sizeof(text), format, args);
   va_end(args);
-  if (written < 0)
+  if (written < 0) {
     return;
+  }
   FLK_LOG_DEBUG_TAGGED_("FlickerAlgo", "%s", text);
 }
 
 // strerror_r comes in a GNU (char*) and an XSI (int) form; take either.
-inline const char* pickErrorText(const char* text, const char* /*buf*/) {
+[[maybe_unused]] inline const char* pickErrorText(const char* text, const char* /*buf*/) {
   return text;
 }
-inline const char* pickErrorText(int rc, const char* buf) {
+[[maybe_unused]] inline const char* pickErrorText(int rc, const char* buf) {
   return rc == 0 ? buf : "unknown error";
 }
 
@@ -412,8 +417,9 @@ int FlickerPlatformAdapter::setBuf(int sensorPath, const void* stats, int bufInd
   Conversion conversion = Conversion::kNone;
   if (sensorPath == 0) {
     conversion = Conversion::kCopy64;
-    if (autoTest && count < kMinAutoTestEntries)
+    if (autoTest && count < kMinAutoTestEntries) {
       count = kMinAutoTestEntries;
+    }
   } else if (sensorId == kSensorId8581) {
     conversion = Conversion::kCopy32;
     count = sensor_mode_ == 0 ? kStatCount8581Mode0 : kStatCount8581Other;
@@ -438,8 +444,9 @@ int FlickerPlatformAdapter::setBuf(int sensorPath, const void* stats, int bufInd
   // Auto-test self-check: clear the destination and compare it with the
   // source, i.e. test whether the hardware delivered all zeros.
   auto allZero = [dst, src, autoTest](size_t bytes) {
-    if (!autoTest)
+    if (!autoTest) {
       return false;
+    }
     memset(dst, 0, bytes);
     return memcmp(dst, src, bytes) == 0;
   };
@@ -475,7 +482,7 @@ int FlickerPlatformAdapter::setBuf(int sensorPath, const void* stats, int bufInd
     const int32_t imgH = tg_img_height_;
     for (int row = 0; row < imgH && kTraceEntriesPerRow * row + 2 < kBufEntries;
          row += kTraceRowStep) {
-      const int64_t* at = dst + kTraceEntriesPerRow * row;
+      const int64_t* at = dst + static_cast<ptrdiff_t>(kTraceEntriesPerRow) * row;
       FLK_LOGD("sta row =%d, %lld %lld %lld", row, static_cast<long long>(at[0]),
                static_cast<long long>(at[1]), static_cast<long long>(at[2]));
     }
@@ -599,8 +606,9 @@ void FlickerPlatformAdapter::dumpFLKO(const FlkDetectPara& para, const int32_t* 
   }
   const char* const names[] = {"flk.raw", "flk_pure.raw"};
   for (int pure = 0; pure < 2; ++pure) {
-    if (pure == 1 && NSCam::Utils::Properties::property_get_int32(kPropDumpPure, 0) == 0)
+    if (pure == 1 && NSCam::Utils::Properties::property_get_int32(kPropDumpPure, 0) == 0) {
       return;
+    }
     length = snprintf(devicePath, sizeof(devicePath), "%s%03d/%s", kDumpRoot, counter, names[pure]);
     if (length < 0 || static_cast<size_t>(length) >= sizeof(devicePath) ||
         !flicker_map_data_path(devicePath, hostPath, sizeof(hostPath))) {
