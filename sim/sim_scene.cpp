@@ -125,20 +125,17 @@ void SimScene::buildPrefixSums() {
   }
 }
 
-void SimScene::rowIntegral(int r, double c0, double c1, double* sum, double* sumSq) const {
+void SimScene::rowPrefix(int r, double c, double* sum, double* sumSq) const {
   const double* p = &prefix_[static_cast<size_t>(r) * (kCols + 1)];
   const double* p2 = &prefix2_[static_cast<size_t>(r) * (kCols + 1)];
   const double* row = &map_[static_cast<size_t>(r) * kCols];
-  // Integral from column 0 to c of the piecewise constant, tiled row.
-  auto integral = [&](double c, const double* prefix, bool squared) {
-    const double turns = std::floor(c / kCols);
-    const double rest = c - turns * kCols;
-    const int i = std::min(kCols - 1, static_cast<int>(rest));
-    const double value = squared ? row[i] * row[i] : row[i];
-    return turns * prefix[kCols] + prefix[i] + (rest - i) * value;
-  };
-  *sum = integral(c1, p, false) - integral(c0, p, false);
-  *sumSq = integral(c1, p2, true) - integral(c0, p2, true);
+  // The row is piecewise constant and repeats every kCols columns.
+  const double turns = std::floor(c / kCols);
+  const double rest = c - turns * kCols;
+  const int i = std::min(kCols - 1, static_cast<int>(rest));
+  const double part = rest - i;
+  *sum = turns * p[kCols] + p[i] + part * row[i];
+  *sumSq = turns * p2[kCols] + p2[i] + part * row[i] * row[i];
 }
 
 double SimScene::brightness(double timeS) const {
@@ -176,15 +173,28 @@ void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidt
     grating = 1.0 + spec_.gratingContrast * std::cos(2.0 * kPi * spec_.gratingCyclesPerFrame * sv);
   }
   const double light = brightness(timeS);
+  // Windows are adjacent: the prefix integrals at their count + 1 borders
+  // give every window of both rows.
+  constexpr int kMaxWindows = 16;
+  count = std::min(count, kMaxWindows);
+  double top[kMaxWindows + 1][2];
+  double bottom[kMaxWindows + 1][2];
+  if (columns > 0.0) {
+    const double c0 = wrap(uStart + ox, kTileFrames) * kCols / kTileFrames;
+    for (int j = 0; j <= count; ++j) {
+      rowPrefix(r0, c0 + j * columns, &top[j][0], &top[j][1]);
+      rowPrefix(r1, c0 + j * columns, &bottom[j][0], &bottom[j][1]);
+    }
+  }
   for (int i = 0; i < count; ++i) {
     const double u0 = uStart + i * uWidth;
     double m = 0.0;
     double var = 0.0;
     if (columns > 0.0) {
-      const double c0 = wrap(u0 + ox, kTileFrames) * kCols / kTileFrames;
-      double s0 = 0.0, q0 = 0.0, s1 = 0.0, q1 = 0.0;
-      rowIntegral(r0, c0, c0 + columns, &s0, &q0);
-      rowIntegral(r1, c0, c0 + columns, &s1, &q1);
+      const double s0 = top[i + 1][0] - top[i][0];
+      const double q0 = top[i + 1][1] - top[i][1];
+      const double s1 = bottom[i + 1][0] - bottom[i][0];
+      const double q1 = bottom[i + 1][1] - bottom[i][1];
       m = ((1.0 - w) * s0 + w * s1) / columns;
       const double sq = ((1.0 - w) * q0 + w * q1) / columns;
       var = std::max(0.0, sq - m * m) * grating * grating;

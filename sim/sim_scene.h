@@ -61,7 +61,8 @@ class SimScene {
   // Mean and variance of the reflectance of `count` windows of one image
   // line. `v` is the line's vertical position in the frame (0 top, 1 bottom),
   // window i spans [uStart + i * uWidth, uStart + (i + 1) * uWidth) in frame
-  // units, `timeS` is the time the line sees (mid-exposure).
+  // units, `timeS` is the time the line sees (mid-exposure). At most 16
+  // windows are sampled; `mean` and `variance` hold `count` entries.
   void sampleWindows(double timeS, double v, double uStart, double uWidth, int count, double* mean,
                      double* variance) const;
 
@@ -74,8 +75,9 @@ class SimScene {
   void buildNatural(uint64_t seed);
   void buildFlat();
   void buildPrefixSums();
-  // Integral of row r over columns [c0, c1) of the tiled map, and of its square.
-  void rowIntegral(int r, double c0, double c1, double* sum, double* sumSq) const;
+  // Integral of row r of the tiled map from column 0 to column c, and of its
+  // square.
+  void rowPrefix(int r, double c, double* sum, double* sumSq) const;
 
   SimSceneSpec spec_;
   std::vector<double> map_;      // rows x cols reflectance
