@@ -2,10 +2,10 @@
 # Checks the device integration on a desk. Usage: bash scripts/check_device.sh
 #
 #  1. Android.bp is formatted as bpfmt wants (bpfmt -d prints nothing).
-#  2. Every file and folder Android.bp names exists, every glob matches, and
-#     every library source of the manager, the open algorithm and the host
-#     platform is listed by its module (so the device build cannot drift from
-#     the CMake build).
+#  2. Every file and folder Android.bp names exists, and every library source
+#     of the manager, the open algorithm and the host platform, and every
+#     device unit-test source, is listed by a module (so the device build
+#     cannot drift from the CMake build).
 #  3. mini-soong turns Android.bp into a Makefile, which builds with clang at
 #     -O2 and -Werror: libflicker_host_platform, libflicker_open_algo, then
 #     the device module libflicker_mgr itself (device shim included, linked
@@ -156,12 +156,22 @@ for folder in ("aaa/common/flicker", "aaa/common/flicker/platform", "algo",
         if os.path.normpath(src) not in covered:
             errors.append(f"{src} is in no Android.bp module")
 
+# Unit tests that run on the device (against the fake, not the host platform)
+# must be in a cc_test module, or they silently never run there.
+device_tests = [t for t in glob.glob("tests/platform/*_test.cpp")
+                if not os.path.basename(t).startswith("host_")]
+for area in ("fake", "adapter", "manager", "algo"):
+    device_tests += glob.glob(f"tests/{area}/*.cpp")
+for src in sorted(device_tests):
+    if os.path.normpath(src) not in covered:
+        errors.append(f"{src} is in no cc_test module")
+
 for e in errors:
     print("   " + e)
 print(f"   {len(modules)} modules, {len(covered)} source files named")
 sys.exit(1 if errors else 0)
 EOF
-  pass "every path in Android.bp exists and every library source is listed"
+  pass "every path in Android.bp exists; every library and device test source is listed"
 else
   fail "Android.bp names missing paths or misses library sources"
 fi
