@@ -63,6 +63,12 @@ class FlickerPlatformAdapter {
   int setWindowInfo(int* imgW, int* imgH, int* winW, int* winH, int width, int height);
   int getFLKStatConfig(flk_stat_config* out);
   int getSensorMode(int sensorMode, int unused, int* out);
+  // Copies one frame's statistics block into slot `bufIndex` (0: buffer 1,
+  // else buffer 2). The block's size is not passed: the caller must supply
+  // stat-count x entry-size bytes, i.e. 8 x 18 x win_h_ on the generic path
+  // (at least 144 in auto-test mode), 4 x 150 (sensor mode 0) or 4 x 201 for
+  // sensor 8581 and 4 x 384 for sensor 1398. 0, or -1 on failure or on an
+  // all-zero block in auto-test mode.
   int setBuf(int sensorPath, const void* stats, int bufIndex, int* outX, int* outW, int* outH);
 
   // Detection step.
