@@ -43,11 +43,20 @@ double ramp(double x, double lo, double hi) {
   return std::clamp((x - lo) / (hi - lo), 0.0, 1.0);
 }
 
-// Median of n <= kMaxWindows values; sorts a copy.
+// Median of 1 <= n <= kMaxWindows values; sorts a copy. An insertion sort:
+// n is at most the window count, and GCC's std::sort on a small fixed array
+// trips a false -Warray-bounds at -O2.
 double median(const double* v, int n) {
+  n = std::clamp(n, 1, kMaxWindows);
   double s[kMaxWindows];
-  std::copy(v, v + n, s);
-  std::sort(s, s + n);
+  for (int i = 0; i < n; ++i) {
+    const double x = v[i];
+    int j = i;
+    for (; j > 0 && s[j - 1] > x; --j) {
+      s[j] = s[j - 1];
+    }
+    s[j] = x;
+  }
   return (n % 2) != 0 ? s[n / 2] : 0.5 * (s[n / 2 - 1] + s[n / 2]);
 }
 
