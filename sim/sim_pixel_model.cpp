@@ -57,8 +57,7 @@ int64_t SimPixelModel::windowSum(double meanE, double spreadE2, int pixels, doub
   const double n = static_cast<double>(pixels);
   const double sigma = std::sqrt(n * noiseVar * below);
   const double sum = n * mean + sigma * rng->gaussian();
-  // Non-negative, so adding one half and truncating rounds to nearest.
-  return static_cast<int64_t>(std::max(0.0, sum) + 0.5);
+  return static_cast<int64_t>(std::nearbyint(std::max(0.0, sum)));
 }
 
 }  // namespace flicker_sim

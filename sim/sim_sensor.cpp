@@ -109,8 +109,9 @@ double SimSensor::framePeriod(const Controls& controls, double readoutS) const {
   if (frame_rate_active_ != 1 || controls.doFlkDetection == 0) {
     return nominal;
   }
-  for (double stretch = 0.0; stretch <= kMaxStretchS; stretch += kStretchStepS) {
-    const double period = nominal + stretch;
+  const int steps = static_cast<int>(kMaxStretchS / kStretchStepS);
+  for (int step = 0; step <= steps; ++step) {
+    const double period = nominal + step * kStretchStepS;
     if (phaseMiss(kRipple50Hz * period) >= kMinPhaseStep &&
         phaseMiss(kRipple60Hz * period) >= kMinPhaseStep) {
       return period;

@@ -16,7 +16,7 @@ void simulateFrame(benchmark::State& state, const char* preset) {
     rig.sensor(0)->nextFrame(&frame);
     benchmark::DoNotOptimize(frame.stats.data());
   }
-  state.counters["lines"] = static_cast<double>(frame.stats.size() / 6);
+  state.counters["lines"] = static_cast<double>(frame.stats.size()) / 6.0;
 }
 
 // 4000 x 3000, textured, fluorescent with harmonics.
