@@ -1,17 +1,18 @@
-// The one place holding the host's default tuning values. They describe a
-// plausible 4000x3000 sensor at 30 frames per second; the algorithm fields
-// other than the search window are left 0 until tuned values are available.
+// The one place holding the host's default tuning values: the open
+// algorithm's recommended record (tuned on the evaluation grid) for every
+// scenario and ratio, with the timing of a plausible 4000x3000 sensor at 30
+// frames per second.
 #include "host_default_tuning.h"
+
+#include <cstring>
+
+#include "open_algo_default_tuning.h"
 
 namespace flicker_host {
 
 namespace {
 
-// Rows of columns the algorithm searches for the flicker period.
-constexpr int32_t kSearchRange = 100;
-// Frames of history the detection needs before deciding, and keeps at most.
-constexpr int32_t kMinPastFrames = 3;
-constexpr int32_t kMaxPastFrames = 14;
+static_assert(open_algo::kTuningWords == kFlickerAlgoWords, "the algorithm part is 35 words");
 // 480 MHz pixel clock, 5000 clocks per line and 3200 lines per frame give
 // 33.3 ms per frame: 30 frames per second, 3.3 periods of 100 Hz light.
 constexpr int64_t kPixelClock = 480000000;
@@ -30,9 +31,8 @@ FLICKER_CUST_PARA defaultTuningRecord(int row, int col) {
   // Every scenario and ratio shares one record today; (row, col) is the seam
   // for per-mode values.
   FLICKER_CUST_PARA record{};
-  record.flickerSearchRange = kSearchRange;
-  record.minPastFrames = kMinPastFrames;
-  record.maxPastFrames = kMaxPastFrames;
+  // The algorithm part is the record's first 35 int32 words.
+  memcpy(&record, open_algo::kDefaultTuningWords, sizeof(open_algo::kDefaultTuningWords));
   record.sensor_setting.pclk = kPixelClock;
   record.sensor_setting.line_length = kLineLength;
   record.sensor_setting.column_length = kFrameLength;
