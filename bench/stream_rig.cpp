@@ -1,0 +1,101 @@
+#include "stream_rig.h"
+
+#include <ctime>
+
+#include "sim_rig.h"
+#include "sim_scenario.h"
+
+namespace {
+
+constexpr int kSensorDev = 1;        // main sensor
+constexpr int kSensorId = 0x5678;    // any id: the host tuning serves every sensor
+constexpr double kReadoutS = 0.030;  // line length chosen so the readout takes 30 ms
+constexpr int kWarmupFrames = 2;     // the simulator's first frames settle its exposure
+
+int64_t nowNs() {
+  timespec ts{};
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+}  // namespace
+
+StreamRig::StreamRig(int width, int height) : result_(kFlickerResultSize, 0) {
+  flicker_sim::SimScenario scenario;
+  flicker_sim::makeSimPreset("office-50hz", &scenario);
+  flicker_sim::SimGeometry& g = scenario.sensors.front().geometry;
+  g.tgWidth = width;
+  g.tgHeight = height;
+  g.frameWidth = width;
+  g.frameHeight = height;
+  g.pixelsInLine = static_cast<uint32_t>(kReadoutS * static_cast<double>(g.pixelClockHz) / height);
+  flicker_sim::SimRig rig(scenario);
+  flicker_sim::SimSensor* sensor = rig.sensor(0);
+  flicker_sim::SimFrame frame;
+  for (int i = 0; i < kWarmupFrames; ++i) sensor->nextFrame(&frame);
+  ring_.resize(kRingFrames);
+  for (auto& f : ring_) sensor->nextFrame(&f);
+
+  const flicker_sim::SimConfig c = sensor->config();
+  config_.SensorMode = c.sensorMode;
+  config_.HBIN_INFO.w = c.hbinWidth;
+  config_.HBIN_INFO.h = c.hbinHeight;
+  config_.TG_SIZE.w = c.tgWidth;
+  config_.TG_SIZE.h = c.tgHeight;
+  config_.PixelClk = c.pixelClk;
+  config_.PixelsInLine = c.pixelsInLine;
+  input_.sensorType = c.sensorType;
+  input_.sensorMode = c.sensorMode;
+  input_.tgWidth = c.tgWidth;
+  input_.tgHeight = c.tgHeight;
+  input_.isMaster = 1;
+  input_.aeTargetMode = c.aeTargetMode;
+}
+
+bool StreamRig::start(int sensorIdx, int flickerMode, int aeDetectCycle) {
+  mgr_ = FlickerMgr::GetInstance(sensorIdx);
+  if (mgr_ == nullptr)
+    return false;
+  input_.flickerMode = flickerMode;
+  aeDetectCycle_ = aeDetectCycle;
+  mgr_->Init(kSensorDev, kSensorId);
+  mgr_->Config(config_);
+  mgr_->Start(flicker_start_info{});
+  mgr_->SetParam(input_);
+  return mgr_->isAttach() == 1;
+}
+
+void StreamRig::stop() {
+  if (mgr_ == nullptr)
+    return;
+  mgr_->Stop();
+  mgr_->Uninit();
+  mgr_ = nullptr;
+}
+
+int StreamRig::frame(int64_t* elapsedNs) {
+  const flicker_sim::SimFrame& f = ring_[frames_ % kRingFrames];
+  calc_.mVa = reinterpret_cast<const uint8_t*>(f.stats.data());
+  calc_.exposureTime = f.exposureTime;
+  calc_.twinType = f.twinType;
+  calc_.twinWinX = f.twinWinX;
+  calc_.twinWinY = f.twinWinY;
+  calc_.width = f.width;
+  calc_.height = f.height;
+  calc_.doFlkDetection = 1;
+  calc_.aeDetectCycle = aeDetectCycle_;
+  calc_.statValid = 1;
+  calc_.pixel_mode = f.pixel_mode;
+  calc_.flkEnable = 1;
+  calc_.needReinit = 0;
+  calc_.sof_timestamp = (frames_ + 1) * kFramePeriodNs;
+  ++frames_;
+
+  const int64_t t0 = elapsedNs != nullptr ? nowNs() : 0;
+  mgr_->SetParam(input_);
+  const int rc = mgr_->DoCalculation(calc_);
+  mgr_->GetResult(&result_);
+  if (elapsedNs != nullptr)
+    *elapsedNs = nowNs() - t0;
+  return rc;
+}
