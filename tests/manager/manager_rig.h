@@ -18,6 +18,9 @@ namespace mgr_test {
 constexpr int kWaitMs = 10000;                // generous: sanitizers are slow
 constexpr int64_t kFramePeriodNs = 33000000;  // frame n starts exposing at n x this
 constexpr int32_t kExposureUs = 10000;
+// The second sensor type takes the adapter's sensor-specific path, which only
+// two sensors have; the rig's sensors are one of them unless a test says so.
+constexpr int kSensor1398 = 1398;
 constexpr const char* kPropLogLevel = "vendor.debug.flicker_mgr.log.level";
 
 // Debug logging on (level 3 plus the framework's details), so tests can see
@@ -82,7 +85,7 @@ class SensorRig {
   // Without Start the frame-rate type keeps its initial 0.
   void bringUp(const flicker_config_info& config = makeConfig(),
                const flicker_input_info& input = makeInput(), bool start = true,
-               int sensorId = 100);
+               int sensorId = kSensor1398);
   int frame(const FrameSpec& spec = FrameSpec());
   // Frames until `count` have been sent, all with `spec`; returns their results.
   std::vector<int> frames(int count, const FrameSpec& spec = FrameSpec());
