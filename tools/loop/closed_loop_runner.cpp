@@ -1,0 +1,290 @@
+#include "closed_loop_runner.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "host_properties.h"
+#include "sem_watch.h"
+#include "sim_rig.h"
+
+namespace flicker_loop {
+
+namespace {
+
+// Host customisation property the manager's cust_getSensorBinningRatio reads.
+const char kBinningProperty[] = "host.flicker.cust.sensor_binning";
+// Sensor ids handed to Init: outside the two ids with their own statistics
+// path, one per index so logs tell the sensors apart.
+constexpr int kSensorIdBase = 0x5100;
+
+flicker_config_info toConfigInfo(const flicker_sim::SimConfig& c) {
+  flicker_config_info info{};
+  info.SensorMode = c.sensorMode;
+  info.HBIN_INFO.w = c.hbinWidth;
+  info.HBIN_INFO.h = c.hbinHeight;
+  info.TG_SIZE.w = c.tgWidth;
+  info.TG_SIZE.h = c.tgHeight;
+  info.PixelClk = c.pixelClk;
+  info.PixelsInLine = c.pixelsInLine;
+  return info;
+}
+
+flicker_input_info toInputInfo(const flicker_sim::SimConfig& c) {
+  flicker_input_info info{};
+  info.sensorType = c.sensorType;
+  info.flickerMode = c.flickerMode;
+  info.sensorMode = c.sensorMode;
+  info.tgWidth = c.tgWidth;
+  info.tgHeight = c.tgHeight;
+  info.isMaster = c.isMaster;
+  info.aeTargetMode = c.aeTargetMode;
+  return info;
+}
+
+flicker_calc_info toCalcInfo(const flicker_sim::SimFrame& f) {
+  flicker_calc_info info{};
+  info.mVa = reinterpret_cast<const uint8_t*>(f.stats.data());
+  info.exposureTime = f.exposureTime;
+  info.twinType = f.twinType;
+  info.twinWinX = f.twinWinX;
+  info.twinWinY = f.twinWinY;
+  info.width = f.width;
+  info.height = f.height;
+  info.doFlkDetection = f.doFlkDetection;
+  info.aeDetectCycle = f.aeDetectCycle;
+  info.statValid = f.statValid;
+  info.pixel_mode = f.pixel_mode;
+  info.flkEnable = f.flkEnable;
+  info.needReinit = f.needReinit;
+  info.sof_timestamp = f.sof_timestamp;
+  return info;
+}
+
+FlickerResultRecord readResult(IFlickerMgr* mgr) {
+  std::vector<uint8_t> bytes;
+  mgr->GetResult(&bytes);
+  FlickerResultRecord record{};
+  memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof(record)));
+  return record;
+}
+
+int stateHz(const FlickerResultRecord& r) {
+  return r.flickerState == FLICKER_RESULT_60HZ ? 60 : 50;
+}
+
+// Per-sensor state of a run.
+struct Lane {
+  IFlickerMgr* mgr = nullptr;
+  flicker_sim::SimSensor* sensor = nullptr;
+  flicker_sim::SimConfig config;
+  flicker_sim::SimFrame current;
+  flicker_sim::SimFrame previous;
+  bool hasPrevious = false;
+  int produced = 0;
+  double nextTimeS = 0;  // expected readout start of the next frame, for ordering
+  double periodS = 0;
+};
+
+class Run {
+ public:
+  Run(const flicker_sim::SimScenario& scenario, const LoopOptions& options)
+      : scenario_(scenario), options_(options), rig_(scenario) {}
+
+  LoopResult execute();
+
+ private:
+  bool startSensors();
+  bool driveFrame(int index);
+  void stopSensors();
+  bool fail(const std::string& reason) {
+    if (result_.error.empty()) {
+      result_.error = reason;
+    }
+    return false;
+  }
+
+  const flicker_sim::SimScenario& scenario_;
+  const LoopOptions& options_;
+  flicker_sim::SimRig rig_;
+  std::vector<Lane> lanes_;
+  LoopResult result_;
+  double firstSofS_ = -1;
+  int started_ = 0;
+};
+
+LoopResult Run::execute() {
+  const int frames = options_.frames > 0 ? options_.frames : scenario_.frameCount;
+  result_.sensors = rig_.sensorCount();
+  result_.lastPair.resize(static_cast<size_t>(rig_.sensorCount()));
+  if (rig_.sensorCount() == 0) {
+    fail("the scenario has no sensors");
+    return result_;
+  }
+  bool ok = startSensors();
+  while (ok) {
+    // The sensor whose next frame starts first goes next, so that the
+    // process-wide state moves in time order across the sensors.
+    int next = -1;
+    for (size_t i = 0; i < lanes_.size(); ++i) {
+      if (lanes_[i].produced < frames &&
+          (next < 0 || lanes_[i].nextTimeS < lanes_[static_cast<size_t>(next)].nextTimeS)) {
+        next = static_cast<int>(i);
+      }
+    }
+    if (next < 0) {
+      break;
+    }
+    ok = driveFrame(next);
+  }
+  stopSensors();
+  result_.ok = ok && result_.error.empty();
+  if (!lanes_.empty() && lanes_.front().periodS > 0) {
+    result_.frameIntervalMs = 1000.0 * lanes_.front().periodS;
+  }
+  return result_;
+}
+
+bool Run::startSensors() {
+  const int binning = rig_.sensor(0)->config().sensorBinningRatio;
+  for (int i = 0; i < rig_.sensorCount(); ++i) {
+    if (rig_.sensor(i)->config().sensorBinningRatio != binning) {
+      return fail("the sensors disagree on the sensor binning; the host applies one to all");
+    }
+  }
+  flicker_host::setProperty(kBinningProperty, static_cast<int64_t>(binning));
+
+  for (int i = 0; i < rig_.sensorCount(); ++i) {
+    Lane lane;
+    lane.mgr = IFlickerMgr::GetInstance(i);
+    if (lane.mgr == nullptr) {
+      return fail("no manager instance for sensor " + std::to_string(i));
+    }
+    lane.sensor = rig_.sensor(i);
+    lane.config = lane.sensor->config();
+    lane.periodS = 1.0 / std::max(1e-3, lane.sensor->spec().framesPerSecond);
+    lane.nextTimeS = lane.sensor->spec().startTimeS;
+    lanes_.push_back(std::move(lane));
+  }
+  for (size_t i = 0; i < lanes_.size(); ++i) {
+    Lane& lane = lanes_[i];
+    lane.mgr->Init(static_cast<int>(1u << i), kSensorIdBase + static_cast<int>(i));
+    ++started_;
+    SemWatch& watch = SemWatch::instance();
+    const uint64_t waits = watch.totalWaits();
+    lane.mgr->Config(toConfigInfo(lane.config));
+    if (!watch.awaitTotalWaitsAbove(waits, options_.workerTimeout)) {
+      return fail("the worker of sensor " + std::to_string(i) + " did not start");
+    }
+    lane.mgr->Start(flicker_start_info{});
+    if (options_.startStateHz == 50 || options_.startStateHz == 60) {
+      // The framework's way to set the state: one frame in the fixed mode.
+      flicker_input_info fixed = toInputInfo(lane.config);
+      fixed.flickerMode = options_.startStateHz == 60 ? FLICKER_MODE_60HZ : FLICKER_MODE_50HZ;
+      lane.mgr->SetParam(fixed);
+    }
+  }
+  return true;
+}
+
+bool Run::driveFrame(int index) {
+  Lane& lane = lanes_[static_cast<size_t>(index)];
+  std::swap(lane.current, lane.previous);
+  lane.hasPrevious = lane.produced > 0;
+  lane.sensor->nextFrame(&lane.current);
+  ++lane.produced;
+  const flicker_sim::SimFrame& f = lane.current;
+  if (firstSofS_ < 0) {
+    firstSofS_ = f.sofS;
+  }
+  lane.nextTimeS = f.sofS + lane.periodS;
+
+  lane.mgr->SetParam(toInputInfo(lane.config));
+  const uint64_t postsBefore = SemWatch::postsByThisThread();
+  const int calc = lane.mgr->DoCalculation(toCalcInfo(f));
+  const bool posted = SemWatch::postsByThisThread() != postsBefore;
+  if (posted && !SemWatch::instance().awaitWorkerIdle(SemWatch::lastPostByThisThread(),
+                                                      options_.workerTimeout)) {
+    return fail("the worker of sensor " + std::to_string(index) + " did not finish frame " +
+                std::to_string(f.frameIndex));
+  }
+  const FlickerResultRecord record = readResult(lane.mgr);
+  lane.sensor->applyResult(record.flickerState, record.flickerFrameRateActive);
+
+  const double timeMs = 1000.0 * (f.sofS - firstSofS_);
+  if (options_.keepFrames) {
+    FrameRow row;
+    row.frame = f.frameIndex;
+    row.sensor = index;
+    row.timeMs = timeMs;
+    row.exposureUs = f.exposureTime;
+    row.gain = f.gain;
+    row.calcResult = calc;
+    row.analysed = posted;
+    row.truthHz = f.lightMainsHz;
+    row.result = record;
+    result_.frames.push_back(row);
+  }
+  if (posted) {
+    PairRow pair;
+    pair.frame = f.frameIndex;
+    pair.sensor = index;
+    pair.timeMs = timeMs;
+    pair.exposureUs = f.exposureTime;
+    pair.stateHz = stateHz(record);
+    pair.score50 = record.flickerScore50;
+    pair.score60 = record.flickerScore60;
+    pair.rateActive = record.flickerFrameRateActive;
+    pair.truthHz = f.lightMainsHz;
+    if (lane.hasPrevious) {
+      // The manager subtracts the exposure (us) from the timestamp (ns) as
+      // plain integers; do the same so a replay can feed the same interval.
+      const int64_t later = f.sof_timestamp - f.exposureTime;
+      const int64_t earlier = lane.previous.sof_timestamp - lane.previous.exposureTime;
+      pair.intervalNs = later > earlier ? later - earlier : earlier - later;
+    }
+    result_.pairs.push_back(pair);
+    if (options_.keepLastPair && lane.hasPrevious) {
+      PairStats& stats = result_.lastPair[static_cast<size_t>(index)];
+      stats.valid = true;
+      stats.sensor = index;
+      stats.frame = f.frameIndex;
+      stats.earlier = lane.previous.stats;
+      stats.later = f.stats;
+      stats.windowWidth = f.windowWidth;
+      stats.windowHeight = f.windowHeight;
+      stats.lineTimeS = f.lineTimeS;
+      stats.exposureS = f.exposureS;
+      stats.intervalS = f.sofS - lane.previous.sofS;
+    }
+  }
+  return true;
+}
+
+void Run::stopSensors() {
+  for (int i = 0; i < started_; ++i) {
+    lanes_[static_cast<size_t>(i)].mgr->Stop();
+    lanes_[static_cast<size_t>(i)].mgr->Uninit();
+  }
+}
+
+}  // namespace
+
+ClosedLoopRunner::ClosedLoopRunner(const flicker_sim::SimScenario& scenario,
+                                   const LoopOptions& options)
+    : scenario_(scenario), options_(options) {
+  // The exposure model starts from the state the manager is put in.
+  if (options_.startStateHz == 50 || options_.startStateHz == 60) {
+    for (flicker_sim::SimSensorSpec& s : scenario_.sensors) {
+      s.ae.initialFlickerState = options_.startStateHz == 60 ? 2 : 1;
+    }
+  }
+}
+
+LoopResult ClosedLoopRunner::run() {
+  Run run(scenario_, options_);
+  return run.execute();
+}
+
+}  // namespace flicker_loop

@@ -1,0 +1,77 @@
+#include "sem_watch.h"
+
+namespace flicker_loop {
+
+namespace {
+
+thread_local uint64_t t_posts = 0;
+thread_local SemWatch::Ticket t_last_post;
+
+}  // namespace
+
+SemWatch& SemWatch::instance() {
+  static SemWatch watch;
+  return watch;
+}
+
+void SemWatch::onPost(const sem_t* sem) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  Counters& c = counters_[sem];
+  ++c.posts;
+  t_last_post = Ticket{sem, c.waits};
+  ++t_posts;
+  changed_.notify_all();
+}
+
+void SemWatch::onWaitEntered(const sem_t* sem) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  ++counters_[sem].waits;
+  ++total_waits_;
+  changed_.notify_all();
+}
+
+uint64_t SemWatch::postsByThisThread() {
+  return t_posts;
+}
+
+SemWatch::Ticket SemWatch::lastPostByThisThread() {
+  return t_last_post;
+}
+
+uint64_t SemWatch::totalWaits() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return total_waits_;
+}
+
+bool SemWatch::awaitWorkerIdle(const Ticket& ticket, std::chrono::milliseconds timeout) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  return changed_.wait_for(lock, timeout,
+                           [&] { return counters_[ticket.sem].waits > ticket.waitsAtPost; });
+}
+
+bool SemWatch::awaitTotalWaitsAbove(uint64_t count, std::chrono::milliseconds timeout) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  return changed_.wait_for(lock, timeout, [&] { return total_waits_ > count; });
+}
+
+}  // namespace flicker_loop
+
+// Link-time wrappers (-Wl,--wrap=sem_post -Wl,--wrap=sem_wait). The wait is
+// counted on entry, before the thread blocks: the count says "this worker is
+// idle again", which is what the runner waits for.
+extern "C" {
+
+int __real_sem_post(sem_t* sem);
+int __real_sem_wait(sem_t* sem);
+
+int __wrap_sem_post(sem_t* sem) {
+  flicker_loop::SemWatch::instance().onPost(sem);
+  return __real_sem_post(sem);
+}
+
+int __wrap_sem_wait(sem_t* sem) {
+  flicker_loop::SemWatch::instance().onWaitEntered(sem);
+  return __real_sem_wait(sem);
+}
+
+}  // extern "C"
