@@ -12,24 +12,28 @@ constexpr int kSensorId = 0x5678;    // any id: the host tuning serves every sen
 constexpr double kReadoutS = 0.030;  // line length chosen so the readout takes 30 ms
 constexpr int kWarmupFrames = 2;     // the simulator's first frames settle its exposure
 
-int64_t nowNs() {
+int64_t clockNs(clockid_t clock) {
   timespec ts{};
-  clock_gettime(CLOCK_MONOTONIC, &ts);
+  clock_gettime(clock, &ts);
   return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
 }
 
 }  // namespace
 
-StreamRig::StreamRig(int width, int height) : result_(kFlickerResultSize, 0) {
-  flicker_sim::SimScenario scenario;
-  flicker_sim::makeSimPreset("office-50hz", &scenario);
-  flicker_sim::SimGeometry& g = scenario.sensors.front().geometry;
+flicker_sim::SimScenario StreamRig::scenario(int width, int height) {
+  flicker_sim::SimScenario s;
+  flicker_sim::makeSimPreset("office-50hz", &s);
+  flicker_sim::SimGeometry& g = s.sensors.front().geometry;
   g.tgWidth = width;
   g.tgHeight = height;
   g.frameWidth = width;
   g.frameHeight = height;
   g.pixelsInLine = static_cast<uint32_t>(kReadoutS * static_cast<double>(g.pixelClockHz) / height);
-  flicker_sim::SimRig rig(scenario);
+  return s;
+}
+
+StreamRig::StreamRig(int width, int height) : result_(kFlickerResultSize, 0) {
+  flicker_sim::SimRig rig(scenario(width, height));
   flicker_sim::SimSensor* sensor = rig.sensor(0);
   flicker_sim::SimFrame frame;
   for (int i = 0; i < kWarmupFrames; ++i) sensor->nextFrame(&frame);
@@ -73,7 +77,7 @@ void StreamRig::stop() {
   mgr_ = nullptr;
 }
 
-int StreamRig::frame(int64_t* elapsedNs) {
+int StreamRig::frame(int64_t* elapsedNs, int64_t* cpuNs) {
   const flicker_sim::SimFrame& f = ring_[frames_ % kRingFrames];
   calc_.mVa = reinterpret_cast<const uint8_t*>(f.stats.data());
   calc_.exposureTime = f.exposureTime;
@@ -91,11 +95,14 @@ int StreamRig::frame(int64_t* elapsedNs) {
   calc_.sof_timestamp = (frames_ + 1) * kFramePeriodNs;
   ++frames_;
 
-  const int64_t t0 = elapsedNs != nullptr ? nowNs() : 0;
+  const int64_t cpu0 = cpuNs != nullptr ? clockNs(CLOCK_THREAD_CPUTIME_ID) : 0;
+  const int64_t t0 = elapsedNs != nullptr ? clockNs(CLOCK_MONOTONIC) : 0;
   mgr_->SetParam(input_);
   const int rc = mgr_->DoCalculation(calc_);
   mgr_->GetResult(&result_);
   if (elapsedNs != nullptr)
-    *elapsedNs = nowNs() - t0;
+    *elapsedNs = clockNs(CLOCK_MONOTONIC) - t0;
+  if (cpuNs != nullptr)
+    *cpuNs = clockNs(CLOCK_THREAD_CPUTIME_ID) - cpu0;
   return rc;
 }

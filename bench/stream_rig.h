@@ -17,6 +17,7 @@
 
 #include "flicker_mgr.h"
 #include "sim_frame.h"
+#include "sim_scenario.h"
 
 class StreamRig {
  public:
@@ -26,6 +27,10 @@ class StreamRig {
   // Renders the ring of statistics frames for a width x height sensor.
   StreamRig(int width, int height);
 
+  // The simulated scene of every rig: a 50 Hz office seen by a width x height
+  // sensor whose readout takes 30 ms.
+  static flicker_sim::SimScenario scenario(int width, int height);
+
   // Init, Config, Start and the first SetParam of the manager of `sensorIdx`
   // in anti-banding mode `flickerMode`; frames carry `aeDetectCycle`. False
   // when the manager cannot be had or did not attach.
@@ -34,8 +39,10 @@ class StreamRig {
   void stop();
 
   // One frame: SetParam, DoCalculation and GetResult. Returns DoCalculation's
-  // result and, when `elapsedNs` is set, the time the three calls took.
-  int frame(int64_t* elapsedNs = nullptr);
+  // result and, when the pointers are set, the wall time the three calls took
+  // and the CPU time this thread spent in them (which leaves out the time the
+  // thread was preempted).
+  int frame(int64_t* elapsedNs = nullptr, int64_t* cpuNs = nullptr);
 
   // Statistics bytes the adapter copies per frame (18 x win_h x 8).
   size_t statBytes() const { return ring_.front().stats.size() * sizeof(int64_t); }

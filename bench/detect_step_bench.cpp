@@ -1,0 +1,71 @@
+// The detection step of the open algorithm through the adapter (setDetectInfo
+// then detectFlicker, i.e. the detection command), on a pair of simulated
+// frames, against the number of statistics lines (3 x win_h). The adapter of
+// an otherwise unused sensor index is set up directly; no manager runs.
+//   lines        statistics lines of the pair's frames
+//   per_line     step time per line (seconds)
+//   analysed     1 when the algorithm really analysed the pair (not an early
+//                "neither"), so the figure is the full path
+// The complexity fit over the three sizes is reported as BigO.
+#include <benchmark/benchmark.h>
+
+#include "bench_geometries.h"
+#include "cam_properties.h"
+#include "flicker_platform_adapter.h"
+#include "stream_rig.h"
+#include "wake_probe.h"
+
+namespace {
+
+constexpr int kSensorIdx = 9;  // no manager uses this adapter
+constexpr int kSensorDev = 1;
+constexpr int kSensorId = 0x5678;
+
+void BM_DetectStep(benchmark::State& state) {
+  const int width = static_cast<int>(state.range(0));
+  const int height = static_cast<int>(state.range(1));
+  StreamRig rig(width, height);
+  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(kSensorIdx);
+  adapter->init(kSensorDev, kSensorId);
+  int window[4] = {};
+  adapter->setWindowInfo(&window[0], &window[1], &window[2], &window[3], width, height);
+  const flicker_config_info& config = rig.config();
+  adapter->init_algo(config.PixelsInLine, window[3], window[2], config.PixelClk, 0);
+  int outX = 0;
+  int outW = 0;
+  int outH = 0;
+  adapter->setBuf(0, rig.stats(0), 0, &outX, &outW, &outH);
+  adapter->setBuf(0, rig.stats(1), 1, &outX, &outW, &outH);
+  const int exposure = rig.simFrame(1).exposureTime;
+
+  for (auto _ : state) {
+    adapter->setDetectInfo(0, FLK_FREQ_50HZ, exposure, StreamRig::kFramePeriodNs);
+    benchmark::DoNotOptimize(adapter->detectFlicker());
+  }
+  const int lines = 3 * window[3];
+  state.SetComplexityN(lines);
+  state.counters["lines"] = lines;
+  state.counters["per_line"] = benchmark::Counter(
+      lines, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  state.counters["analysed"] = wake_probe::lastDetectFlags() & 1;
+  adapter->uninit_algo();
+  adapter->uninit();
+}
+
+// One integer property read of the platform linked in (the host's here). The
+// per-frame path makes two (trace tags) and the detection step three (dump
+// switch, trace tags), so this is the platform's share of both figures.
+void BM_PlatformPropertyRead(benchmark::State& state) {
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(
+        NSCam::Utils::Properties::property_get_int32("vendor.debug.flk_dump", 0));
+  }
+}
+
+BENCHMARK(BM_DetectStep)
+    ->Apply(flickerGeometries)
+    ->Complexity(benchmark::oN)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_PlatformPropertyRead)->Unit(benchmark::kNanosecond);
+
+}  // namespace
