@@ -2,8 +2,10 @@
 // calls out of order. Each test uses its own sensor indices.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <climits>
 #include <cstring>
+#include <thread>
 
 #include "manager_rig.h"
 
@@ -254,6 +256,28 @@ TEST_F(LifecycleTest, UninitEndsAWorkerLeftRunning) {
   rig.mgr().Config(makeConfig());  // a new run starts a new worker
   EXPECT_EQ(fp::countLogged("create flickerMgr thread"), 2);
   rig.shutDown();
+}
+
+// A forgotten Stop must not turn process exit into a crash: the instance of a
+// worker still waiting for a wake-up is left alive when the instance table is
+// destroyed. (An analysis in progress at exit is not covered: it runs against
+// whatever the platform has already torn down.)
+TEST_F(LifecycleTest, ProcessExitWithAWorkerStillRunning) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        SensorRig rig(13);
+        rig.bringUp();
+        rig.frames(3);  // frame 3 stores a first frame: no wake-up yet
+        // The worker's last step before waiting is its priority line.
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (fp::countLogged("policy:(expect, result)") == 0 &&
+               std::chrono::steady_clock::now() < deadline) {
+          std::this_thread::yield();
+        }
+        exit(7);
+      },
+      ::testing::ExitedWithCode(7), "");
 }
 
 // Kept last: the double attach leaves one slot of the process-wide count taken.

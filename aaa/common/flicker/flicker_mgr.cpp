@@ -158,7 +158,9 @@ std::mutex FlickerMgr::attach_lock_;
 // The twenty per-index holders. At process exit an instance whose worker is
 // still running (Stop was never called) is left alive instead of destroyed:
 // its worker is blocked on the instance's semaphore and must not wake on a
-// destroyed object. Such instances stay reachable through `abandoned`.
+// destroyed object. Such instances stay reachable through `abandoned`. An
+// analysis still in progress at exit is not covered: it runs on against
+// whatever the platform's own statics have already released.
 struct FlickerMgrInstanceTable {
   NS3Av3::INST_T<FlickerMgr> slots[FlickerMgr::kMaxSensors];
   FlickerMgr* abandoned[FlickerMgr::kMaxSensors] = {};
