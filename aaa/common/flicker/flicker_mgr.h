@@ -12,6 +12,10 @@
 //  - One worker thread per instance ("FlickerMgrThd"), created by Config and
 //    joined by Stop, runs analyzeFlickerFrequency without mutex_. The only
 //    ordering between the per-frame path and the worker is the semaphore post.
+//  - Init and Uninit end a worker left running (no Stop): the adapter's init
+//    and uninit replace the statistics buffers that its detection reads.
+//  - At process exit an instance whose worker still waits for a wake-up is
+//    left alive instead of destroyed, so the worker never wakes on freed state.
 //  - attach_lock_ is process-wide; lock order is mutex_ before attach_lock_.
 //  - Fields read without a lock by design (flicker_state_, the scores and flags
 //    GetResult reports, the values handed to the worker) are relaxed atomics:
