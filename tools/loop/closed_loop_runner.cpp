@@ -123,6 +123,8 @@ LoopResult Run::execute() {
     return result_;
   }
   bool ok = startSensors();
+  const int total = frames * rig_.sensorCount();
+  int driven = 0;
   while (ok) {
     // The sensor whose next frame starts first goes next, so that the
     // process-wide state moves in time order across the sensors.
@@ -137,6 +139,10 @@ LoopResult Run::execute() {
       break;
     }
     ok = driveFrame(next);
+    ++driven;
+    if (options_.progress) {
+      options_.progress(driven, total);
+    }
   }
   stopSensors();
   result_.ok = ok && result_.error.empty();

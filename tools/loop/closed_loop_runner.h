@@ -21,6 +21,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 
 #include "loop_records.h"
 #include "sim_scenario.h"
@@ -33,6 +34,9 @@ struct LoopOptions {
   bool keepFrames = true;    // fill LoopResult::frames
   bool keepLastPair = true;  // fill LoopResult::lastPair
   std::chrono::milliseconds workerTimeout{20000};  // longest wait for one analysis
+  // Called after every frame with the frames driven so far and the total
+  // (all sensors); may be empty.
+  std::function<void(int done, int total)> progress;
 };
 
 class ClosedLoopRunner {

@@ -1,0 +1,48 @@
+// Set-up shared by flicker-sim's subcommands: exit codes, the one-line error,
+// the platform under the manager (tuning table, logs, traces, dump folder)
+// and a terminal progress bar.
+#pragma once
+
+#include <string>
+
+#include "cli_options.h"
+#include "flicker_algo_cmd.h"
+#include "flicker_sim_cli.h"
+
+namespace flicker_cli {
+
+constexpr int kExitOk = 0;
+constexpr int kExitFailed = 1;
+constexpr int kExitUsage = 2;
+
+// Writes "flicker-sim: <reason>" and returns `code`.
+int failWith(CliIo io, int code, const std::string& reason);
+
+// Options every subcommand that runs the manager or the algorithm accepts:
+// --tuning, --log, --trace.
+//  - Logs are silenced unless the properties (FLICKER_PROPS, environment)
+//    set vendor.debug.flicker_mgr.log.level or
+//    vendor.debug.flicker_algo.log.level to a non-zero value; --log FILE
+//    sends them to a file.
+//  - --trace FILE writes the trace markers to a file (tracing itself is
+//    turned on by debug.atrace.tags.enableflags).
+//  - With vendor.debug.flk_dump set, the dump tree's parent folder
+//    <data root>/data/vendor/flicker is created, as it exists on a device.
+// `algoPart` receives the tuning's algorithm record. False with a reason.
+bool setUpPlatform(const CliOptions& options, FlickerExtPara* algoPart, std::string* error);
+
+// Draws "[#####.....]  50%" on a terminal, erased again by clear().
+class ProgressBar {
+ public:
+  ProgressBar(CliIo io, std::string label) : io_(io), label_(std::move(label)) {}
+  void update(int done, int total);
+  void clear();
+
+ private:
+  CliIo io_;
+  std::string label_;
+  int lastPercent_ = -1;
+  bool drawn_ = false;
+};
+
+}  // namespace flicker_cli

@@ -1,0 +1,171 @@
+#include "svg_chart.h"
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+namespace flicker_cli {
+
+namespace {
+
+// Layout in SVG user units.
+constexpr double kWidth = 960;
+constexpr double kPanelHeight = 190;
+constexpr double kTop = 44;
+constexpr double kLeft = 70;
+constexpr double kRight = 170;  // room for the legend
+constexpr double kGap = 62;     // between panels: axis labels and the next title
+constexpr int kXTicks = 8;
+
+std::string num(double v) {
+  char buf[32];
+  snprintf(buf, sizeof(buf), "%.6g", v);
+  return buf;
+}
+
+std::string px(double v) {
+  char buf[32];
+  snprintf(buf, sizeof(buf), "%.1f", v);
+  return buf;
+}
+
+std::string escape(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    switch (c) {
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      default:
+        out += c;
+    }
+  }
+  return out;
+}
+
+// A round step for about `count` ticks over `span`.
+double niceStep(double span, int count) {
+  const double raw = span / count;
+  const double power = std::pow(10.0, std::floor(std::log10(raw)));
+  for (const double m : {1.0, 2.0, 2.5, 5.0, 10.0}) {
+    if (m * power >= raw) {
+      return m * power;
+    }
+  }
+  return 10 * power;
+}
+
+}  // namespace
+
+SvgChart::Panel* SvgChart::addPanel(const Panel& panel) {
+  panels_.push_back(panel);
+  return &panels_.back();
+}
+
+std::string SvgChart::render() const {
+  const double height = kTop + panels_.size() * (kPanelHeight + kGap) + 10;
+  const double plotW = kWidth - kLeft - kRight;
+  std::ostringstream o;
+  o << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kWidth << "\" height=\""
+    << px(height) << "\" viewBox=\"0 0 " << kWidth << " " << px(height)
+    << "\" font-family=\"sans-serif\" font-size=\"12\">\n";
+  o << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
+  o << "<text x=\"" << kLeft << "\" y=\"24\" font-size=\"16\" font-weight=\"bold\">"
+    << escape(title_) << "</text>\n";
+  for (size_t p = 0; p < panels_.size(); ++p) {
+    const Panel& panel = panels_[p];
+    const double top = kTop + p * (kPanelHeight + kGap) + 18;
+    const double xSpan = panel.xMax > panel.xMin ? panel.xMax - panel.xMin : 1;
+    const double ySpan = panel.yMax > panel.yMin ? panel.yMax - panel.yMin : 1;
+    auto X = [&](double x) { return kLeft + (x - panel.xMin) / xSpan * plotW; };
+    auto Y = [&](double y) { return top + kPanelHeight - (y - panel.yMin) / ySpan * kPanelHeight; };
+    o << "<text x=\"" << kLeft << "\" y=\"" << px(top - 6) << "\" font-weight=\"bold\">"
+      << escape(panel.title) << "</text>\n";
+    o << "<rect x=\"" << kLeft << "\" y=\"" << px(top) << "\" width=\"" << px(plotW)
+      << "\" height=\"" << kPanelHeight << "\" fill=\"#fafafa\" stroke=\"#888\"/>\n";
+    // Ticks and grid.
+    std::vector<double> yTicks = panel.yTicks;
+    if (yTicks.empty()) {
+      const double step = niceStep(ySpan, 4);
+      for (double v = std::ceil(panel.yMin / step) * step; v <= panel.yMax + 1e-9; v += step) {
+        yTicks.push_back(v);
+      }
+    }
+    for (const double v : yTicks) {
+      o << "<line x1=\"" << kLeft << "\" x2=\"" << px(kLeft + plotW) << "\" y1=\"" << px(Y(v))
+        << "\" y2=\"" << px(Y(v)) << "\" stroke=\"#ddd\"/>\n";
+      o << "<text x=\"" << px(kLeft - 6) << "\" y=\"" << px(Y(v) + 4) << "\" text-anchor=\"end\">"
+        << num(v) << "</text>\n";
+    }
+    const double xStep = niceStep(xSpan, kXTicks);
+    for (double v = std::ceil(panel.xMin / xStep) * xStep; v <= panel.xMax + 1e-9; v += xStep) {
+      o << "<line x1=\"" << px(X(v)) << "\" x2=\"" << px(X(v)) << "\" y1=\"" << px(top)
+        << "\" y2=\"" << px(top + kPanelHeight) << "\" stroke=\"#eee\"/>\n";
+      o << "<text x=\"" << px(X(v)) << "\" y=\"" << px(top + kPanelHeight + 15)
+        << "\" text-anchor=\"middle\">" << num(v) << "</text>\n";
+    }
+    o << "<text x=\"" << px(kLeft + plotW / 2) << "\" y=\"" << px(top + kPanelHeight + 32)
+      << "\" text-anchor=\"middle\" fill=\"#444\">" << escape(panel.xLabel) << "</text>\n";
+    o << "<text transform=\"translate(" << px(kLeft - 48) << "," << px(top + kPanelHeight / 2)
+      << ") rotate(-90)\" text-anchor=\"middle\" fill=\"#444\">" << escape(panel.yLabel)
+      << "</text>\n";
+    // Series, clipped to the plot area.
+    o << "<clipPath id=\"clip" << p << "\"><rect x=\"" << kLeft << "\" y=\"" << px(top)
+      << "\" width=\"" << px(plotW) << "\" height=\"" << kPanelHeight << "\"/></clipPath>\n";
+    o << "<g clip-path=\"url(#clip" << p << ")\">\n";
+    for (const Series& s : panel.series) {
+      const size_t n = std::min(s.x.size(), s.y.size());
+      if (s.style == Style::kDots) {
+        for (size_t i = 0; i < n; ++i) {
+          o << "<circle cx=\"" << px(X(s.x[i])) << "\" cy=\"" << px(Y(s.y[i]))
+            << "\" r=\"2.5\" fill=\"" << s.color << "\"/>\n";
+        }
+        continue;
+      }
+      o << "<polyline fill=\"none\" stroke=\"" << s.color << "\" stroke-width=\"1.6\""
+        << (s.style == Style::kDashed ? " stroke-dasharray=\"6,4\"" : "") << " points=\"";
+      for (size_t i = 0; i < n; ++i) {
+        if (s.style == Style::kStep && i > 0) {
+          o << px(X(s.x[i])) << "," << px(Y(s.y[i - 1])) << " ";
+        }
+        o << px(X(s.x[i])) << "," << px(Y(s.y[i])) << " ";
+      }
+      o << "\"/>\n";
+    }
+    o << "</g>\n";
+    // Legend.
+    for (size_t i = 0; i < panel.series.size(); ++i) {
+      const double ly = top + 14 + 18 * i;
+      const double lx = kLeft + plotW + 14;
+      o << "<line x1=\"" << px(lx) << "\" x2=\"" << px(lx + 22) << "\" y1=\"" << px(ly - 4)
+        << "\" y2=\"" << px(ly - 4) << "\" stroke=\"" << panel.series[i].color
+        << "\" stroke-width=\"3\""
+        << (panel.series[i].style == Style::kDashed ? " stroke-dasharray=\"6,4\"" : "") << "/>\n";
+      o << "<text x=\"" << px(lx + 28) << "\" y=\"" << px(ly) << "\">"
+        << escape(panel.series[i].label) << "</text>\n";
+    }
+  }
+  o << "</svg>\n";
+  return o.str();
+}
+
+bool SvgChart::write(const std::string& path) const {
+  std::ofstream out(path);
+  if (!out) {
+    return false;
+  }
+  out << render();
+  return static_cast<bool>(out);
+}
+
+}  // namespace flicker_cli

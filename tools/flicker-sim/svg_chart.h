@@ -1,0 +1,49 @@
+// SvgChart: a stack of simple line-chart panels written as one SVG file.
+//
+// Each panel has its own x and y ranges, axis ticks, a title, a legend and
+// any number of series (polyline, step line or dots). Enough for the run
+// report; no dependencies.
+//
+// Plain value object; not thread-safe.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace flicker_cli {
+
+class SvgChart {
+ public:
+  enum class Style { kLine, kStep, kDots, kDashed };
+
+  struct Series {
+    std::string label;
+    std::string color;
+    Style style = Style::kLine;
+    std::vector<double> x;
+    std::vector<double> y;
+  };
+
+  struct Panel {
+    std::string title;
+    std::string xLabel;
+    std::string yLabel;
+    double xMin = 0, xMax = 1, yMin = 0, yMax = 1;
+    std::vector<double> yTicks;  // empty: five even ticks
+    std::vector<Series> series;
+  };
+
+  explicit SvgChart(std::string title) : title_(std::move(title)) {}
+
+  Panel* addPanel(const Panel& panel);
+  // The whole document.
+  std::string render() const;
+  // Writes render() to `path`; false when the file cannot be written.
+  bool write(const std::string& path) const;
+
+ private:
+  std::string title_;
+  std::vector<Panel> panels_;
+};
+
+}  // namespace flicker_cli
