@@ -52,7 +52,10 @@ bool setUpPlatform(const CliOptions& options, FlickerExtPara* algoPart, std::str
     return false;
   }
   if (property_get_int32("vendor.debug.flk_dump", 0) != 0) {
-    const std::string folder = flicker_host::dataRoot() + "/data/vendor/flicker";
+    // The dump step writes its counter file into flko/ before it creates
+    // that folder, so the folder must exist for the first two dumps not to
+    // share number 000.
+    const std::string folder = flicker_host::dataRoot() + "/data/vendor/flicker/flko";
     if (!makeFolders(folder)) {
       *error = "cannot create the dump folder " + folder + ": " + strerror(errno);
       return false;

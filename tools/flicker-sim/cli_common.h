@@ -26,8 +26,8 @@ int failWith(CliIo io, int code, const std::string& reason);
 //    sends them to a file.
 //  - --trace FILE writes the trace markers to a file (tracing itself is
 //    turned on by debug.atrace.tags.enableflags).
-//  - With vendor.debug.flk_dump set, the dump tree's parent folder
-//    <data root>/data/vendor/flicker is created, as it exists on a device.
+//  - With vendor.debug.flk_dump set, the dump folder
+//    <data root>/data/vendor/flicker/flko is created, as it exists on a device.
 // `algoPart` receives the tuning's algorithm record. False with a reason.
 bool setUpPlatform(const CliOptions& options, FlickerExtPara* algoPart, std::string* error);
 

@@ -108,7 +108,8 @@ void printText(const flicker_sim::SimScenario& scenario, const flicker_loop::Loo
 }
 
 void printCsv(const flicker_loop::LoopResult& result, std::ostream& out) {
-  out << "frame,sensor,time_ms,exposure_us,state,score50,score60,rate_active,truth_hz,interval_us\n";
+  out << "frame,sensor,time_ms,exposure_us,state,score50,score60,rate_active,truth_hz,interval_"
+         "us\n";
   for (const flicker_loop::PairRow& p : result.pairs) {
     out << p.frame << "," << p.sensor << "," << fixed(p.timeMs, 3) << "," << p.exposureUs << ","
         << p.stateHz << "," << p.score50 << "," << p.score60 << "," << p.rateActive << ","

@@ -97,6 +97,7 @@ class Run {
  private:
   bool startSensors();
   bool driveFrame(int index);
+  void drain(Lane& lane);
   void stopSensors();
   bool fail(const std::string& reason) {
     if (result_.error.empty()) {
@@ -268,10 +269,36 @@ bool Run::driveFrame(int index) {
   return true;
 }
 
+// Leaves each manager idle before Stop, as a framework does when it turns
+// detection off on leaving a stream: one frame with detection disabled drops
+// a half-collected pair, one enabled frame without a request ends the pause
+// that this leaves. Without it the next run of the process would start with
+// the stale half pair of this one.
+void Run::drain(Lane& lane) {
+  if (lane.produced == 0) {
+    return;
+  }
+  flicker_calc_info calc = toCalcInfo(lane.current);
+  calc.flkEnable = 0;
+  lane.mgr->DoCalculation(calc);
+  calc.flkEnable = 1;
+  calc.statValid = 1;
+  calc.doFlkDetection = 0;
+  calc.aeDetectCycle = 0;
+  calc.needReinit = 0;
+  const uint64_t postsBefore = SemWatch::postsByThisThread();
+  lane.mgr->DoCalculation(calc);
+  if (SemWatch::postsByThisThread() != postsBefore) {
+    SemWatch::instance().awaitWorkerIdle(SemWatch::lastPostByThisThread(), options_.workerTimeout);
+  }
+}
+
 void Run::stopSensors() {
   for (int i = 0; i < started_; ++i) {
-    lanes_[static_cast<size_t>(i)].mgr->Stop();
-    lanes_[static_cast<size_t>(i)].mgr->Uninit();
+    Lane& lane = lanes_[static_cast<size_t>(i)];
+    drain(lane);
+    lane.mgr->Stop();
+    lane.mgr->Uninit();
   }
 }
 

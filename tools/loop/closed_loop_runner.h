@@ -10,7 +10,9 @@
 // DoCalculation (when it posted the worker, wait until the worker is idle
 // again, so the analysis is finished and the run is deterministic),
 // GetResult, and the result's flickerState and flickerFrameRateActive go back
-// into the simulated sensor. Finally Stop and Uninit.
+// into the simulated sensor. Finally each sensor is left idle (one frame with
+// detection off, one on without a request, so no half-collected pair carries
+// into the next run of the process), then Stop and Uninit.
 //
 // The program must be linked with the semaphore wrappers (see SemWatch and
 // flicker_loop_program() in CMake). It also links a platform (the host
