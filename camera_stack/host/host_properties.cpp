@@ -3,10 +3,12 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <string_view>
 
 #include "cam_log.h"
 #include "cam_properties.h"
@@ -21,13 +23,22 @@ const char kTag[] = "HostProperties";
 const char kFileVariable[] = "FLICKER_PROPS";
 const char kEnvPrefix[] = "FLICKER_PROP_";
 
+// The maps compare transparently so that the integer reads the library makes
+// on its per-frame path look names up without building a string: a read
+// allocates nothing.
+template <typename V>
+using NameMap = std::map<std::string, V, std::less<>>;
+
 struct Store {
   std::mutex mutex;
   bool loaded = false;
-  std::map<std::string, std::string> file;                       // from the property file
-  std::map<std::string, std::string> environment;                // by environment name
-  std::map<std::string, std::optional<std::string>> explicitly;  // set or cleared by the API
+  NameMap<std::string> file;                       // from the property file
+  NameMap<std::string> environment;                // by environment name
+  NameMap<std::optional<std::string>> explicitly;  // set or cleared by the API
 };
+
+// Longest property name whose environment override is looked up.
+constexpr size_t kMaxEnvName = 256;
 
 Store& store() {
   static Store s;
@@ -48,7 +59,7 @@ bool validName(const std::string& name) {
 }
 
 // Reads one property file into `out`. Caller holds the store lock.
-bool readFile(const std::string& path, std::map<std::string, std::string>* out) {
+bool readFile(const std::string& path, NameMap<std::string>* out) {
   out->clear();
   std::ifstream in(path);
   if (!in) {
@@ -72,7 +83,7 @@ bool readFile(const std::string& path, std::map<std::string, std::string>* out) 
   return true;
 }
 
-void readEnvironment(std::map<std::string, std::string>* out) {
+void readEnvironment(NameMap<std::string>* out) {
   out->clear();
   const size_t prefixLength = sizeof(kEnvPrefix) - 1;
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
@@ -98,20 +109,52 @@ void ensureLoaded(Store& s) {
   readEnvironment(&s.environment);
 }
 
-std::optional<std::string> lookup(const std::string& name) {
-  Store& s = store();
-  std::lock_guard<std::mutex> lock(s.mutex);
+// Writes the environment name of `name` into `out`; false when it is too long.
+bool envNameOf(std::string_view name, char (&out)[kMaxEnvName], std::string_view* envName) {
+  const size_t prefixLength = sizeof(kEnvPrefix) - 1;
+  if (prefixLength + name.size() >= sizeof(out))
+    return false;
+  memcpy(out, kEnvPrefix, prefixLength);
+  size_t length = prefixLength;
+  for (const char c : name) {
+    const bool keep = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    out[length++] = keep ? c : '_';
+  }
+  *envName = std::string_view(out, length);
+  return true;
+}
+
+// The text of property `name` by precedence (API, environment, file), or null.
+// Caller holds the store lock; the pointer is valid while it does.
+const std::string* findLocked(Store& s, std::string_view name) {
   ensureLoaded(s);
   const auto set = s.explicitly.find(name);
   if (set != s.explicitly.end())
-    return set->second;
-  const auto env = s.environment.find(propertyEnvName(name));
-  if (env != s.environment.end())
-    return env->second;
+    return set->second ? &*set->second : nullptr;
+  char buffer[kMaxEnvName];
+  std::string_view envName;
+  if (envNameOf(name, buffer, &envName)) {
+    const auto env = s.environment.find(envName);
+    if (env != s.environment.end())
+      return &env->second;
+  }
   const auto file = s.file.find(name);
-  if (file != s.file.end())
-    return file->second;
-  return std::nullopt;
+  return file != s.file.end() ? &file->second : nullptr;
+}
+
+std::optional<std::string> lookup(const std::string& name) {
+  Store& s = store();
+  std::lock_guard<std::mutex> lock(s.mutex);
+  const std::string* text = findLocked(s, name);
+  return text != nullptr ? std::optional<std::string>(*text) : std::nullopt;
+}
+
+// Parses property `name` as an integer in place, without copying its text.
+bool lookupInteger(const char* name, int64_t* value) {
+  Store& s = store();
+  std::lock_guard<std::mutex> lock(s.mutex);
+  const std::string* text = findLocked(s, name);
+  return text != nullptr && parsePropertyInteger(*text, value);
 }
 
 }  // namespace
@@ -187,10 +230,7 @@ namespace Properties {
 
 namespace {
 bool readInteger(const char* key, int64_t* value) {
-  if (key == nullptr)
-    return false;
-  std::string text;
-  return flicker_host::getProperty(key, &text) && flicker_host::parsePropertyInteger(text, value);
+  return key != nullptr && flicker_host::lookupInteger(key, value);
 }
 }  // namespace
 
