@@ -93,7 +93,7 @@ TEST_F(AdapterTest, AllocationFailuresAreReportedButInitSucceeds) {
     EXPECT_EQ(setBuf(0, stats.data(), 0), -1);
     EXPECT_TRUE(
         fake_platform::loggedError("column_vector_data_1_ or column_vector_data_2_ is NULL."));
-    EXPECT_EQ(adapter_->detectFlicker(), 0);
+    EXPECT_EQ(adapter_->detectFlicker(), FLK_FREQ_NONE);
     EXPECT_TRUE(fake_platform::algoCalls(FLK_CMD_DETECT).empty());
     // Releasing after the failure must not free buffer 1 a second time.
     EXPECT_EQ(adapter_->uninit(), 0);

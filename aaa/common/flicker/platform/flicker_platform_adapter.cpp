@@ -538,9 +538,10 @@ int FlickerPlatformAdapter::detectFlicker() {
     }
   }
   if (para.statsSlot0 == nullptr || para.statsSlot1 == nullptr) {
-    // Same answer as an unsupported sensor: no command, scores unchanged.
+    // No command and scores unchanged. The answer is the preset "neither":
+    // 0 would read as 50 Hz and move a 60 Hz state on no evidence.
     FLK_LOGE("column_vector_data_1_ or column_vector_data_2_ is NULL.");
-    return 0;
+    return result.state;
   }
 
   if (NSCam::Utils::Properties::property_get_int32(kPropDump, 0) != 0) {
