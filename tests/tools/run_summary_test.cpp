@@ -74,6 +74,14 @@ TEST(RunSummaryLightSwitchTest, MeasuresTheLockAfterTheChange) {
   EXPECT_EQ(s.pairsAfterChange, 3);
 }
 
+TEST(RunSummaryLightSwitchTest, NoLockAfterTheChangeWhenAlreadyInTheNewState) {
+  // Sat in 60 Hz under 50 Hz light; the light then turned to 60 Hz.
+  const RunSummary s = RunSummary::of(records("6666666666", "5555666666"));
+  EXPECT_TRUE(s.right);
+  EXPECT_LT(s.lockAfterChangeMs, 0);
+  EXPECT_LT(s.pairsAfterChange, 0);
+}
+
 TEST(RunSummaryLightSwitchTest, NoLockAfterTheChangeWhenStillWrong) {
   const RunSummary s = RunSummary::of(records("5555555555", "5555666666"));
   EXPECT_FALSE(s.right);

@@ -56,13 +56,12 @@ RunSummary RunSummary::of(const LoopResult& result) {
       break;
     }
   }
-  if (s.changeMs >= 0 && firstTruth != s.expectedHz && s.right && s.expectedHz != 0) {
-    const double at = lockIndex == 0 ? 0 : lock.timeMs;
-    s.lockAfterChangeMs = at >= s.changeMs ? at - s.changeMs : 0;
-    s.pairsAfterChange = pairsUpTo(result, at) - pairsUpTo(result, s.changeMs);
-    if (s.pairsAfterChange < 0) {
-      s.pairsAfterChange = 0;
-    }
+  // Only a lock that happened after the change counts; a run that sat in
+  // the new state already before it did not react to the change.
+  if (s.changeMs >= 0 && firstTruth != s.expectedHz && s.right && s.expectedHz != 0 &&
+      lockIndex != 0 && lock.timeMs >= s.changeMs) {
+    s.lockAfterChangeMs = lock.timeMs - s.changeMs;
+    s.pairsAfterChange = pairsUpTo(result, lock.timeMs) - pairsUpTo(result, s.changeMs);
   }
   return s;
 }
