@@ -22,6 +22,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -63,6 +64,8 @@ const OpWeight kOps[] = {
     {Op::kSetParam, "SetParam", 6}, {Op::kFrames, "DoCalculation", 100},
     {Op::kResult, "GetResult", 6},
 };
+constexpr uint64_t kMinDetections = 10;
+constexpr int kMaxExtraSeconds = 120;
 constexpr const char* kIdle = "(between operations)";
 
 // Progress of one driver, read by the watchdog.
@@ -84,10 +87,10 @@ class Driver {
  public:
   Driver(int idx, uint32_t seed, Progress* progress) : rig_(idx), rng_(seed), progress_(progress) {}
 
-  void run(Clock::time_point end, std::atomic<int>* badResults) {
+  void run(const std::function<bool()>& keepGoing, std::atomic<int>* badResults) {
     int total = 0;
     for (const OpWeight& w : kOps) total += w.weight;
-    while (Clock::now() < end) {
+    while (keepGoing()) {
       int pick = std::uniform_int_distribution<int>(0, total - 1)(rng_);
       const OpWeight* chosen = &kOps[0];
       for (const OpWeight& w : kOps) {
@@ -268,18 +271,27 @@ TEST(StressTest, TwentySensorsUnderRandomCallOrders) {
 
   std::atomic<int> badResults{0};
   std::atomic<uint64_t> lockFreeReads{0};
+  // The run lasts its time and, on a slow host (emulation, sanitizers), on
+  // until a few detections ran, so that the detection path was exercised.
   const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
+  const Clock::time_point hardEnd = end + std::chrono::seconds(kMaxExtraSeconds);
+  const std::function<bool()> keepGoing = [end, hardEnd, &detections] {
+    const Clock::time_point now = Clock::now();
+    return now < end ||
+           (detections.load(std::memory_order_relaxed) < kMinDetections && now < hardEnd);
+  };
   {
     Watchdog watchdog(&progress, std::chrono::seconds(envInt("FLICKER_STRESS_STALL_SECONDS", 60)));
     std::vector<std::thread> threads;
     for (auto& driver : drivers)
-      threads.emplace_back([&driver, end, &badResults] { driver->run(end, &badResults); });
+      threads.emplace_back(
+          [&driver, &keepGoing, &badResults] { driver->run(keepGoing, &badResults); });
     // Another thread reads the process-wide state that every sensor's worker
     // writes without a lock. (GetResult itself belongs to the sensor's own
     // framework thread: it also reports the statistics configuration, which
     // Config writes under the sensor's lock, so the drivers call it.)
-    threads.emplace_back([end, &badResults, &lockFreeReads] {
-      while (Clock::now() < end) {
+    threads.emplace_back([&keepGoing, &badResults, &lockFreeReads] {
+      while (keepGoing()) {
         const int32_t state = FlickerMgr::flickerState();
         if (state != 0 && state != 50 && state != 60)
           badResults.fetch_add(1, std::memory_order_relaxed);
@@ -297,7 +309,7 @@ TEST(StressTest, TwentySensorsUnderRandomCallOrders) {
          static_cast<unsigned long long>(ops), static_cast<unsigned long long>(detections.load()),
          static_cast<unsigned long long>(lockFreeReads.load()));
   EXPECT_EQ(badResults.load(), 0) << "malformed result records or flicker states";
-  EXPECT_GT(detections.load(), 0u) << "the random orders never reached a detection";
+  EXPECT_GE(detections.load(), kMinDetections) << "the random orders rarely reached a detection";
   for (int i = 0; i < kSensors; ++i)
     EXPECT_GT(progress[i].ops.load(), 0u) << "sensor " << i << " never ran";
   // Every sensor was stopped: no attachment is left behind.
