@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "flicker_algo_cmd.h"
+
 namespace open_algo {
 
 void EvidenceHistory::setCapacity(int capacity) {
@@ -20,21 +22,39 @@ const EvidenceEntry& EvidenceHistory::at(int age) const {
   return ring_[(next_ - 1 - age + 2 * kMaxHistory) % kMaxHistory];
 }
 
+bool EvidenceHistory::abstains(const EvidenceEntry& e, int ripple) {
+  return !e.seen[ripple] && e.vote != ripple && e.evidence[ripple] <= 0.0f;
+}
+
+bool EvidenceHistory::passesOver(const EvidenceEntry& e, int code) {
+  // A pair that could not see the ripple in its difference breaks no run for
+  // it, whether it backed nothing or backed it from one frame only.
+  return code >= 0 && code < kRipples && !e.seen[code] &&
+         (e.vote == FLK_FREQ_NONE || e.vote == code);
+}
+
 int EvidenceHistory::score(int ripple) const {
-  if (count_ == 0) {
-    return 0;
-  }
   double sum = 0.0;
+  int n = 0;
   for (int age = 0; age < count_; ++age) {
-    sum += at(age).evidence[ripple];
+    const EvidenceEntry& e = at(age);
+    if (!abstains(e, ripple)) {
+      sum += e.evidence[ripple];
+      ++n;
+    }
   }
-  return static_cast<int>(std::lround(100.0 * sum / count_));
+  return n > 0 ? static_cast<int>(std::lround(100.0 * sum / n)) : 0;
 }
 
 int EvidenceHistory::trailingVotes(int code, bool temporalOnly) const {
   int n = 0;
-  while (n < count_ && at(n).vote == code && (!temporalOnly || at(n).temporal)) {
-    ++n;
+  for (int age = 0; age < count_; ++age) {
+    const EvidenceEntry& e = at(age);
+    if (e.vote == code && (!temporalOnly || e.temporal)) {
+      ++n;
+    } else if (!passesOver(e, code)) {
+      break;
+    }
   }
   return n;
 }

@@ -16,6 +16,10 @@ struct EvidenceEntry {
   float evidence[kRipples];  // 0..1 per ripple (index 0 = 50 Hz mains, 1 = 60 Hz)
   int8_t vote;               // frequency code the pair backs; FLK_FREQ_NONE for none
   bool temporal;             // the vote rests on the frame difference, not on one frame
+  // The pair could show the ripple in its frame difference (analysable, phase
+  // not frozen). A pair that could not, and backs nothing, abstains for that
+  // ripple: it neither breaks a run of votes for it nor dilutes its score.
+  bool seen[kRipples];
 };
 
 class EvidenceHistory {
@@ -26,16 +30,21 @@ class EvidenceHistory {
   void push(const EvidenceEntry& entry);
 
   int size() const { return count_; }
-  // Mean evidence of `ripple` over the kept entries, 0..100; 0 when empty.
+  // Mean evidence of `ripple` over the kept entries that did not abstain for
+  // it, 0..100; 0 when there are none.
   int score(int ripple) const;
   // Number of newest consecutive entries voting `code` (temporal votes only
-  // when `temporalOnly`).
+  // when `temporalOnly`), passing over entries that abstained for it.
   int trailingVotes(int code, bool temporalOnly) const;
   // Newest entry; only valid when size() > 0.
   const EvidenceEntry& newest() const { return at(0); }
 
  private:
   const EvidenceEntry& at(int age) const;
+  // True when the entry says nothing about ripple `ripple`.
+  static bool abstains(const EvidenceEntry& e, int ripple);
+  // True when a run of temporal votes for `code` continues past the entry.
+  static bool passesOver(const EvidenceEntry& e, int code);
 
   std::array<EvidenceEntry, kMaxHistory> ring_{};
   int next_ = 0;  // slot of the next push

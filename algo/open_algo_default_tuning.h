@@ -35,7 +35,7 @@ constexpr int kTuningWords = 35;
 
 // Default of each knob; a zero word in the record stands for this value.
 constexpr int32_t kDefaultMinAmplitude = 40;      // 0.4 % ripple: below any visible banding
-constexpr int32_t kDefaultSnrThreshold = 40;      // SNR 4: evidence ramps from 4 to 8
+constexpr int32_t kDefaultSnrThreshold = 30;      // SNR 3: evidence ramps from 3 to 6
 constexpr int32_t kDefaultDominancePct = 200;     // the new ripple must be twice the old one
 constexpr int32_t kDefaultHoldOff = 4;            // about two pairs' worth of AE settling
 constexpr int32_t kDefaultSwitchBackMargin = 20;  // switching back needs score + 20
@@ -45,7 +45,7 @@ constexpr int32_t kDefaultClipPermille = 950;     // 95 % of full scale counts a
 constexpr int32_t kDefaultMinVisibility = 300;    // below, the pair's phase is frozen
 constexpr int32_t kDefaultSwitchScore = 50;       // half of the history must back a switch
 constexpr int32_t kDefaultSearchRange = 0;        // analyse every statistics line
-constexpr int32_t kDefaultMinPastFrames = 3;      // three consistent pairs before a switch
+constexpr int32_t kDefaultMinPastFrames = 2;      // two consistent pairs before a switch
 constexpr int32_t kDefaultMaxPastFrames = 8;      // history of eight pairs
 
 // The recommended record. Words 13..34 (linear models, EV thresholds, feature

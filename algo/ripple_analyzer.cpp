@@ -13,6 +13,11 @@ constexpr int kBinsPerPeriod = 12;
 constexpr int kMinBins = kFitParams + 6;
 // A ripple needs at least three bins per period to be told from the trend.
 constexpr double kMinBinsPerRipplePeriod = 3.0;
+// Trend terms per fit model: a frame carries the scene's shading (cubic); the
+// difference of two frames only a gain offset and a slow drift (linear).
+// Fewer trend terms keep the two ripples apart over short readouts (down to
+// about one period), where a cubic soaks up most of a low-frequency ripple.
+constexpr int kTrendTerms[2] = {4, 2};
 // Residual degrees of freedom a window fit must keep.
 constexpr int kMinDof = 4;
 // Relative pivot below which the normal matrix counts as singular.
@@ -123,6 +128,18 @@ void rippleVariances(const Matrix l, double* var) {
   }
 }
 
+// Replaces the unused trend columns of a normal matrix by identity rows, so
+// their coefficients come out zero and the factor keeps its size.
+void maskTrend(Matrix g, int trendTerms) {
+  for (int i = trendTerms; i < kMaxTrendTerms; ++i) {
+    for (int j = 0; j < kFitParams; ++j) {
+      g[i][j] = 0.0;
+      g[j][i] = 0.0;
+    }
+    g[i][i] = 1.0;
+  }
+}
+
 }  // namespace
 
 bool RippleAnalyzer::planBins(const PairInput& in, int searchRange) {
@@ -172,9 +189,18 @@ void RippleAnalyzer::buildBasis() {
       }
     }
   }
-  fullOk_ = cholesky(g, fullChol_);
-  if (fullOk_) {
-    rippleVariances(fullChol_, fullVar_);
+  for (int m = 0; m < kModels; ++m) {
+    Matrix gm;
+    for (int i = 0; i < kFitParams; ++i) {
+      for (int j = 0; j < kFitParams; ++j) {
+        gm[i][j] = g[i][j];
+      }
+    }
+    maskTrend(gm, kTrendTerms[m]);
+    fullOk_[m] = cholesky(gm, fullChol_[m]);
+    if (fullOk_[m]) {
+      rippleVariances(fullChol_[m], fullVar_[m]);
+    }
   }
   basisValid_ = true;
 }
@@ -226,7 +252,7 @@ void RippleAnalyzer::binFrame(const PairInput& in, const AlgoKnobs& knobs, int f
   }
 }
 
-bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, WindowFit* fit) {
+bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int model, WindowFit* fit) {
   fit->valid = false;
   int n = 0;
   double mean = 0.0;
@@ -234,16 +260,18 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, WindowFit* fi
     n += ok[b];
     mean += ok[b] != 0 ? y[b] : 0.0;
   }
-  if (n < kFitParams + kMinDof) {
+  const int trendTerms = kTrendTerms[model];
+  const int params = trendTerms + 2 * kRipples;
+  if (n < params + kMinDof) {
     return false;
   }
   mean /= n;
 
   Matrix ownChol;
-  const double(*chol)[kFitParams] = fullChol_;
+  const double(*chol)[kFitParams] = fullChol_[model];
   double ownVar[2 * kRipples];
-  const double* var = fullVar_;
-  if (n != bins_ || !fullOk_) {
+  const double* var = fullVar_[model];
+  if (n != bins_ || !fullOk_[model]) {
     Matrix g = {};
     for (int b = 0; b < bins_; ++b) {
       if (ok[b] == 0) {
@@ -255,6 +283,7 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, WindowFit* fi
         }
       }
     }
+    maskTrend(g, trendTerms);
     if (!cholesky(g, ownChol)) {
       return false;
     }
@@ -275,13 +304,16 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, WindowFit* fi
       rhs[j] += basis_[b][j] * v;
     }
   }
+  for (int j = trendTerms; j < kMaxTrendTerms; ++j) {
+    rhs[j] = 0.0;
+  }
   double beta[kFitParams];
   cholSolve(chol, rhs, beta);
   double explained = 0.0;
   for (int j = 0; j < kFitParams; ++j) {
     explained += beta[j] * rhs[j];
   }
-  const double sigma2 = std::max(0.0, yy - explained) / (n - kFitParams);
+  const double sigma2 = std::max(0.0, yy - explained) / (n - params);
   fit->sigma = std::sqrt(sigma2);
   for (int f = 0; f < kRipples; ++f) {
     fit->re[f] = beta[4 + 2 * f];
@@ -292,9 +324,9 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, WindowFit* fi
   return true;
 }
 
-void RippleAnalyzer::fitSeries(int series, int windows) {
+void RippleAnalyzer::fitSeries(int series, int windows, int model) {
   for (int w = 0; w < windows; ++w) {
-    fitWindow(profile_[series][w], ok_[series][w], &fits_[series][w]);
+    fitWindow(profile_[series][w], ok_[series][w], model, &fits_[series][w]);
   }
 }
 
@@ -393,7 +425,7 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   if (!basisValid_) {
     buildBasis();
   }
-  if (!fullOk_) {
+  if (!fullOk_[0] || !fullOk_[1]) {
     return false;  // the two ripples cannot be told apart over this readout
   }
   out->bins = bins_;
@@ -407,7 +439,7 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
     }
   }
   for (int s = 0; s < kSeries; ++s) {
-    fitSeries(s, in.windows);
+    fitSeries(s, in.windows, s == kDiff ? 1 : 0);
   }
   summariseTemporal(in, knobs, out);
   summariseSpatial(in, knobs, out);

@@ -31,6 +31,7 @@ constexpr int kMaxWindows = 6;
 constexpr int kMaxStatEntries = 36000;
 constexpr int kMaxBins = 96;
 constexpr int kFitParams = 8;  // cubic trend (4) + cos/sin at two ripple frequencies (4)
+constexpr int kMaxTrendTerms = 4;
 
 // Ripple index: 0 = 100 Hz (50 Hz mains), 1 = 120 Hz (60 Hz mains).
 constexpr int kRipples = 2;
@@ -94,8 +95,10 @@ class RippleAnalyzer {
   bool planBins(const PairInput& in, int searchRange);
   void buildBasis();
   void binFrame(const PairInput& in, const AlgoKnobs& knobs, int frame);
-  void fitSeries(int series, int windows);
-  bool fitWindow(const double* y, const uint8_t* ok, WindowFit* fit);
+  // Fits with the frame series' cubic trend (model 0) or the difference's
+  // linear trend (model 1).
+  void fitSeries(int series, int windows, int model);
+  bool fitWindow(const double* y, const uint8_t* ok, int model, WindowFit* fit);
   RippleSummary combine(int series, int ripple, int windows, double amplitudeScale,
                         const AlgoKnobs& knobs) const;
   void summariseTemporal(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
@@ -110,11 +113,12 @@ class RippleAnalyzer {
   double lineTime_ = 0.0;
   bool basisValid_ = false;
   double basis_[kMaxBins][kFitParams] = {};
-  // Cholesky factor and ripple-coefficient variances of the all-bins fit,
-  // shared by every window without masked bins.
-  double fullChol_[kFitParams][kFitParams] = {};
-  double fullVar_[2 * kRipples] = {};
-  bool fullOk_ = false;
+  // Per trend model: Cholesky factor and ripple-coefficient variances of the
+  // all-bins fit, shared by every window without masked bins.
+  static constexpr int kModels = 2;
+  double fullChol_[kModels][kFitParams][kFitParams] = {};
+  double fullVar_[kModels][2 * kRipples] = {};
+  bool fullOk_[kModels] = {};
   double profile_[kSeries][kMaxWindows][kMaxBins] = {};
   uint8_t ok_[kSeries][kMaxWindows][kMaxBins] = {};
   WindowFit fits_[kSeries][kMaxWindows] = {};

@@ -60,7 +60,13 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   EvidenceEntry e{};
   e.vote = FLK_FREQ_NONE;
   if (!ev.analysable || ev.sceneChange) {
-    return e;  // a cut or unusable pair backs nothing
+    // A cut or unusable pair backs nothing; a cut still counts against a run
+    // of votes (it saw the frames change), an unusable pair abstains.
+    e.seen[0] = e.seen[1] = ev.analysable;
+    return e;
+  }
+  for (int f = 0; f < kRipples; ++f) {
+    e.seen[f] = !ev.frozen[f];
   }
   double amplitude[kRipples];
   for (int f = 0; f < kRipples; ++f) {

@@ -12,14 +12,17 @@ namespace {
 class PairSource {
  public:
   explicit PairSource(double mainsHz) { light_.mainsHz = mainsHz; }
-  DetectOutcome detect(AlgoDriver& driver) {
+  // `interval` is the time between the pair's frames; 36 ms moves both
+  // ripples, 33.333 ms (30 fps) freezes the 120 Hz one.
+  DetectOutcome detect(AlgoDriver& driver, double interval = 36e-3) {
     StatsPairBuilder b(Sensor{}, light_);
     const double exposure = driver.stateHz() == 60 ? 8.333e-3 : 10e-3;
     const double t = frame_ * 36e-3;
     frame_ += 4;
     const auto s0 = b.frame(t, exposure, StatsPairBuilder::flat(), frame_);
-    const auto s1 = b.frame(t + 36e-3, exposure, StatsPairBuilder::flat(), frame_ + 1);
-    return driver.detect(s0, s1, static_cast<int32_t>(exposure * 1e6 + 0.5), 36000000);
+    const auto s1 = b.frame(t + interval, exposure, StatsPairBuilder::flat(), frame_ + 1);
+    return driver.detect(s0, s1, static_cast<int32_t>(exposure * 1e6 + 0.5),
+                         static_cast<int64_t>(interval * 1e9 + 0.5));
   }
   // Detections until the manager would switch (follows the verdicts), or -1.
   int detectionsToSwitch(AlgoDriver& driver, int limit) {
@@ -54,7 +57,8 @@ TEST(History, ConsistentPairsBeforeASwitch) {
     int expected;
   } rows[] = {
       {1, 1},  // a single pair is enough
-      {3, 3},  // the default
+      {2, 2},  // the default
+      {3, 3},
       {5, 5},  // longer evidence
   };
   for (const Row& row : rows) {
@@ -62,6 +66,39 @@ TEST(History, ConsistentPairsBeforeASwitch) {
     AlgoDriver driver(tuning(row.minPast, 8), 50);
     PairSource light60(60);
     EXPECT_EQ(light60.detectionsToSwitch(driver, 10), row.expected);
+  }
+}
+
+// A pair whose phase is frozen for the ripple (120 Hz at 30 fps) cannot show
+// it and abstains: it neither breaks the run of votes for 60 Hz nor dilutes
+// its score. A pair that could show it and did not (no flicker left) breaks
+// the run.
+TEST(History, FrozenPairsAbstain) {
+  constexpr double kMoving = 36e-3;
+  constexpr double kFrozen120 = 1.0 / 30.0;
+  struct Row {
+    const char* what;
+    std::vector<double> mains;      // light of each pair before the verdict counts
+    std::vector<double> intervals;  // and its frame interval
+    int expectedState;              // after the pairs, with minPastFrames 2
+  } rows[] = {
+      {"moving, frozen, moving", {60, 60, 60}, {kMoving, kFrozen120, kMoving}, 60},
+      {"moving, frozen, frozen, moving",
+       {60, 60, 60, 60},
+       {kMoving, kFrozen120, kFrozen120, kMoving},
+       60},
+      {"moving, no flicker, moving", {60, 0, 60}, {kMoving, kMoving, kMoving}, 50},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    AlgoDriver driver(tuning(2, 8), 50);
+    PairSource light60(60);
+    PairSource steady(0);
+    for (size_t i = 0; i < row.mains.size(); ++i) {
+      PairSource& source = row.mains[i] > 0 ? light60 : steady;
+      driver.follow(source.detect(driver, row.intervals[i]).result);
+    }
+    EXPECT_EQ(driver.stateHz(), row.expectedState);
   }
 }
 

@@ -31,7 +31,7 @@ TEST(TuningDecode, ZeroRecordGivesTheDefaultTable) {
   EXPECT_EQ(std::memcmp(&fromZero, &fromTable, sizeof(AlgoKnobs)), 0);
   EXPECT_DOUBLE_EQ(fromZero.minAmplitude, 0.004);
   EXPECT_DOUBLE_EQ(fromZero.dominance, 2.0);
-  EXPECT_EQ(fromZero.minPastFrames, 3);
+  EXPECT_EQ(fromZero.minPastFrames, 2);
   EXPECT_EQ(fromZero.maxPastFrames, 8);
   EXPECT_EQ(fromZero.searchRange, 0);
 }
@@ -63,8 +63,8 @@ TEST(TuningDecode, WordsMapToKnobs) {
       {open_algo::kWordMaxPastFrames, 99, nullptr, &AlgoKnobs::maxPastFrames, 32, 1},
       {open_algo::kWordSearchRange, -4, nullptr, &AlgoKnobs::searchRange, 0, 1},
       {open_algo::kWordMinAmplitude, -3, &AlgoKnobs::minAmplitude, nullptr, 1e-4, 1},
-      // maxPastFrames never falls below minPastFrames (3 by default).
-      {open_algo::kWordMaxPastFrames, 2, nullptr, &AlgoKnobs::maxPastFrames, 3, 1},
+      // maxPastFrames never falls below minPastFrames (2 by default).
+      {open_algo::kWordMaxPastFrames, 1, nullptr, &AlgoKnobs::maxPastFrames, 2, 1},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << "word " << row.word << " = " << row.value);
