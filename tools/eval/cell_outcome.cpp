@@ -97,6 +97,11 @@ CellOutcome assess(const EvalCell& cell, const flicker_sim::SimScenario& scenari
       stateThen = p.stateHz;
     }
   }
+  if (!scenario.sensors.empty()) {
+    const flicker_sim::SimGeometry& g = scenario.sensors.front().geometry;
+    o.readoutS = g.statLines() * g.lineTimeSeconds();
+  }
+  const bool bandVisible = o.readoutS * 2.0 * truth >= 1.0;
   o.held = stateThen == truth;
   if (o.held) {
     o.counted = true;
@@ -117,7 +122,7 @@ CellOutcome assess(const EvalCell& cell, const flicker_sim::SimScenario& scenari
       }
     }
     o.ripple = median(visible);
-    o.counted = o.ripple >= kObservableRipple && anyMoving;
+    o.counted = o.ripple >= kObservableRipple && anyMoving && bandVisible;
   }
   if (!o.right || o.held) {
     return o;

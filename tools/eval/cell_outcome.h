@@ -9,8 +9,11 @@
 // depth at twice the mains times the exposure's attenuation |sinc(f_r E)|
 // is at least kObservableRipple on the median pair, and at least one of the
 // pairs moved the ripple's phase (|sin(pi f_r dt)| of at least
-// kMovingVisibility). Mixed light has no single right answer and is never
-// observable; its state changes are counted as oscillations instead.
+// kMovingVisibility). The statistics readout must also span at least one
+// period of that ripple: a shorter one (high frame rates) shows less than one
+// band, whose period cannot be measured. Mixed light has no single right
+// answer and is never observable; its state changes are counted as
+// oscillations instead.
 //
 // Plain values; evaluate() drives the process-wide manager.
 #pragma once
@@ -38,6 +41,7 @@ struct CellOutcome {
   bool counted = false;  // enters the accuracy: flicker at the end, observable
   bool held = false;     // the state was right where the final light began
   double ripple = 0;     // median visible ripple in the wrong state (0 when held)
+  double readoutS = 0;   // time the statistics lines span
   bool right = false;    // final state right (no switch at all without flicker)
   // Lock after start (cells starting in the wrong state of a steady light).
   int lockPairs = -1;        // analysed pairs up to and including the lock

@@ -54,6 +54,7 @@ struct TargetLine {
   std::string name;
   std::string figure;
   bool met = false;
+  bool applicable = true;  // false when no cell of the grid qualifies
 };
 
 GroupFigures groupFigures(const std::string& name, const std::vector<const CellOutcome*>& cells);
