@@ -4,7 +4,9 @@
 //
 // Input: a sequence of operations, each one byte for the operation, one byte
 // for the sensor index and then the operation's fields (see run() below;
-// fields past the end of the input read as zero).
+// fields past the end of the input read as zero). One operation waits (at
+// most 50 ms, four times per input) for a worker to hand a detection to the
+// algorithm, so that analyses happen before a later Stop ends the worker.
 //
 // Checks: nothing crashes, hangs, leaks or trips a sanitizer; GetInstance
 // answers null exactly outside 0..19; GetResult always writes a valid record;
@@ -15,9 +17,12 @@
 // attached and no buffers held. The tuning tables, the open algorithm's
 // tuning and the process-wide flicker state carry over, as in a camera
 // process that opens one session after another.
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -51,6 +56,7 @@ enum Op : uint8_t {
   kDetach,
   kIsAttach,
   kSetProperty,
+  kAwaitDetection,
   kOpCount,
 };
 
@@ -96,6 +102,31 @@ void makePatterns() {
           static_cast<int64_t>(50000.0 + 6000.0 * std::sin(kTwoPi * line / periods[p] + phases[p]));
     }
   }
+}
+
+// Detections that reached the algorithm, counted by the wrapper of
+// flk_SendCmd below, so an input can let a worker finish its analysis before
+// the next operation (a Stop may otherwise end the worker first).
+struct DetectionCounter {
+  std::mutex mutex;
+  std::condition_variable changed;
+  uint64_t count = 0;
+};
+DetectionCounter& detections() {
+  static DetectionCounter counter;
+  return counter;
+}
+// Bounds on waiting: per wait, and waits per input, so an input never takes
+// long enough to trip libFuzzer's timeout.
+constexpr auto kAwaitLimit = std::chrono::milliseconds(50);
+constexpr int kMaxAwaits = 4;
+
+// Waits until a detection reaches the algorithm, or the limit passes.
+void awaitDetection() {
+  DetectionCounter& d = detections();
+  std::unique_lock<std::mutex> lock(d.mutex);
+  const uint64_t seen = d.count;
+  d.changed.wait_for(lock, kAwaitLimit, [&d, seen] { return d.count != seen; });
 }
 
 // A size field: mostly small and plausible, sometimes any int32.
@@ -174,6 +205,7 @@ struct Touched {
 };
 
 void run(ByteReader& in, Touched* t) {
+  int awaits = 0;
   for (int n = 0; n < kMaxOperations && !in.empty(); ++n) {
     const Op op = static_cast<Op>(in.pick(kOpCount));
     const int idx = static_cast<int>(in.pick(kSensors));
@@ -246,6 +278,10 @@ void run(ByteReader& in, Touched* t) {
         t->propertySet[which] = true;
         break;
       }
+      case kAwaitDetection:
+        if (awaits++ < kMaxAwaits)
+          awaitDetection();
+        break;
       case kOpCount:
         break;
     }
@@ -254,6 +290,22 @@ void run(ByteReader& in, Touched* t) {
 }
 
 }  // namespace
+
+// The link wraps the algorithm entry (-Wl,--wrap=flk_SendCmd): every command
+// goes through here to the open algorithm, and detections are counted.
+extern "C" int32_t __real_flk_SendCmd(uint32_t cmd, void* in, void* out);
+extern "C" int32_t __wrap_flk_SendCmd(uint32_t cmd, void* in, void* out) {
+  const int32_t rc = __real_flk_SendCmd(cmd, in, out);
+  if (cmd == FLK_CMD_DETECT) {
+    DetectionCounter& d = detections();
+    {
+      std::lock_guard<std::mutex> lock(d.mutex);
+      ++d.count;
+    }
+    d.changed.notify_all();
+  }
+  return rc;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static ScratchDir* dir = [] {

@@ -163,7 +163,9 @@ def calc(pattern=1, cycle=0, ts=0):
 
 
 session = op(1, 0, bytes([0, 0])) + op(3, 0, config()) + op(5, 0) + op(7, 0, set_param())
-frames = b"".join(op(8, 0, calc(pattern=1 + (n % 2), ts=n * 33333333)) for n in range(8))
+AWAIT = op(14, 0)
+frames = b"".join(op(8, 0, calc(pattern=1 + (n % 2), ts=n * 33333333)) +
+                  (AWAIT if n % 3 == 2 else b"") for n in range(8))
 put("api_sequence", "one_session",  # Init, Config, Start, SetParam, frames, GetResult, Stop
     session + frames + op(9, 0, bytes([84])) + op(6, 0) + op(2, 0))
 put("api_sequence", "three_sensors_two_slots",  # the third master finds no free slot
