@@ -11,6 +11,10 @@ constexpr double kPi = 3.14159265358979323846;
 constexpr int kBinsPerPeriod = 12;
 // Fewer bins leave too few degrees of freedom beyond the eight parameters.
 constexpr int kMinBins = kFitParams + 6;
+// The analysed readout must span at least one 100 Hz period: over less, a
+// frame shows under one band of either ripple and the two frequencies (and
+// the trend) cannot be told apart, whatever the fit's conditioning says.
+constexpr double kMinReadoutPeriods = 1.0;
 // A ripple needs at least three bins per period to be told from the trend.
 constexpr double kMinBinsPerRipplePeriod = 3.0;
 // Trend terms per fit model: a frame carries the scene's shading (cubic); the
@@ -153,7 +157,9 @@ bool RippleAnalyzer::planBins(const PairInput& in, int searchRange) {
     binLines = std::max(1, lines / kMinBins);
   }
   const int bins = std::min(kMaxBins, lines / binLines);
-  if (bins < kMinBins || period120 / binLines < kMinBinsPerRipplePeriod) {
+  const double readout = static_cast<double>(bins) * binLines * in.lineTime;
+  if (bins < kMinBins || period120 / binLines < kMinBinsPerRipplePeriod ||
+      readout * kRippleHz[0] < kMinReadoutPeriods) {
     return false;
   }
   if (bins != bins_ || binLines != binLines_ || in.lineTime != lineTime_) {

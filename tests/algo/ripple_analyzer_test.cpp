@@ -109,12 +109,24 @@ TEST(RippleAnalyzer, FrozenPhases) {
   }
 }
 
-// The search range limits the analysed lines: too few lines for a band fit
-// make the pair unanalysable.
+// The search range limits the analysed lines (10 us each): too few lines for
+// a band fit, or a readout under one 100 Hz period, make the pair
+// unanalysable.
 TEST(RippleAnalyzer, SearchRangeLimitsTheLines) {
-  EXPECT_TRUE(analyse(60, 5e-3, 36e-3, false, 0).ok);
-  EXPECT_TRUE(analyse(60, 5e-3, 36e-3, false, 2000).ok);
-  EXPECT_FALSE(analyse(60, 5e-3, 36e-3, false, 10).ok);
+  struct Row {
+    int range;
+    bool ok;
+  } rows[] = {
+      {0, true},      // every line: 29.5 ms
+      {2000, true},   // 20 ms
+      {1100, true},   // 11 ms: just over one 100 Hz period
+      {1000, false},  // 14 bins of 69 lines, 9.7 ms: under one 100 Hz period
+      {10, false},    // far too few lines for the bins
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.range);
+    EXPECT_EQ(analyse(60, 5e-3, 36e-3, false, row.range).ok, row.ok);
+  }
 }
 
 }  // namespace
