@@ -1,13 +1,16 @@
-// Test rig for FlickerMgr: builders for the framework's records, one sensor
-// driven through the framework's calling order, and a recorder of the
-// detections the fake algorithm sees (with the frame ids found in the two
-// statistics slots), so that tests wait on events instead of sleeping.
+// Test rig for FlickerMgr: a fixture that resets the fake platform with debug
+// logs on, builders for the framework's records, one sensor driven through
+// the framework's calling order, and a recorder of the detections the fake
+// algorithm sees (with the frame ids found in the two statistics slots), so
+// that tests wait on events instead of sleeping.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <condition_variable>
 #include <cstdint>
+#include <iterator>
 #include <mutex>
-#include <string>
 #include <vector>
 
 #include "fake_platform.h"
@@ -15,22 +18,37 @@
 
 namespace mgr_test {
 
+namespace fp = fake_platform;
+
 constexpr int kWaitMs = 10000;                // generous: sanitizers are slow
 constexpr int64_t kFramePeriodNs = 33000000;  // frame n starts exposing at n x this
 constexpr int32_t kExposureUs = 10000;
 // The second sensor type takes the adapter's sensor-specific path, which only
 // two sensors have; the rig's sensors are one of them unless a test says so.
 constexpr int kSensor1398 = 1398;
-constexpr const char* kPropLogLevel = "vendor.debug.flicker_mgr.log.level";
 
 // Debug logging on (level 3 plus the framework's details), so tests can see
 // detail lines. Call before Init/Start: the manager reads the level there.
 void enableDebugLogs();
 
-flicker_config_info makeConfig(int sensorMode = 0, int height = 300, uint32_t pixelsInLine = 5000,
-                               int tgHeight = 300, uint32_t pixelClk = 600000000);
-flicker_input_info makeInput(int flickerMode = FLICKER_MODE_AUTO, int sensorType = 0,
-                             int sensorMode = 0, int isMaster = 1);
+class ManagerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fp::reset();
+    enableDebugLogs();
+  }
+};
+
+inline flicker_config_info makeConfig(int sensorMode = 0, int height = 300,
+                                      uint32_t pixelsInLine = 5000, int tgHeight = 300,
+                                      uint32_t pixelClk = 600000000) {
+  return {sensorMode, {1200, height}, {1200, tgHeight}, pixelClk, pixelsInLine};
+}
+
+inline flicker_input_info makeInput(int flickerMode = FLICKER_MODE_AUTO, int sensorType = 0,
+                                    int sensorMode = 0, int isMaster = 1) {
+  return {sensorType, flickerMode, sensorMode, 1200, 300, isMaster, 0};
+}
 
 // Per-frame inputs of DoCalculation, apart from the buffer and timing that
 // the rig fills in.
@@ -48,28 +66,26 @@ struct FrameSpec {
 
 // One detection as the fake algorithm received it.
 struct Detection {
-  int64_t slot0Frame;      // frame id stamped into entry 0 of statistics buffer 1
-  int64_t slot1Frame;      // ... of buffer 2
+  int64_t slot0, slot1;    // frame ids stamped into entry 0 of statistics buffers 1 and 2
   int64_t intervalFrames;  // the record's frame interval in frame periods
   int32_t exposure;
-  int32_t freq;
 };
 
 // Installs the fake's detect hook; removes it on destruction.
 class DetectRecorder {
  public:
   DetectRecorder();
-  ~DetectRecorder();
-  DetectRecorder(const DetectRecorder&) = delete;
-  DetectRecorder& operator=(const DetectRecorder&) = delete;
-
+  ~DetectRecorder() { fp::setDetectHook(nullptr); }
   bool waitFor(size_t count, int timeoutMs = kWaitMs);
-  std::vector<Detection> detections();
+  std::vector<Detection> detections() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return seen_;
+  }
 
  private:
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<Detection> detections_;
+  std::vector<Detection> seen_;
 };
 
 // One sensor index driven like the 3A framework drives it. Frame ids count
@@ -77,10 +93,10 @@ class DetectRecorder {
 // exposure start of n frame periods.
 class SensorRig {
  public:
-  explicit SensorRig(int sensorIdx);
+  explicit SensorRig(int sensorIdx)
+      : mgr_(FlickerMgr::GetInstance(sensorIdx)), stats_(FlickerPlatformAdapter::kBufBytes, 0) {}
   FlickerMgr& mgr() { return *mgr_; }
-  int idx() const { return idx_; }
-
+  int frameNo() const { return frameNo_; }
   // Init, Config, SetParam (attaching as master) and, when `start`, Start.
   // Without Start the frame-rate type keeps its initial 0.
   void bringUp(const flicker_config_info& config = makeConfig(),
@@ -89,21 +105,28 @@ class SensorRig {
   int frame(const FrameSpec& spec = FrameSpec());
   // Frames until `count` have been sent, all with `spec`; returns their results.
   std::vector<int> frames(int count, const FrameSpec& spec = FrameSpec());
-  int frameNo() const { return frameNo_; }
-  void shutDown();  // Stop and Uninit
+  void shutDown() {
+    mgr_->Stop();
+    mgr_->Uninit();
+  }
 
  private:
-  int idx_;
   FlickerMgr* mgr_;
   int frameNo_ = 0;
   std::vector<uint8_t> stats_;
 };
 
-// Int32 word `index` of a recorded command input.
+// Int32 word `index` of a byte record (0 when the record is shorter).
 int32_t word(const std::vector<uint8_t>& bytes, size_t index);
 // The last recorded input of `cmd` (empty when none).
 std::vector<uint8_t> lastInput(uint32_t cmd);
-// Frequency codes of the recorded commands `cmd` (4 or 5), in order.
+// Word 0 (the frequency code) of every recorded command `cmd`, in order.
 std::vector<int32_t> codes(uint32_t cmd);
+// The result record as GetResult fills it.
+std::vector<uint8_t> result(FlickerMgr& mgr);
 
 }  // namespace mgr_test
+
+// One test per row of a table, the row index as parameter.
+#define MGR_ROWS(suite, rows) \
+  INSTANTIATE_TEST_SUITE_P(Rows, suite, ::testing::Range(0, static_cast<int>(std::size(rows))))
