@@ -5,7 +5,7 @@
 // Input: a sequence of operations, each one byte for the operation, one byte
 // for the sensor index and then the operation's fields (see run() below;
 // fields past the end of the input read as zero). One operation waits (at
-// most 50 ms, four times per input) for a worker to hand a detection to the
+// most 20 ms, three times per input) for a worker to hand a detection to the
 // algorithm, so that analyses happen before a later Stop ends the worker.
 //
 // Checks: nothing crashes, hangs, leaks or trips a sanitizer; GetInstance
@@ -118,8 +118,8 @@ DetectionCounter& detections() {
 }
 // Bounds on waiting: per wait, and waits per input, so an input never takes
 // long enough to trip libFuzzer's timeout.
-constexpr auto kAwaitLimit = std::chrono::milliseconds(50);
-constexpr int kMaxAwaits = 4;
+constexpr auto kAwaitLimit = std::chrono::milliseconds(20);  // a detection takes about 1 ms
+constexpr int kMaxAwaits = 3;
 
 // Waits until a detection reaches the algorithm, or the limit passes.
 void awaitDetection() {

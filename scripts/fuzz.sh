@@ -34,9 +34,15 @@ jobs=${FLICKER_FUZZ_JOBS:-2}
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DFLICKER_SANITIZE=address,undefined -DFLICKER_BUILD_FUZZ=ON -DFLICKER_BUILD_TESTS=OFF \
   -DFLICKER_BUILD_BENCH=OFF -DFLICKER_BUILD_TOOLS=ON >/dev/null
-cmake --build "$build" -j "$jobs" --target flicker_fuzzers
-
+# Keep going past a target that does not build: the others still run, and the
+# script fails at the end.
 targets=("$@")
+build_failed=0
+if ! cmake --build "$build" -j "$jobs" --target "${targets[@]:-flicker_fuzzers}" -- -k 0; then
+  build_failed=1
+  echo "some fuzz targets did not build; running the others" >&2
+fi
+
 if [ ${#targets[@]} -eq 0 ]; then
   for exe in "$build"/fuzz/*_fuzzer; do
     [ -x "$exe" ] && targets+=("$(basename "$exe")")
@@ -47,6 +53,11 @@ mkdir -p "$build/artifacts" "$build/logs"
 failed=()
 printf '%-24s %10s %8s %s\n' target executions seconds result
 for target in "${targets[@]}"; do
+  if [ ! -x "$build/fuzz/$target" ]; then
+    printf '%-24s %10s %8s %s\n' "$target" - - "NOT BUILT"
+    failed+=("$target")
+    continue
+  fi
   name=${target%_fuzzer}
   seeds=fuzz/corpus/$name
   work=$build/corpus/$name
@@ -68,6 +79,10 @@ for target in "${targets[@]}"; do
   printf '%-24s %10s %8s %s\n' "$target" "${execs:-?}" "${took:-?}" "$result"
 done
 
+if [ $build_failed -ne 0 ]; then
+  echo "the fuzz build failed (see above)" >&2
+  exit 1
+fi
 if [ ${#failed[@]} -ne 0 ]; then
   echo "fuzzing found problems in: ${failed[*]}" >&2
   exit 1
