@@ -1,151 +1,118 @@
-// flicker-sim's command line: usage errors give status 2 and one line naming
-// the problem; the outputs have their documented shapes.
+// flicker-sim's command line: usage errors (options, numbers, scenario files)
+// give status 2 and one line naming the problem; the outputs of a run have
+// their documented shapes.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
-#include "cli_options.h"
-#include "host_log.h"
 #include "tools_test_util.h"
 
 namespace {
 
+using tools_test::runFlickerSim;
+
 struct UsageCase {
   std::vector<std::string> args;
-  const char* expected;  // part of the one-line reason
+  const char* scenarioFile;  // when set: written to a file whose path is appended to args
+  const char* expected;      // part of the one-line reason (after the file's path, if any)
 };
 
 class UsageErrorTest : public ::testing::TestWithParam<UsageCase> {};
 
 TEST_P(UsageErrorTest, ExitsWithStatus2AndOneLineReason) {
-  const UsageCase& c = GetParam();
-  const tools_test::CommandOutput r = tools_test::runFlickerSim(c.args);
+  UsageCase c = GetParam();
+  tools_test::TempDir dir;
+  std::string expected = c.expected;
+  if (c.scenarioFile != nullptr) {
+    tools_test::writeFile(dir.path() + "/scene.txt", c.scenarioFile);
+    c.args.push_back(dir.path() + "/scene.txt");
+    expected = c.args.back() + expected;
+  }
+  const tools_test::CommandOutput r = runFlickerSim(c.args);
   EXPECT_EQ(r.status, 2);
-  const std::string lastLine = r.err.substr(r.err.rfind("flicker-sim: "));
-  EXPECT_NE(lastLine.find(c.expected), std::string::npos) << r.err;
+  const std::string lastLine = r.err.substr(std::min(r.err.rfind("flicker-sim: "), r.err.size()));
+  EXPECT_NE(lastLine.find(expected), std::string::npos) << r.err;
   EXPECT_EQ(std::count(lastLine.begin(), lastLine.end(), '\n'), 1) << r.err;
   EXPECT_TRUE(r.out.empty()) << "nothing runs on bad input: " << r.out;
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, UsageErrorTest,
-                         ::testing::Values(
-                             // No subcommand at all.
-                             UsageCase{{}, "no command"},
-                             // A subcommand that does not exist.
-                             UsageCase{{"walk"}, "unknown command 'walk'"},
-                             // An option no subcommand knows.
-                             UsageCase{{"run", "--colour", "red"}, "unknown option --colour"},
-                             // A scenario key with a value that is not a number.
-                             UsageCase{{"run", "--frames", "many"}, "bad value 'many' for frames"},
-                             // A number out of range.
-                             UsageCase{{"run", "--fps", "0"}, "bad value '0' for fps"},
-                             // Trailing garbage after a number.
-                             UsageCase{{"run", "--seed", "12x"}, "bad value '12x' for seed"},
-                             // A value option at the end without its value.
-                             UsageCase{{"run", "--plot"}, "--plot needs a value"},
-                             // A flag given a value.
-                             UsageCase{{"run", "--csv=yes"}, "takes no value"},
-                             // An unknown scenario that is not a file either.
-                             UsageCase{{"run", "office-70hz"}, "unknown scenario 'office-70hz'"},
-                             // Mutually exclusive output formats.
-                             UsageCase{{"run", "--csv", "--json"}, "exclude each other"},
-                             // Replay without its folder.
-                             UsageCase{{"replay"}, "exactly one dump folder"},
-                             // A negative frame interval.
-                             UsageCase{{"replay", "/tmp", "--frame-interval-us", "-5"},
-                                       "--frame-interval-us"},
-                             // A grid dimension that does not exist.
-                             UsageCase{{"sweep", "--by", "colour"}, "for --by"},
-                             // Both grid sizes.
-                             UsageCase{{"sweep", "--quick", "--full"}, "exclude each other"}));
+INSTANTIATE_TEST_SUITE_P(
+    Table, UsageErrorTest,
+    ::testing::Values(
+        // No subcommand; a subcommand or an option that does not exist.
+        UsageCase{{}, nullptr, "no command"},
+        UsageCase{{"walk"}, nullptr, "unknown command 'walk'"},
+        UsageCase{{"run", "--colour", "red"}, nullptr, "unknown option --colour"},
+        // Whole numbers: not a number, a fraction, trailing garbage.
+        UsageCase{{"run", "--frames", "many"}, nullptr, "bad value 'many' for frames"},
+        UsageCase{{"run", "--frames", "42.0"}, nullptr, "bad value '42.0' for frames"},
+        UsageCase{{"run", "--seed", "12x"}, nullptr, "bad value '12x' for seed"},
+        // Reals: out of range, and not finite (a NaN slips through plain range checks).
+        UsageCase{{"run", "--fps", "0"}, nullptr, "bad value '0' for fps"},
+        UsageCase{{"run", "--fps", "nan"}, nullptr, "bad value 'nan' for fps"},
+        // A value option without its value; a flag given one.
+        UsageCase{{"run", "--plot"}, nullptr, "--plot needs a value"},
+        UsageCase{{"run", "--csv=yes"}, nullptr, "takes no value"},
+        // An unknown scenario that is not a file either.
+        UsageCase{{"run", "office-70hz"}, nullptr, "unknown scenario 'office-70hz'"},
+        // Mutually exclusive output formats and grid sizes.
+        UsageCase{{"run", "--csv", "--json"}, nullptr, "exclude each other"},
+        UsageCase{{"sweep", "--quick", "--full"}, nullptr, "exclude each other"},
+        UsageCase{{"sweep", "--by", "colour"}, nullptr, "for --by"},
+        // Replay without its folder; a negative frame interval.
+        UsageCase{{"replay"}, nullptr, "exactly one dump folder"},
+        UsageCase{{"replay", "/tmp", "--frame-interval-us", "-5"}, nullptr, "--frame-interval-us"},
+        // Scenario files name the file and line: a bad value after good lines
+        // and a comment, a line without '=', an unknown key, an unknown lamp.
+        UsageCase{{"run"}, "# a scene\nfps = 25\nmains = 55\n", ":3: bad value '55' for mains"},
+        UsageCase{{"run"}, "fps 30\n", ":1: expected 'key = value'"},
+        UsageCase{{"run"}, "# x\ncolour = red\n", ":2: unknown key 'colour'"},
+        UsageCase{{"run"}, "light = candle\n", ":1: bad value 'candle' for light"}));
 
-TEST(CliOptionsTest, KeepsOrderAndSplitsPositionals) {
-  flicker_cli::CliOptions o;
-  std::string error;
-  ASSERT_TRUE(o.parse({"office-50hz", "--fps=25", "--csv", "--fps", "30", "--", "--x"},
-                      {{"csv", false}}, {"fps"}, &error))
-      << error;
-  EXPECT_EQ(o.value("fps"), "30") << "the later setting wins";
-  EXPECT_TRUE(o.has("csv"));
-  EXPECT_EQ(o.positionals(), (std::vector<std::string>{"office-50hz", "--x"}));
-  ASSERT_EQ(o.ordered().size(), 3u);
-  EXPECT_EQ(o.ordered()[0].second, "25");
-}
-
-TEST(CliTest, HelpOfEveryCommandSucceeds) {
-  for (const auto& args : std::vector<std::vector<std::string>>{
-           {"--help"}, {"run", "--help"}, {"replay", "--help"}, {"sweep", "--help"}}) {
-    const tools_test::CommandOutput r = tools_test::runFlickerSim(args);
-    EXPECT_EQ(r.status, 0) << args.front();
-    EXPECT_NE(r.out.find("usage: flicker-sim"), std::string::npos) << args.front();
-  }
-}
-
-TEST(CliTest, ScenarioFileErrorsNameFileAndLine) {
+// The CSV has its fixed header and one well-formed row per analysed pair;
+// JSON and text give the lock; the plot is an SVG with the last pair drawn.
+TEST(CliTest, RunOutputs) {
   tools_test::TempDir dir;
-  const std::string path = dir.path() + "/scene.txt";
-  tools_test::writeFile(path, "# a scene\nfps = 25\nmains = 55\n");
-  const tools_test::CommandOutput r = tools_test::runFlickerSim({"run", path});
-  EXPECT_EQ(r.status, 2);
-  EXPECT_NE(r.err.find(path + ":3: bad value '55' for mains"), std::string::npos) << r.err;
-}
-
-TEST(CliTest, RunCsvAndJsonAndPlot) {
-  flicker_host::setLogsQuiet(true);
-  tools_test::TempDir dir;
-  std::vector<std::string> base = {"run", "office-50hz", "--frames", "40", "--start_state", "60"};
-  for (const auto& kv : tools_test::smallGeometry()) {
-    base.push_back("--" + kv.first);
-    base.push_back(kv.second);
-  }
-
-  std::vector<std::string> csvArgs = base;
-  csvArgs.push_back("--csv");
-  const tools_test::CommandOutput csv = tools_test::runFlickerSim(csvArgs);
+  auto run = [](std::vector<std::string> more) {
+    std::vector<std::string> args = {"run", "office-50hz", "--frames", "40", "--start_state", "60"};
+    for (const auto& kv : tools_test::smallGeometry())
+      args.insert(args.end(), {"--" + kv.first, kv.second});
+    args.insert(args.end(), more.begin(), more.end());
+    return runFlickerSim(args);
+  };
+  const tools_test::CommandOutput csv = run({"--csv"});
   ASSERT_EQ(csv.status, 0) << csv.err;
   std::istringstream lines(csv.out);
-  std::string header;
-  std::getline(lines, header);
-  EXPECT_EQ(header,
+  std::string line;
+  std::getline(lines, line);
+  EXPECT_EQ(line,
             "frame,sensor,time_ms,exposure_us,state,score50,score60,rate_active,truth_hz,"
             "interval_us");
-  std::string row;
   int rows = 0;
-  while (std::getline(lines, row)) {
-    EXPECT_EQ(std::count(row.begin(), row.end(), ','), 9) << row;
-    ++rows;
+  for (; std::getline(lines, line); ++rows) {
+    int frame = -1, sensor = -1, state = -1;
+    ASSERT_EQ(sscanf(line.c_str(), "%d,%d,%*f,%*d,%d", &frame, &sensor, &state), 3) << line;
+    EXPECT_TRUE(std::count(line.begin(), line.end(), ',') == 9 && frame >= 0 && frame < 40 &&
+                sensor == 0 && (state == 50 || state == 60))
+        << line;
   }
   EXPECT_GT(rows, 5);
 
-  std::vector<std::string> jsonArgs = base;
-  jsonArgs.push_back("--json");
-  const tools_test::CommandOutput json = tools_test::runFlickerSim(jsonArgs);
+  const tools_test::CommandOutput json = run({"--json"});
   ASSERT_EQ(json.status, 0) << json.err;
   EXPECT_NE(json.out.find("\"locked_hz\": 50"), std::string::npos) << json.out;
-  EXPECT_NE(json.out.find("\"right\": true"), std::string::npos);
+  EXPECT_NE(json.out.find("\"right\": true"), std::string::npos) << json.out;
 
-  std::vector<std::string> plotArgs = base;
-  const std::string svg = dir.path() + "/run.svg";
-  plotArgs.insert(plotArgs.end(), {"--plot", svg});
-  const tools_test::CommandOutput text = tools_test::runFlickerSim(plotArgs);
+  const tools_test::CommandOutput text = run({"--plot", dir.path() + "/run.svg"});
   ASSERT_EQ(text.status, 0) << text.err;
   EXPECT_NE(text.out.find("locked 50 Hz at frame"), std::string::npos) << text.out;
   EXPECT_NE(text.out.find("-> right"), std::string::npos) << text.out;
-  std::ifstream in(svg);
   std::stringstream picture;
-  picture << in.rdbuf();
+  picture << std::ifstream(dir.path() + "/run.svg").rdbuf();
   EXPECT_EQ(picture.str().rfind("<svg", 0), 0u);
   EXPECT_NE(picture.str().find("100 Hz fit"), std::string::npos) << "the last pair is drawn";
-}
 
-TEST(CliTest, UnwritablePlotIsAFailure) {
-  flicker_host::setLogsQuiet(true);
-  const tools_test::CommandOutput r =
-      tools_test::runFlickerSim({"run", "daylight", "--frames", "10", "--width", "640", "--height",
-                                 "480", "--plot", "/nonexistent-folder/x.svg"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("cannot write the plot"), std::string::npos) << r.err;
+  const tools_test::CommandOutput unwritable = run({"--plot", "/nonexistent-folder/x.svg"});
+  EXPECT_EQ(unwritable.status, 1);
+  EXPECT_NE(unwritable.err.find("cannot write the plot"), std::string::npos) << unwritable.err;
 }
 
 }  // namespace

@@ -1,20 +1,39 @@
-// Helpers of the tool tests: a temporary folder, small fast scenarios, and
-// running flicker-sim's commands in-process.
+// Support of the tool tests: a temporary folder, small fast scenarios, and
+// flicker-sim's commands run in-process.
 #pragma once
 
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "closed_loop_runner.h"
+#include "flicker_sim_cli.h"
+#include "host_log.h"
 #include "scenario_builder.h"
+#include "tuning_choice.h"
 
 namespace tools_test {
 
-// A fresh folder under TMPDIR, removed with its contents on destruction.
+using Settings = std::vector<std::pair<std::string, std::string>>;
+
+// A fresh folder under the test's temporary folder, removed with its
+// contents on destruction.
 class TempDir {
  public:
-  TempDir();
-  ~TempDir();
+  TempDir() {
+    std::string name = ::testing::TempDir() + "flicker-tools-test-XXXXXX";
+    if (mkdtemp(&name[0]) != nullptr)
+      path_ = name;
+  }
+  ~TempDir() {
+    if (!path_.empty())
+      (void)system(("rm -rf '" + path_ + "'").c_str());
+  }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
   const std::string& path() const { return path_; }
@@ -23,15 +42,42 @@ class TempDir {
   std::string path_;
 };
 
-// Settings that shrink a preset to 960 statistics lines with the same 30 ms
-// readout, so a closed-loop run of a few hundred frames takes little time.
-// `binning` is the preset's frame-to-TG height ratio (1 or 2).
-std::vector<std::pair<std::string, std::string>> smallGeometry(int binning = 1);
+// 960 statistics lines x 31.25 us (15000 clocks at 480 MHz): a 30 ms
+// readout, three 100 Hz band periods like the full-size presets, in a
+// fraction of the time. A binned read-out (frame-to-TG ratio 2) has half the
+// TG lines, each twice as long.
+inline Settings smallGeometry(int binning = 1) {
+  if (binning == 2)
+    return {{"width", "640"}, {"height", "480"}, {"line_length", "7500"}};
+  return {{"width", "1280"}, {"height", "960"}, {"line_length", "15000"}};
+}
 
-// The preset with smallGeometry() and `extra` applied; fails the test on a
-// bad setting.
-flicker_loop::ScenarioBuilder smallScenario(
-    const std::string& preset, const std::vector<std::pair<std::string, std::string>>& extra = {});
+// The preset shrunk by smallGeometry() with `extra` applied after it.
+inline flicker_loop::ScenarioBuilder smallScenario(const std::string& preset,
+                                                   const Settings& extra = {}) {
+  flicker_loop::ScenarioBuilder builder;
+  std::string error;
+  EXPECT_TRUE(builder.selectPreset(preset, &error)) << error;
+  const flicker_sim::SimGeometry g = builder.scenario().sensors.front().geometry;
+  Settings settings = smallGeometry(g.tgHeight > 0 && g.frameHeight / g.tgHeight >= 2 ? 2 : 1);
+  settings.insert(settings.end(), extra.begin(), extra.end());
+  for (const auto& kv : settings) EXPECT_TRUE(builder.set(kv.first, kv.second, &error)) << error;
+  return builder;
+}
+
+// Quiet logs and the open algorithm's tuning, as the closed-loop runs use;
+// `algoPart` (may be null) receives the algorithm's part of it.
+inline void useOpenTuning(FlickerExtPara* algoPart = nullptr) {
+  flicker_host::setLogsQuiet(true);
+  std::string error;
+  ASSERT_TRUE(flicker_loop::TuningChoice::apply("open", algoPart, &error)) << error;
+}
+
+// One closed-loop run of the shrunk preset.
+inline flicker_loop::LoopResult runSmall(const std::string& preset, const Settings& settings) {
+  const flicker_loop::ScenarioBuilder builder = smallScenario(preset, settings);
+  return flicker_loop::ClosedLoopRunner(builder.scenario(), builder.options()).run();
+}
 
 struct CommandOutput {
   int status = 0;
@@ -40,9 +86,15 @@ struct CommandOutput {
 };
 
 // Runs flicker-sim with `args` (after the program name) in this process.
-CommandOutput runFlickerSim(const std::vector<std::string>& args);
+inline CommandOutput runFlickerSim(const std::vector<std::string>& args) {
+  std::ostringstream out;
+  std::ostringstream err;
+  const int status = flicker_cli::flickerSimMain(args, flicker_cli::CliIo{out, err, false});
+  return {status, out.str(), err.str()};
+}
 
-// Writes `bytes` to `path`.
-void writeFile(const std::string& path, const std::string& bytes);
+inline void writeFile(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+}
 
 }  // namespace tools_test

@@ -1,0 +1,116 @@
+// The closed loop's parts that need no manager: scenario settings reach the
+// simulator's specs, and the run summary reads hand-made records right.
+#include <gtest/gtest.h>
+
+#include <tuple>
+
+#include "run_summary.h"
+#include "scenario_builder.h"
+
+namespace {
+
+TEST(ScenarioBuilderTest, KeysReachEverySensorAndKeepTheBinnedRatio) {
+  flicker_loop::ScenarioBuilder b;
+  std::string error;
+  ASSERT_TRUE(b.selectPreset("dual-sensor-50hz", &error)) << error;
+  ASSERT_TRUE(b.loadText("fps = 25  # both\nread_noise = 4\nsensors = 3\n", "t", &error)) << error;
+  const flicker_sim::SimScenario s = b.scenario();
+  ASSERT_EQ(s.sensors.size(), 3u);
+  for (size_t i = 0; i < s.sensors.size(); ++i) {
+    EXPECT_DOUBLE_EQ(s.sensors[i].framesPerSecond, 25.0);
+    EXPECT_DOUBLE_EQ(s.sensors[i].pixel.readNoiseE, 4.0);
+    // Extra sensors are copies that start later.
+    EXPECT_TRUE(i == 0 || s.sensors[i - 1].startTimeS < s.sensors[i].startTimeS) << i;
+  }
+  ASSERT_TRUE(b.selectPreset("home-60hz", &error));  // TG 2000x1500, frame 4000x3000
+  ASSERT_TRUE(b.set("height", "600", &error)) << error;
+  const flicker_sim::SimGeometry g = b.scenario().sensors.front().geometry;
+  EXPECT_EQ(std::make_pair(g.tgHeight, g.frameHeight), std::make_pair(600, 1200));
+}
+
+TEST(ScenarioBuilderTest, LightKeysRebuildTheLampTheSwitchAndTheMix) {
+  flicker_loop::ScenarioBuilder b;
+  std::string error;
+  ASSERT_TRUE(
+      b.loadText("light = led\nmains = 60\nlevel = 1e5\nswitch_at = 2\nswitch_mains = 50\n"
+                 "mix_mains = 50\nmix_share = 0.25\n",
+                 "t", &error))
+      << error;
+  const flicker_sim::SimLightSpec light = b.scenario().light;
+  ASSERT_EQ(light.segments.size(), 2u);
+  const auto& lamps = light.segments[0].components;
+  ASSERT_EQ(lamps.size(), 2u);
+  EXPECT_EQ(lamps[0].type, flicker_sim::SimLightType::kRectifiedLed);
+  EXPECT_DOUBLE_EQ(lamps[0].mainsHz, 60.0);
+  // The second lamp takes its share of the level.
+  EXPECT_DOUBLE_EQ(lamps[0].level, 0.75e5);
+  EXPECT_DOUBLE_EQ(lamps[1].level, 0.25e5);
+  EXPECT_DOUBLE_EQ(lamps[1].mainsHz, 50.0);
+  EXPECT_DOUBLE_EQ(light.segments[1].startS, 2.0);
+  EXPECT_DOUBLE_EQ(light.segments[1].components.front().mainsHz, 50.0);
+}
+
+// One frame per 10 ms, a pair analysed on every frame; states and truths as
+// digit strings: '5' = 50 Hz, '6' = 60 Hz, '0' = no flicker.
+flicker_loop::LoopResult records(const std::string& states, const std::string& truths) {
+  flicker_loop::LoopResult r;
+  r.ok = true;
+  for (size_t i = 0; i < states.size(); ++i) {
+    flicker_loop::FrameRow f;
+    f.frame = static_cast<int>(i);
+    f.timeMs = 10.0 * i;
+    f.result.flickerState = states[i] == '6' ? FLICKER_RESULT_60HZ : FLICKER_RESULT_50HZ;
+    f.truthHz = truths[i] == '0' ? 0 : truths[i] == '5' ? 50 : 60;
+    f.analysed = true;
+    r.frames.push_back(f);
+    r.pairs.push_back(flicker_loop::PairRow{f.frame, 0, f.timeMs});
+  }
+  return r;
+}
+
+struct SummaryCase {
+  const char* states;
+  const char* truths;
+  int lockedHz;
+  int lockFrame;
+  int pairsToLock;
+  int switches;
+  bool right;
+  double changeMs;  // when the light's mains changed; -1: it did not
+  double lockAfterChangeMs;
+  int pairsAfterChange;
+};
+
+class RunSummaryTest : public ::testing::TestWithParam<SummaryCase> {};
+
+TEST_P(RunSummaryTest, ReadsTheRecords) {
+  const SummaryCase& c = GetParam();
+  const flicker_loop::RunSummary s = flicker_loop::RunSummary::of(records(c.states, c.truths));
+  EXPECT_EQ(std::make_tuple(s.lockedHz, s.lockFrame, s.pairsToLock, s.switches, s.right),
+            std::make_tuple(c.lockedHz, c.lockFrame, c.pairsToLock, c.switches, c.right));
+  EXPECT_EQ(std::make_tuple(s.changeMs, s.lockAfterChangeMs, s.pairsAfterChange),
+            std::make_tuple(c.changeMs, c.lockAfterChangeMs, c.pairsAfterChange));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, RunSummaryTest,
+    ::testing::Values(
+        // One switch to the right state; right from the start; never found 60 Hz.
+        SummaryCase{"6665555", "5555555", 50, 3, 4, 1, true, -1, -1, -1},
+        SummaryCase{"5555555", "5555555", 50, 0, 0, 0, true, -1, -1, -1},
+        SummaryCase{"5555555", "6666666", 50, 0, 0, 0, false, -1, -1, -1},
+        // Without flicker: switching is wrong, holding still is right.
+        SummaryCase{"5565555", "0000000", 50, 3, 4, 2, false, -1, -1, -1},
+        SummaryCase{"5555555", "0000000", 50, 0, 0, 0, true, -1, -1, -1},
+        // Oscillation ending in the wrong state.
+        SummaryCase{"5656566", "5555555", 60, 5, 6, 5, false, -1, -1, -1},
+        // The light turns 50 -> 60 Hz at 40 ms and the state follows 30 ms later.
+        SummaryCase{"5555555666", "5555666666", 60, 7, 8, 1, true, 40, 30, 3},
+        // Already in the new state before the change: no lock after it.
+        SummaryCase{"6666666666", "5555666666", 60, 0, 0, 0, true, 40, -1, -1},
+        // Still in the old state: wrong, and no lock after the change.
+        SummaryCase{"5555555555", "5555666666", 50, 0, 0, 0, false, 40, -1, -1},
+        // No records at all.
+        SummaryCase{"", "", 0, 0, 0, 0, false, -1, -1, -1}));
+
+}  // namespace
