@@ -1,40 +1,17 @@
 #include "manager_rig.h"
 
-#include <chrono>
 #include <cstring>
 
-#include "cam_log.h"
-
 namespace mgr_test {
-
-void enableDebugLogs() {
-  fp::setProperty("vendor.debug.flicker_mgr.log.level", 3);
-  fp::setLogFramework(0xB, 5, NSCam::Utils::ULog::kFlickerModuleMask);
-}
 
 DetectRecorder::DetectRecorder() {
   fp::setDetectHook([this](const FlkDetectPara& para, FlkDetectResult*) {
     std::lock_guard<std::mutex> lock(mutex_);
     seen_.push_back({para.statsSlot0 != nullptr ? para.statsSlot0[0] : -1,
                      para.statsSlot1 != nullptr ? para.statsSlot1[0] : -1,
-                     para.frameInterval / kFramePeriodNs, para.exposure});
+                     para.frameInterval / kFramePeriodNs});
     changed_.notify_all();
   });
-}
-
-bool DetectRecorder::waitFor(size_t count, int timeoutMs) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
-                           [&] { return seen_.size() >= count; });
-}
-
-void SensorRig::bringUp(const flicker_config_info& config, const flicker_input_info& input,
-                        bool start, int sensorId) {
-  mgr_->Init(0, sensorId);
-  mgr_->Config(config);
-  mgr_->SetParam(input);
-  if (start)
-    mgr_->Start(flicker_start_info{});
 }
 
 int SensorRig::frame(const FrameSpec& s) {
@@ -46,12 +23,6 @@ int SensorRig::frame(const FrameSpec& s) {
                              s.flkEnable, s.needReinit, id * kFramePeriodNs + s.exposureTime};
   // clang-format on
   return mgr_->DoCalculation(in);
-}
-
-std::vector<int> SensorRig::frames(int count, const FrameSpec& spec) {
-  std::vector<int> results;
-  while (frameNo_ < count) results.push_back(frame(spec));
-  return results;
 }
 
 int32_t word(const std::vector<uint8_t>& bytes, size_t index) {
@@ -69,12 +40,6 @@ std::vector<uint8_t> lastInput(uint32_t cmd) {
 std::vector<int32_t> codes(uint32_t cmd) {
   std::vector<int32_t> out;
   for (const auto& call : fp::algoCalls(cmd)) out.push_back(word(call.in, 0));
-  return out;
-}
-
-std::vector<uint8_t> result(FlickerMgr& mgr) {
-  std::vector<uint8_t> out;
-  mgr.GetResult(&out);
   return out;
 }
 

@@ -7,12 +7,14 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <iterator>
 #include <mutex>
 #include <vector>
 
+#include "cam_log.h"
 #include "fake_platform.h"
 #include "flicker_mgr.h"
 
@@ -27,15 +29,15 @@ constexpr int32_t kExposureUs = 10000;
 // two sensors have; the rig's sensors are one of them unless a test says so.
 constexpr int kSensor1398 = 1398;
 
-// Debug logging on (level 3 plus the framework's details), so tests can see
-// detail lines. Call before Init/Start: the manager reads the level there.
-void enableDebugLogs();
-
+// Resets the fake platform and turns debug logging on (level 3 plus the
+// framework's details) before any Init or Start reads the level, so tests can
+// see detail lines.
 class ManagerTest : public ::testing::Test {
  protected:
   void SetUp() override {
     fp::reset();
-    enableDebugLogs();
+    fp::setProperty("vendor.debug.flicker_mgr.log.level", 3);
+    fp::setLogFramework(0xB, 5, NSCam::Utils::ULog::kFlickerModuleMask);
   }
 };
 
@@ -53,22 +55,15 @@ inline flicker_input_info makeInput(int flickerMode = FLICKER_MODE_AUTO, int sen
 // Per-frame inputs of DoCalculation, apart from the buffer and timing that
 // the rig fills in.
 struct FrameSpec {
-  int32_t width = 1200;
-  int32_t height = 300;
-  int32_t pixelMode = 0;
-  int32_t flkEnable = 1;
-  int32_t statValid = 1;
-  int32_t doFlkDetection = 1;
-  int32_t aeDetectCycle = 0;
-  int32_t needReinit = 0;
-  int32_t exposureTime = kExposureUs;
+  int32_t width = 1200, height = 300, pixelMode = 0;
+  int32_t flkEnable = 1, statValid = 1, doFlkDetection = 1;
+  int32_t aeDetectCycle = 0, needReinit = 0, exposureTime = kExposureUs;
 };
 
 // One detection as the fake algorithm received it.
 struct Detection {
   int64_t slot0, slot1;    // frame ids stamped into entry 0 of statistics buffers 1 and 2
   int64_t intervalFrames;  // the record's frame interval in frame periods
-  int32_t exposure;
 };
 
 // Installs the fake's detect hook; removes it on destruction.
@@ -76,7 +71,11 @@ class DetectRecorder {
  public:
   DetectRecorder();
   ~DetectRecorder() { fp::setDetectHook(nullptr); }
-  bool waitFor(size_t count, int timeoutMs = kWaitMs);
+  bool waitFor(size_t count, int timeoutMs = kWaitMs) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
+                             [&] { return seen_.size() >= count; });
+  }
   std::vector<Detection> detections() {
     std::lock_guard<std::mutex> lock(mutex_);
     return seen_;
@@ -101,10 +100,20 @@ class SensorRig {
   // Without Start the frame-rate type keeps its initial 0.
   void bringUp(const flicker_config_info& config = makeConfig(),
                const flicker_input_info& input = makeInput(), bool start = true,
-               int sensorId = kSensor1398);
+               int sensorId = kSensor1398) {
+    mgr_->Init(0, sensorId);
+    mgr_->Config(config);
+    mgr_->SetParam(input);
+    if (start)
+      mgr_->Start(flicker_start_info{});
+  }
   int frame(const FrameSpec& spec = FrameSpec());
   // Frames until `count` have been sent, all with `spec`; returns their results.
-  std::vector<int> frames(int count, const FrameSpec& spec = FrameSpec());
+  std::vector<int> frames(int count, const FrameSpec& spec = FrameSpec()) {
+    std::vector<int> results;
+    while (frameNo_ < count) results.push_back(frame(spec));
+    return results;
+  }
   void shutDown() {
     mgr_->Stop();
     mgr_->Uninit();
@@ -122,8 +131,6 @@ int32_t word(const std::vector<uint8_t>& bytes, size_t index);
 std::vector<uint8_t> lastInput(uint32_t cmd);
 // Word 0 (the frequency code) of every recorded command `cmd`, in order.
 std::vector<int32_t> codes(uint32_t cmd);
-// The result record as GetResult fills it.
-std::vector<uint8_t> result(FlickerMgr& mgr);
 
 }  // namespace mgr_test
 

@@ -10,7 +10,7 @@
 namespace {
 
 using namespace mgr_test;
-constexpr int kSearchRange = 100;
+constexpr int kRange = 100;  // search range of every record
 
 // NVRAM gives every record an id in its first word, 1000 + 10 x row + column,
 // and the timing of a 600 MHz sensor with 5000 clocks per line and 275 lines
@@ -19,10 +19,8 @@ constexpr int kSearchRange = 100;
 void fillTable() {
   fp::setNvramFill([](int row, int col, FLICKER_CUST_PARA& rec) {
     rec.flickerFreq[0] = 1000 + 10 * row + col;
-    rec.flickerSearchRange = kSearchRange;
-    rec.sensor_setting.pclk = 600000000;
-    rec.sensor_setting.line_length = 5000;
-    rec.sensor_setting.column_length = 275;
+    rec.flickerSearchRange = kRange;
+    rec.sensor_setting = {600000000, 5000, 275};
   });
 }
 
@@ -48,66 +46,60 @@ void setUpAlgorithm(int idx, int sensorType, int sensorMode, int frameHeight, in
   rig.shutDown();
 }
 
-// The frame height becomes the HBIN height at the intake; the statistics
-// grab height is the frame height - 45. The second sensor type goes the
-// sensor-specific path of sensor 1398, whose line value is 22 lines.
+// Columns: sensor type and mode, frame height (the HBIN height at the intake;
+// the statistics grab height is 45 less), TG height, line length and pixel
+// clock of the sensor, ratio property (0: not set), sensor binning; expected
+// record id (0: zero record), line value of the init record (the second
+// sensor type goes sensor 1398's path: 22 lines), search range, log line.
 struct SetupRow {
-  const char* what;
   int sensorType, sensorMode, frameHeight, tgHeight;
   uint32_t pixelsInLine, pixelClk;
-  int ratioProperty, sensorBinning;  // ratio property 0: not set
-  int32_t expectId;                  // 0: no record selected (zero record)
-  uint32_t expectLine;               // line value of the init record
-  int32_t expectRange;               // search range of the extra-parameter record
+  int ratioProperty, sensorBinning, expectId;
+  uint32_t expectLine;
+  int expectRange;
   const char* expectLog;
 };
 
 constexpr uint32_t k600M = 600000000;
 const char* const kPass = "[CAT][flicker] FlickerSensorSettingCheck:Pass";
 
+// clang-format off
 const SetupRow kSetupRows[] = {
-    {"ratio 1: column 0, the record fits with 20 lines of blanking", 0, 0, 300, 300, 5000, k600M, 0,
-     1, 1000, 5000, kSearchRange, kPass},
-    {"ratio 2: column 1, a statistics line spans two sensor lines", 0, 0, 600, 300, 5000, k600M, 0,
-     1, 1001, 10000, kSearchRange, nullptr},
-    {"resize 1.5 scales line and search range", 0, 0, 450, 300, 5000, k600M, 0, 1, 1000, 7500, 150,
-     nullptr},
-    {"resize 0.5", 0, 0, 150, 300, 5000, k600M, 0, 1, 1000, 2500, 50, nullptr},
-    {"TG height 0: ratio 0 reported, column 0, line and range kept", 0, 0, 300, 0, 5000, k600M, 0,
-     1, 1000, 5000, kSearchRange, "bin ratio(0) is wrong."},
-    {"upper half of the line length dropped", 0, 0, 300, 300, 0x11388u, k600M, 0, 1, 1000, 5000,
-     kSearchRange, kPass},
-    {"sensor binning on top of ratio 2, column by ratio 2", 0, 0, 600, 300, 5000, k600M, 0, 2, 1001,
-     20000, kSearchRange, nullptr},
-    {"last row of the first sensor type", 0, 34, 300, 300, 5000, k600M, 0, 1, 1340, 5000,
-     kSearchRange, nullptr},
-    {"second sensor type, mode 0: row 35", 1, 0, 300, 300, 5000, k600M, 0, 1, 1350, 5000 * 22,
-     kSearchRange, nullptr},
-    {"second sensor type, mode 3: row 38", 1, 3, 300, 300, 5000, k600M, 0, 1, 1380, 5000 * 22,
-     kSearchRange, nullptr},
-    {"second sensor type, ratio 2: row 35 column 1", 1, 0, 600, 300, 5000, k600M, 0, 1, 1351,
-     10000 * 22, kSearchRange, nullptr},
-    {"mode 35 of the second type lies past the table", 1, 35, 300, 300, 5000, k600M, 0, 1, 0,
-     5000 * 22, 0, "has no tuning row"},
-    {"negative ratio from the property: column 0, reported", 0, 2, 300, 300, 5000, k600M, -1, 1,
-     1020, 5000, kSearchRange, "bin ratio(-1) is wrong."},
-    {"ratio 3 has no column: refused, zero record", 0, 0, 900, 300, 5000, k600M, 3, 1, 0, 15000, 0,
-     "no tuning record for scenario(0) column(2)"},
-    {"grab height equal to the column length", 0, 0, 320, 320, 5000, k600M, 0, 1, 1000, 5000,
-     kSearchRange, "sensor column length mismatch (parameter:275/received:275)"},
-    {"one line less blanking", 0, 0, 301, 301, 5000, k600M, 0, 1, 1000, 5000, kSearchRange,
-     "sensor column length mismatch"},
-    {"pixel clock mismatch: reported, the live value is used", 0, 0, 300, 300, 5000, 1, 0, 1, 1000,
-     5000, kSearchRange, "sensor pixel clock mismatch (parameter:600000000/received:1)"},
-    {"line length mismatch", 0, 0, 300, 300, 4999, k600M, 0, 1, 1000, 4999, kSearchRange,
-     "sensor line length mismatch (parameter:5000/received:4999)"},
+    // Ratio 1: column 0; the record fits, with 20 lines of blanking allowed.
+    {0, 0,  300, 300, 5000,    k600M,  0, 1, 1000, 5000,   kRange, kPass},
+    // Ratio 2: column 1, a statistics line spans two sensor lines.
+    {0, 0,  600, 300, 5000,    k600M,  0, 1, 1001, 10000,  kRange, nullptr},
+    // Resizing scales the line and the search range.
+    {0, 0,  450, 300, 5000,    k600M,  0, 1, 1000, 7500,   150,    nullptr},
+    // No TG height: ratio 0 is reported, column 0, line and range kept.
+    {0, 0,  300, 0,   5000,    k600M,  0, 1, 1000, 5000,   kRange, "bin ratio(0) is wrong."},
+    // The upper half of the line length is not line timing.
+    {0, 0,  300, 300, 0x11388, k600M,  0, 1, 1000, 5000,   kRange, kPass},
+    // The sensor's own binning multiplies on top; the column follows ratio 2.
+    {0, 0,  600, 300, 5000,    k600M,  0, 2, 1001, 20000,  kRange, nullptr},
+    // The second sensor type's rows start at 35.
+    {1, 0,  300, 300, 5000,    k600M,  0, 1, 1350, 110000, kRange, nullptr},
+    {1, 3,  300, 300, 5000,    k600M,  0, 1, 1380, 110000, kRange, nullptr},
+    // Mode 35 of the second type lies past the table: zero record.
+    {1, 35, 300, 300, 5000,    k600M,  0, 1, 0,    110000, 0,      "has no tuning row"},
+    // A negative ratio from the property: column 0, reported.
+    {0, 2,  300, 300, 5000,    k600M, -1, 1, 1020, 5000,   kRange, "bin ratio(-1) is wrong."},
+    // Ratio 3 has no column: refused, zero record.
+    {0, 0,  900, 300, 5000,    k600M,  3, 1, 0,    15000,  0,      "scenario(0) column(2)"},
+    // Sensor-setting check: a grab height equal to the column length, or one
+    // line less blanking, is a mismatch; so are clock and line length. Only
+    // reported: the set-up goes on with the live values.
+    {0, 0, 320, 320, 5000, k600M, 0, 1, 1000, 5000, kRange, "(parameter:275/received:275)"},
+    {0, 0,  301, 301, 5000,    k600M,  0, 1, 1000, 5000,   kRange, "column length mismatch"},
+    {0, 0, 300, 300, 5000, 1, 0, 1, 1000, 5000, kRange, "(parameter:600000000/received:1)"},
+    {0, 0, 300, 300, 4999, k600M, 0, 1, 1000, 4999, kRange, "(parameter:5000/received:4999)"},
 };
+// clang-format on
 
 class SetupTest : public ManagerTest, public ::testing::WithParamInterface<int> {};
 
 TEST_P(SetupTest, SelectsTheRecordAndHandsOverTheLineTiming) {
   const SetupRow& row = kSetupRows[GetParam()];
-  SCOPED_TRACE(row.what);
   fillTable();
   fp::setProperty("vendor.autotesttool.enable", 1);
   if (row.ratioProperty != 0)
@@ -130,8 +122,6 @@ MGR_ROWS(SetupTest, kSetupRows);
 
 // ---- Override files ----
 
-constexpr int32_t kNvramWord = 7;
-
 std::string numbers(int from, int count, const char* separator) {
   std::string text;
   for (int i = 0; i < count; ++i) text += std::to_string(from + i) + separator;
@@ -145,56 +135,50 @@ std::vector<int32_t> words(int from, int count) {
   return v;
 }
 
+const std::vector<int32_t> kNvram(35, 7);  // every algorithm word of every record
+
 struct OverrideRow {
-  const char* what;
   int sensorType, sensorMode;
   bool readFile;  // the debug property
+  const char* file;
+  std::string text;
   std::vector<int32_t> expect;
   int failedReads;  // "failed to get para." lines
   const char* expectError = nullptr;
 };
 
-const char* const kPreview = "/data/vendor/flicker/para/flk_para_preview.txt";
-const std::string kPreviewText = numbers(-5, 10, "\t") + "\n\n" + numbers(5, 25, " \t\n");
-const std::vector<int32_t> kNvram(35, kNvramWord);
-
-// The preview file (mode 0) holds 35 numbers spread over lines with tabs;
-// the rows give the other files their content.
-const std::pair<const char*, std::string> kFiles[] = {
-    {"/data/vendor/flicker/para/flk_para_capture.txt", numbers(1, 20, " ")},
-    {"/data/vendor/flicker/para/flk_para_video.txt", numbers(50, 35, " ")},
-    {"/data/vendor/flicker/para/flk_para_slim_video1.txt", "1 2 3 4 five 6 7 8 9 10"},
-    {"/data/vendor/flicker/para/flk_para_slim_video2.txt", numbers(100, 40, "\n")},
-};
-
 const OverrideRow kOverrideRows[] = {
-    {"35 numbers over lines with tabs replace every field", 0, 0, true, words(-5, 35), 0},
-    {"20 numbers: the rest become -1", 0, 1, true, words(1, 20), 15},
-    {"a word stops every later conversion", 0, 3, true, words(1, 4), 31},
-    {"numbers after the 35th are ignored", 0, 4, true, words(100, 35), 0},
-    {"the second sensor type reads the mode's file", 1, 2, true, words(50, 35), 0},
-    {"property off: the file is not read", 0, 0, false, kNvram, 0},
-    {"mode 10 has no file", 0, 10, true, kNvram, 0, "invalid sensor mode."},
-    {"mode -1 has no file (and no tuning row)", 0, -1, true, std::vector<int32_t>(35, 0), 0,
+    // 35 numbers spread over lines with tabs replace every field.
+    {0, 0, true, "preview", numbers(-5, 10, "\t") + "\n\n" + numbers(5, 25, " \t\n"), words(-5, 35),
+     0},
+    // A short file: the fields without a number become -1.
+    {0, 1, true, "capture", numbers(1, 20, " "), words(1, 20), 15},
+    // A word stops every later conversion.
+    {0, 3, true, "slim_video1", "1 2 3 4 five 6 7 8 9 10", words(1, 4), 31},
+    // Numbers after the 35th are ignored.
+    {0, 4, true, "slim_video2", numbers(100, 40, "\n"), words(100, 35), 0},
+    // The second sensor type reads the file of its mode.
+    {1, 2, true, "video", numbers(50, 35, " "), words(50, 35), 0},
+    // Property off: the file is not read.
+    {0, 0, false, "preview", numbers(1, 35, " "), kNvram, 0},
+    // Modes outside 0..9 have no file (and -1 no tuning row either).
+    {0, 10, true, "preview", numbers(1, 35, " "), kNvram, 0, "invalid sensor mode."},
+    {0, -1, true, "preview", numbers(1, 35, " "), std::vector<int32_t>(35), 0,
      "invalid sensor mode."},
-    {"missing file", 0, 5, true, kNvram, 0, "failed to open para file."},
 };
 
 class OverrideFileTest : public ManagerTest, public ::testing::WithParamInterface<int> {};
 
 TEST_P(OverrideFileTest, ReplacesTheAlgorithmPart) {
   const OverrideRow& row = kOverrideRows[GetParam()];
-  SCOPED_TRACE(row.what);
   fp::setNvramFill([](int, int, FLICKER_CUST_PARA& rec) {
     memcpy(&rec, kNvram.data(), kNvram.size() * sizeof(int32_t));  // the 35 leading words
   });
   fp::setProperty("vendor.debug.flk_read_file", row.readFile ? 1 : 0);
-  std::vector<std::pair<const char*, std::string>> files(std::begin(kFiles), std::end(kFiles));
-  files.emplace_back(kPreview, kPreviewText);
-  for (const auto& [path, text] : files) {
-    std::filesystem::create_directories(std::filesystem::path(fp::hostPath(path)).parent_path());
-    std::ofstream(fp::hostPath(path)) << text;
-  }
+  const std::string path =
+      fp::hostPath(std::string("/data/vendor/flicker/para/flk_para_") + row.file + ".txt");
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::ofstream(path) << row.text;
   setUpAlgorithm(18, row.sensorType, row.sensorMode, 300);  // one instance: the same table
   EXPECT_EQ(extWords(), row.expect);
   EXPECT_EQ(fp::countLogged("failed to get para."), row.failedReads);
