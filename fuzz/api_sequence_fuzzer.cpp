@@ -308,16 +308,16 @@ extern "C" int32_t __wrap_flk_SendCmd(uint32_t cmd, void* in, void* out) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static ScratchDir* dir = [] {
-    auto* d = new ScratchDir();
-    flicker_host::setDataRoot(d->path());
+  static ScratchDir dir;  // removed again when the process exits normally
+  static bool ready = [] {
+    flicker_host::setDataRoot(dir.path());
     // Every log line is formatted (debug levels may be switched on by an
     // input) and then dropped.
     flicker_host::setDebugLogFile("/dev/null");
     makePatterns();
-    return d;
+    return true;
   }();
-  (void)dir;
+  (void)ready;
 
   Touched touched;
   ByteReader in(data, size);

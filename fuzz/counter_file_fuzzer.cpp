@@ -52,12 +52,14 @@ bool expectedCount(const std::string& text, int* value) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static ScratchDir* dir = [] {
+  static ScratchDir dir;  // removed again when the process exits normally
+  static const std::string input = dir.file("flicker_file_cnt.txt");
+  static const std::string copy = dir.file("copy_cnt.txt");
+  static bool quiet = [] {
     flicker_host::setLogsQuiet(true);
-    return new ScratchDir();
+    return true;
   }();
-  static const std::string input = dir->file("flicker_file_cnt.txt");
-  static const std::string copy = dir->file("copy_cnt.txt");
+  (void)quiet;
 
   ScratchDir::writeFile(input, data, size);
   int count = -7;

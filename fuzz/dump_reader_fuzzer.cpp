@@ -79,9 +79,9 @@ void checkFlkPure(const std::string& path, const uint8_t* data, size_t size,
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static ScratchDir* dir = new ScratchDir();
-  static const std::string raw = dir->file("flk.raw");
-  static const std::string pure = dir->file("flk_pure.raw");
+  static ScratchDir dir;  // removed again when the process exits normally
+  static const std::string raw = dir.file("flk.raw");
+  static const std::string pure = dir.file("flk_pure.raw");
 
   ScratchDir::writeFile(raw, data, size);
   ScratchDir::writeFile(pure, data, size);

@@ -83,11 +83,13 @@ void checkReaders(const std::string& name, const std::string* expected) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static ScratchDir* dir = [] {
+  static ScratchDir dir;  // removed again when the process exits normally
+  static const std::string path = dir.file("props.txt");
+  static bool quiet = [] {
     flicker_host::setLogsQuiet(true);  // malformed lines are reported, by design
-    return new ScratchDir();
+    return true;
   }();
-  static const std::string path = dir->file("props.txt");
+  (void)quiet;
 
   ScratchDir::writeFile(path, data, size);
   FUZZ_CHECK(flicker_host::loadPropertyFile(path), "cannot load %s", path.c_str());

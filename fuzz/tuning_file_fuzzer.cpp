@@ -72,8 +72,8 @@ void expectedWords(const std::string& path, int32_t* words) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static ScratchDir* dir = new ScratchDir();
-  static FlickerMgr* mgr = setUp(dir);
+  static ScratchDir dir;  // removed again when the process exits normally
+  static FlickerMgr* mgr = setUp(&dir);
   static const std::string file = fake_platform::hostPath(kPreviewFile);
 
   ScratchDir::writeFile(file, data, size);
