@@ -70,8 +70,7 @@ const TraceRow kTraceRows[] = {
     {"c0 at give-up", 0, 0, true, "555.", {}, kAndBack, 1, "invalid detection cycle(0)"},
     // Mode 0 (neither fixed nor automatic) without an AE cycle collects nothing.
     {"mode 0", 3, 0, true, "........", {}, kNone, 0, nullptr, 0},
-    // A size change or a request re-initialises the algorithm at the intake
-    // (these rows share instance 16: Start restarts the stream of each).
+    // A size change or a request re-initialises the algorithm at the intake.
     {"width", 3, 1, true, "...w", {{3, 4}}, kNone, 2},
     {"height", 3, 1, true, "...h", {{3, 4}}, kNone, 2},
     {"pixel mode 1", 3, 1, true, "...p", {{3, 4}}, kNone, 2},
@@ -98,7 +97,9 @@ TEST_P(TraceTest, CollectsPairsAndWakesTheWorker) {
   const TraceRow& row = kTraceRows[GetParam()];
   SCOPED_TRACE(row.what);
   fp::setDetectFrequency(row.custFrequency);
-  SensorRig rig(std::min(GetParam(), 16));  // the cycle is read at construction
+  // A fresh instance per row (the cycle is read at construction), except that
+  // the last re-initialisation rows share one; Start restarts each stream.
+  SensorRig rig(std::min(GetParam(), 16));
   rig.bringUp(makeConfig(), makeInput(FLICKER_MODE_50HZ, row.sensorType), row.start);
   rig.mgr().SetParam(makeInput(row.mode, row.sensorType));
   fp::clearAlgoCalls();

@@ -1,7 +1,7 @@
 // Threads: concurrent creation of instances, Stop joining a worker in the
 // middle of an analysis, and a bounded stress run of four sensors driven in
-// random order on four threads under a watchdog. Built and run under ThreadSanitizer as well (label
-// "concurrency").
+// random order on four threads under a watchdog. Built and run under
+// ThreadSanitizer as well (label "concurrency").
 #include <atomic>
 #include <cstdio>
 #include <future>
