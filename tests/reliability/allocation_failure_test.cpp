@@ -1,147 +1,148 @@
 // Every C allocation of a sensor's whole life (instance, Init, Config, Start,
-// frames, Stop, Uninit) is made to fail in turn, one per run, each run in its
-// own child process because the instance is created only once per process.
-// A run must not crash or hang, must report its failure with the documented
+// frames, Stop, Uninit) is made to fail in turn, one per run. The instance is
+// created once per process, so each run forks a child, which also turns a
+// crash or a hang into a failure instead of the end of the test binary. A run
+// must not crash or hang, must report its failure with the documented
 // message, and the sensor must detect again after the next Init.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include <set>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <map>
 #include <string>
-#include <vector>
 
-#include "child_process.h"
 #include "manager_rig.h"
 
 namespace {
 
 using namespace mgr_test;
-namespace fp = fake_platform;
 
-constexpr int kSensor = 3;
-constexpr int kFramesPerRound = 12;  // four detection cycles of the default three frames
-constexpr int kMaxRuns = 1000;       // far more allocation sites than the flow has
-constexpr int kChildTimeoutMs = 120000;
-
-constexpr const char* kTableMessage = "Can not locate memory for parameters.";
-constexpr const char* kBuffer1Message = "falied to allocate buffer 1.";
-constexpr const char* kBuffer2Message = "falied to allocate buffer 2.";
-constexpr const char* kNullBufferMessage =
-    "column_vector_data_1_ or column_vector_data_2_ is NULL.";
-
-// What one run saw, reported by the child.
-struct RunReport {
-  int failedAllocations;  // during the first round
-  int tableMessages;
-  int buffer1Messages;
-  int buffer2Messages;
-  int nullBufferMessages;
-  int nvramCalls;
-  int firstRoundDetections;
-  int secondRoundDetections;
-  int initResult;
-  int uninitResult;
-};
-
-int errorCount(const char* text) {
-  int n = 0;
-  for (const fp::LogLine& line : fp::logs()) {
-    // Errors reach both sinks; count the unified logger's copy only.
-    if (line.sink == 1 && line.level == 1 && line.text.find(text) != std::string::npos)
-      ++n;
+// Runs `body` in a forked child and hands back the bytes it returned; false
+// with the reason when the child crashed or failed. A child still running
+// after `timeoutSeconds` is ended by SIGALRM. The child inherits locks
+// without their owners, so no other thread may hold one the body needs; it
+// ends with _exit, running no destructors.
+bool runInChild(const std::function<std::string()>& body, unsigned timeoutSeconds,
+                std::string* report, std::string* failure) {
+  int fds[2];
+  if (pipe(fds) != 0) {
+    *failure = std::string("pipe: ") + strerror(errno);
+    return false;
   }
+  fflush(nullptr);  // nothing buffered is written twice
+  const pid_t pid = fork();
+  if (pid == 0) {
+    alarm(timeoutSeconds);
+    const std::string bytes = body();
+    _exit(write(fds[1], bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) ? 0 : 3);
+  }
+  close(fds[1]);
+  char buffer[4096];
+  for (ssize_t n; (n = read(fds[0], buffer, sizeof(buffer))) != 0 && (n > 0 || errno == EINTR);)
+    report->append(buffer, static_cast<size_t>(std::max<ssize_t>(n, 0)));
+  close(fds[0]);
+  int status = 0;
+  while (pid > 0 && waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (pid > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0)
+    return true;
+  *failure = pid < 0 ? std::string("fork: ") + strerror(errno)
+             : WIFSIGNALED(status)
+                 ? std::string("child ended by ") + strsignal(WTERMSIG(status))
+                 : "child exited with status " + std::to_string(WEXITSTATUS(status));
+  return false;
+}
+
+// The documented messages of the failing sites.
+const char* const kTableMessage = "Can not locate memory for parameters.";
+const char* const kBufferMessages[] = {"falied to allocate buffer 1.",
+                                       "falied to allocate buffer 2."};
+const char* const kNullBufferMessage = "column_vector_data_1_ or column_vector_data_2_ is NULL.";
+
+// Error lines of the unified logger (errors reach both sinks) containing `text`.
+int errors(const char* text) {
+  int n = 0;
+  for (const fp::LogLine& line : fp::logs())
+    n += line.sink == 1 && line.level == 1 && line.text.find(text) != std::string::npos;
   return n;
 }
 
 // One sensor's flow with the n-th allocation failing, then a second round
-// with nothing failing. Runs in the child.
-RunReport runFlow(int failAt) {
+// with nothing failing. Runs in the child; returns the site that failed
+// ("table", "buffer 1", "buffer 2", "none" or "unnamed"), then one line per
+// problem found.
+std::string runFlow(int failAt) {
   fp::reset();
-  RunReport report{};
   DetectRecorder recorder;
   fp::failNthAllocation(failAt);
-  SensorRig rig(kSensor);  // the first GetInstance: the constructor allocates the table
-  report.initResult = rig.mgr().Init(0, 100);
+  SensorRig rig(3);  // the first GetInstance: the constructor allocates the table
+  const int initResult = rig.mgr().Init(0, 100);
   rig.mgr().Config(makeConfig());
   rig.mgr().SetParam(makeInput());
   rig.mgr().Start(flicker_start_info{});
-  const bool buffersHeld = errorCount("falied to allocate buffer") == 0;
-  rig.frames(kFramesPerRound);
-  if (buffersHeld)
+  rig.frames(12);  // four detection cycles of the default three frames
+  if (!fp::logged("falied to allocate buffer"))
     recorder.waitFor(1);
   std::vector<uint8_t> result;
   rig.mgr().GetResult(&result);
   rig.mgr().Stop();
-  report.uninitResult = rig.mgr().Uninit();
-  report.failedAllocations = fp::failedAllocations();
-  report.firstRoundDetections = static_cast<int>(recorder.detections().size());
-  report.tableMessages = errorCount(kTableMessage);
-  report.buffer1Messages = errorCount(kBuffer1Message);
-  report.buffer2Messages = errorCount(kBuffer2Message);
-  report.nullBufferMessages = errorCount(kNullBufferMessage);
-  report.nvramCalls = static_cast<int>(fp::nvramCalls().size());
+  const int uninitResult = rig.mgr().Uninit();
+  const int failed = fp::failedAllocations();
+  const int table = errors(kTableMessage);
+  const int buffer1 = errors(kBufferMessages[0]);
+  const int buffer2 = errors(kBufferMessages[1]);
+  const size_t firstRound = recorder.detections().size();
+  std::string site = failed == 0 ? "none" : "unnamed";
+  if (failed == 1 && table + buffer1 + buffer2 == 1)
+    site = table == 1 ? "table" : buffer1 == 1 ? "buffer 1" : "buffer 2";
+  std::string problems;
+  auto check = [&problems](bool ok, const char* what) {
+    problems += ok ? "" : "\n" + std::string(what);
+  };
+  // Init and Uninit report success whatever failed.
+  check(initResult == 0 && uninitResult == 0, "Init or Uninit reported a failure");
+  check(failed <= 1, "more than one allocation failed");
+  // An incomplete table is not handed to NVRAM and detection runs untuned;
+  // without buffers every frame's statistics are refused, so no detection.
+  const bool noBuffers = site == "buffer 1" || site == "buffer 2";
+  check(static_cast<int>(fp::nvramCalls().size()) == (site == "table" ? 0 : 1), "NVRAM calls");
+  check((errors(kNullBufferMessage) > 0) == noBuffers, "per-frame missing-buffer errors");
+  check((firstRound > 0) != noBuffers, "detections in the first round");
 
   fp::failNthAllocation(0);
   rig.bringUp();
-  rig.frames(rig.frameNo() + kFramesPerRound);
-  recorder.waitFor(report.firstRoundDetections + 1);
+  rig.frames(rig.frameNo() + 12);
+  check(recorder.waitFor(firstRound + 1), "no detection after a clean Init");
   rig.shutDown();
-  report.secondRoundDetections =
-      static_cast<int>(recorder.detections().size()) - report.firstRoundDetections;
   fp::setDataRoot(std::string());  // removes the child's temporary data root
-  return report;
+  return site + problems;
 }
 
 TEST(AllocationFailureTest, EverySiteFailingInTurnIsReportedAndSurvived) {
-  int tableRuns = 0;
-  int buffer1Runs = 0;
-  int buffer2Runs = 0;
+  std::map<std::string, int> runsPerSite;
   int failAt = 1;
-  RunReport clean{};
-  for (; failAt <= kMaxRuns; ++failAt) {
-    SCOPED_TRACE("allocation " + std::to_string(failAt) + " failing");
-    RunReport r{};
+  for (; failAt <= 1000; ++failAt) {  // far more than the flow's allocation sites
+    std::string report;
     std::string failure;
-    ASSERT_TRUE(reliability::ChildProcess::runRecord<RunReport>(
-        [failAt] { return runFlow(failAt); }, kChildTimeoutMs, &r, &failure))
-        << failure;
-    // Init and Uninit report success whatever failed; the sensor recovers.
-    EXPECT_EQ(r.initResult, 0);
-    EXPECT_EQ(r.uninitResult, 0);
-    EXPECT_GE(r.secondRoundDetections, 1) << "no detection after a clean Init";
-    if (r.failedAllocations == 0) {
-      clean = r;
+    ASSERT_TRUE(runInChild([failAt] { return runFlow(failAt); }, 120, &report, &failure))
+        << "allocation " << failAt << " failing: " << failure;
+    // Exactly one documented message names each failing site, so nothing
+    // fails silently, and the run has no problem.
+    const std::string site = report.substr(0, report.find('\n'));
+    EXPECT_TRUE(site != "unnamed" && report == site) << "allocation " << failAt << ": " << report;
+    if (site == "none")
       break;
-    }
-    ASSERT_EQ(r.failedAllocations, 1);
-    // Exactly one documented message names the site: nothing fails silently.
-    ASSERT_EQ(r.tableMessages + r.buffer1Messages + r.buffer2Messages, 1)
-        << "table " << r.tableMessages << ", buffer 1 " << r.buffer1Messages << ", buffer 2 "
-        << r.buffer2Messages;
-    if (r.tableMessages == 1) {
-      ++tableRuns;
-      // An incomplete table is not handed to NVRAM; detection runs untuned.
-      EXPECT_EQ(r.nvramCalls, 0);
-      EXPECT_GE(r.firstRoundDetections, 1);
-      EXPECT_EQ(r.nullBufferMessages, 0);
-    } else {
-      r.buffer1Messages == 1 ? ++buffer1Runs : ++buffer2Runs;
-      // Without buffers every frame's statistics are refused, so no detection.
-      EXPECT_EQ(r.nvramCalls, 1);
-      EXPECT_GE(r.nullBufferMessages, 1);
-      EXPECT_EQ(r.firstRoundDetections, 0);
-    }
+    ++runsPerSite[site];
   }
-  ASSERT_LE(failAt, kMaxRuns) << "every run still had a failing allocation";
-  // The table is one array of 70 row pointers plus 70 rows; then two buffers.
-  EXPECT_EQ(tableRuns, 71);
-  EXPECT_EQ(buffer1Runs, 1);
-  EXPECT_EQ(buffer2Runs, 1);
-  EXPECT_EQ(failAt, tableRuns + buffer1Runs + buffer2Runs + 1);
-  // The failure-free run is the normal flow.
-  EXPECT_EQ(clean.nvramCalls, 1);
-  EXPECT_EQ(clean.tableMessages + clean.buffer1Messages + clean.buffer2Messages, 0);
-  EXPECT_EQ(clean.nullBufferMessages, 0);
-  EXPECT_GE(clean.firstRoundDetections, 1);
+  // The table is one array of 70 row pointers plus 70 rows; then two
+  // buffers; then the failure-free run.
+  EXPECT_EQ(runsPerSite,
+            (std::map<std::string, int>{{"buffer 1", 1}, {"buffer 2", 1}, {"table", 71}}));
+  EXPECT_EQ(failAt, 74);
 }
 
 }  // namespace
