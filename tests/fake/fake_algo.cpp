@@ -38,24 +38,14 @@ AlgoState& algo() {
   return s;
 }
 
+// Input record size per command number, in command order.
 size_t inputSize(uint32_t cmd) {
-  switch (cmd) {
-    case FLK_CMD_INIT:
-      return sizeof(FlkInitPara);
-    case FLK_CMD_UNINIT:
-      return 0;
-    case FLK_CMD_DETECT:
-      return sizeof(FlkDetectPara);
-    case FLK_CMD_SET_EXT_PARA:
-      return sizeof(FlkExtParaCmd);
-    case FLK_CMD_SET_STATE:
-    case FLK_CMD_RESET_QUEUE:
-      return sizeof(int32_t);
-    case FLK_CMD_SET_LOG:
-      return sizeof(FlkLogPara);
-    default:
-      return 0;
-  }
+  static_assert(FLK_CMD_INIT == 0 && FLK_CMD_SET_LOG == 6, "commands are numbered 0..6");
+  const size_t sizes[] = {sizeof(FlkInitPara),   0,
+                          sizeof(FlkDetectPara), sizeof(FlkExtParaCmd),
+                          sizeof(int32_t),       sizeof(int32_t),
+                          sizeof(FlkLogPara)};
+  return cmd <= FLK_CMD_SET_LOG ? sizes[cmd] : 0;
 }
 
 void record(uint32_t cmd, const void* in) {

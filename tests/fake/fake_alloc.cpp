@@ -6,8 +6,8 @@
 // The wrappers run on every allocation of every thread, also under
 // AddressSanitizer (the real functions are ASan's interceptors). They take no
 // lock and allocate nothing: the settings are relaxed atomics, consumed with
-// compare-and-swap so that concurrent allocations fail exactly as often as
-// armed.
+// atomic read-modify-write operations so that concurrent allocations fail
+// exactly as often as armed.
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -24,42 +24,32 @@ void* __wrap_calloc(size_t count, size_t size);
 
 namespace {
 
-constexpr int kAlways = -1;
-
-std::atomic<int> g_nthCountdown{0};  // 0: disarmed; 1: the next allocation fails
+// The n-th allocation rule: allocations are numbered as they come, and the
+// one whose number equals the target fails (0: none).
+std::atomic<long> g_seen{0};
+std::atomic<long> g_failAt{0};
+// The size rule: allocations of g_failSize fail while the count lasts.
 std::atomic<size_t> g_failSize{0};
-std::atomic<int> g_failSizeCount{0};  // remaining failures of g_failSize; kAlways: no limit
+std::atomic<int> g_failSizeCount{0};
+std::atomic<bool> g_failSizeAlways{false};
 std::atomic<int> g_failed{0};
-
-// Takes one unit from a positive counter; true when this call took the last.
-bool takeCountdown() {
-  int current = g_nthCountdown.load(std::memory_order_relaxed);
-  while (current > 0) {
-    if (g_nthCountdown.compare_exchange_weak(current, current - 1, std::memory_order_relaxed)) {
-      return current == 1;
-    }
-  }
-  return false;
-}
 
 bool takeSizeFailure(size_t size) {
   if (g_failSize.load(std::memory_order_relaxed) != size)
     return false;
-  int current = g_failSizeCount.load(std::memory_order_relaxed);
-  if (current == kAlways)
+  if (g_failSizeAlways.load(std::memory_order_relaxed))
     return true;
-  while (current > 0) {
-    if (g_failSizeCount.compare_exchange_weak(current, current - 1, std::memory_order_relaxed)) {
-      return true;
-    }
-  }
-  return false;
+  // The value before the decrement decides, so racing threads fail exactly
+  // as often as armed; the load keeps a disarmed count from drifting.
+  return g_failSizeCount.load(std::memory_order_relaxed) > 0 &&
+         g_failSizeCount.fetch_sub(1, std::memory_order_relaxed) > 0;
 }
 
 bool shouldFail(size_t size) {
-  // Both rules see every allocation, so the countdown advances regardless of
+  // Both rules see every allocation, so the numbering advances regardless of
   // whether the size rule fired.
-  const bool nth = takeCountdown();
+  const bool nth = g_seen.fetch_add(1, std::memory_order_relaxed) + 1 ==
+                   g_failAt.load(std::memory_order_relaxed);
   const bool bySize = takeSizeFailure(size);
   if (!nth && !bySize)
     return false;
@@ -85,13 +75,15 @@ extern "C" void* __wrap_calloc(size_t count, size_t size) {
 namespace fake_platform {
 
 void failNthAllocation(int n) {
-  g_nthCountdown.store(n > 0 ? n : 0, std::memory_order_relaxed);
+  g_failAt.store(n > 0 ? g_seen.load(std::memory_order_relaxed) + n : 0, std::memory_order_relaxed);
 }
 
 void failAllocationsOfSize(size_t size, int count) {
   g_failSizeCount.store(0, std::memory_order_relaxed);  // disarm while the size changes
+  g_failSizeAlways.store(false, std::memory_order_relaxed);
   g_failSize.store(size, std::memory_order_relaxed);
-  g_failSizeCount.store(count < 0 ? kAlways : count, std::memory_order_relaxed);
+  g_failSizeCount.store(count, std::memory_order_relaxed);
+  g_failSizeAlways.store(count < 0, std::memory_order_relaxed);
 }
 
 int failedAllocations() {
@@ -100,9 +92,8 @@ int failedAllocations() {
 
 namespace detail {
 void resetAllocationFailures() {
-  g_nthCountdown.store(0, std::memory_order_relaxed);
-  g_failSizeCount.store(0, std::memory_order_relaxed);
-  g_failSize.store(0, std::memory_order_relaxed);
+  failNthAllocation(0);
+  failAllocationsOfSize(0, 0);
   g_failed.store(0, std::memory_order_relaxed);
 }
 }  // namespace detail

@@ -10,7 +10,16 @@
 #include "fake_state.h"
 
 using fake_platform::LogLine;
-using fake_platform::detail::state;
+using fake_platform::detail::locked;
+using fake_platform::detail::PlatformState;
+
+namespace {
+void record(int sink, int level, const char* tag, std::string text) {
+  locked([&](PlatformState& s) {
+    s.logs.push_back({sink, level, tag != nullptr ? tag : "", std::move(text)});
+  });
+}
+}  // namespace
 
 extern "C" {
 
@@ -32,8 +41,7 @@ void log_dbg_print(const char* tag, int level, const char* format, ...) {
     text.resize(static_cast<size_t>(needed));
   }
   va_end(args);
-  std::lock_guard<std::mutex> lock(state().mutex);
-  state().logs.push_back({0, level, tag != nullptr ? tag : "", std::move(text)});
+  record(0, level, tag, std::move(text));
 }
 
 const char* get_filename_log_control(const char* path) {
@@ -43,18 +51,13 @@ const char* get_filename_log_control(const char* path) {
   return slash != nullptr ? slash + 1 : path;
 }
 
+// A decimal integer with an optional sign and nothing else.
 bool isInt(const char* text) {
-  if (text == nullptr || *text == '\0')
+  if (text == nullptr)
     return false;
   if (*text == '+' || *text == '-')
     ++text;
-  if (*text == '\0')
-    return false;
-  for (; *text != '\0'; ++text) {
-    if (*text < '0' || *text > '9')
-      return false;
-  }
-  return true;
+  return *text != '\0' && strspn(text, "0123456789") == strlen(text);
 }
 
 }  // extern "C"
@@ -71,9 +74,7 @@ unsigned int ULogger::sNormalDetailsMask = kFlickerModuleMask;
 // (and a length past the buffer is caught by AddressSanitizer).
 void ULogger::write(uint32_t /*mask*/, const char* tag, int level, const char* text,
                     size_t length) {
-  std::string line = text != nullptr ? std::string(text, length) : std::string();
-  std::lock_guard<std::mutex> lock(state().mutex);
-  state().logs.push_back({1, level, tag != nullptr ? tag : "", std::move(line)});
+  record(1, level, tag, text != nullptr ? std::string(text, length) : std::string());
 }
 
 }  // namespace ULog
@@ -83,8 +84,7 @@ void ULogger::write(uint32_t /*mask*/, const char* tag, int level, const char* t
 namespace fake_platform {
 
 std::vector<LogLine> logs() {
-  std::lock_guard<std::mutex> lock(state().mutex);
-  return state().logs;
+  return locked([](PlatformState& s) { return s.logs; });
 }
 
 std::vector<std::string> messages() {
@@ -96,36 +96,32 @@ std::vector<std::string> messages() {
   return out;
 }
 
-bool logged(const std::string& substring) {
-  for (const LogLine& line : logs()) {
-    if (line.text.find(substring) != std::string::npos)
-      return true;
-  }
-  return false;
-}
-
-int countLogged(const std::string& substring) {
+namespace {
+// Lines containing `substring`, of one sink and level (-1: any).
+int countLines(const std::string& substring, int sink, int level) {
   int count = 0;
-  for (const std::string& text : messages()) {
-    if (text.find(substring) != std::string::npos)
-      ++count;
+  for (const LogLine& line : logs()) {
+    count += (sink < 0 || line.sink == sink) && (level < 0 || line.level == level) &&
+             line.text.find(substring) != std::string::npos;
   }
   return count;
 }
+}  // namespace
+
+bool logged(const std::string& substring) {
+  return countLines(substring, -1, -1) > 0;
+}
+
+int countLogged(const std::string& substring) {
+  return countLines(substring, 1, -1);
+}
 
 bool loggedError(const std::string& substring) {
-  for (const LogLine& line : logs()) {
-    if (line.sink == 1 && line.level == NSCam::Utils::ULog::ULOG_LEVEL_ERROR &&
-        line.text.find(substring) != std::string::npos) {
-      return true;
-    }
-  }
-  return false;
+  return countLines(substring, 1, NSCam::Utils::ULog::ULOG_LEVEL_ERROR) > 0;
 }
 
 void clearLogs() {
-  std::lock_guard<std::mutex> lock(state().mutex);
-  state().logs.clear();
+  locked([](PlatformState& s) { s.logs.clear(); });
 }
 
 void setLogFramework(int mode, unsigned detailsLevel, unsigned detailsMask) {

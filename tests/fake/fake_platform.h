@@ -34,35 +34,27 @@ void reset();
 
 // ---- Logging ----
 struct LogLine {
-  int sink;           // 0: debug-print sink, 1: unified logger
-  int level;          // debug-print: 0 debug, 1 error; unified: 5 debug, 1 error
-  std::string tag;    // "FlickerMgr", "FlickerPlatformAdapter", "FlickerAlgo"
-  std::string text;   // the fully formatted line as the sink received it
+  int sink;          // 0: debug-print sink, 1: unified logger
+  int level;         // debug-print: 0 debug, 1 error; unified: 5 debug, 1 error
+  std::string tag;   // "FlickerMgr", "FlickerPlatformAdapter", "FlickerAlgo"
+  std::string text;  // the fully formatted line as the sink received it
 };
 std::vector<LogLine> logs();
 // Lines of the unified logger only (the message alone, no header).
 std::vector<std::string> messages();
-bool logged(const std::string& substring);           // any sink, any level
-int countLogged(const std::string& substring);       // unified-logger lines containing it
-bool loggedError(const std::string& substring);      // unified logger, error level
+bool logged(const std::string& substring);       // any sink, any level
+int countLogged(const std::string& substring);   // unified-logger lines containing it
+bool loggedError(const std::string& substring);  // unified logger, error level
 void clearLogs();
 void setLogFramework(int mode, unsigned detailsLevel, unsigned detailsMask);
 
 // ---- Properties ----
 void setProperty(const std::string& key, int64_t value);
-void setPropertyText(const std::string& key, const std::string& value);  // e.g. non-integer
-void clearProperties();
 
 // ---- Customisation ----
 void setMaxAttachNum(int n);
 void setDetectFrequency(int frames);
-void setHalPara(int initHz, int halPara);
 void setSensorBinningRatio(int ratio);
-struct BinningQuery {
-  int sensorId;
-  int sensorMode;
-};
-std::vector<BinningQuery> binningQueries();
 
 // ---- NVRAM ----
 struct NvramCall {
@@ -104,13 +96,8 @@ struct TraceEvent {
 void setTraceTags(uint64_t tags);
 std::vector<TraceEvent> traces();
 
-// ---- Thread priority ----
-struct PriorityRequest {
-  int policy;
-  int priority;
-};
-std::vector<PriorityRequest> priorityRequests();
-std::vector<std::string> threadNamesSeen();  // names of threads that asked for a priority
+// Thread priority: getThreadPriority reports what the calling thread asked
+// for last.
 
 // ---- Data paths ----
 // The folder the device paths are mapped under ("/data/vendor/..." ->

@@ -1,8 +1,8 @@
 // Internal state shared by the fake's translation units. Not for tests: tests
 // use fake_platform.h only.
 //
-// Threading: every field is guarded by `mutex` unless it is atomic. Hooks are
-// copied out under the lock and run after it is released.
+// Threading: every field is guarded by the state's mutex; use locked(). Hooks
+// are copied out under the lock and run after it is released.
 #pragma once
 
 #include <map>
@@ -15,20 +15,15 @@
 namespace fake_platform {
 namespace detail {
 
+// Defaults as after reset().
 struct PlatformState {
-  std::mutex mutex;
   std::vector<LogLine> logs;
-  std::map<std::string, std::string> properties;
+  std::map<std::string, int64_t> properties;
   uint64_t traceTags = 0;
   std::vector<TraceEvent> traces;
-  std::vector<PriorityRequest> priorityRequests;
-  std::vector<std::string> threadNames;
   int maxAttach = 1;
   int detectFrequency = 3;
-  int initHz = 50;
-  int halPara = 70000;
   int binningRatio = 1;
-  std::vector<BinningQuery> binningQueries;
   int nvramResult = 0;
   std::function<void(int, int, FLICKER_CUST_PARA&)> nvramFill;
   std::vector<NvramCall> nvramCalls;
@@ -36,11 +31,15 @@ struct PlatformState {
   bool ownsDataRoot = false;  // created by reset(), removed by the next reset()
 };
 
+std::mutex& stateMutex();
 PlatformState& state();
 
-// Parses a property value the way the phone's reader does: optional spaces
-// and sign, then decimal, 0x hex or leading-zero octal, nothing after it.
-bool parseInteger(const std::string& text, int64_t* value);
+// Runs `f` on the state under its mutex and returns what it returns.
+template <typename F>
+auto locked(F&& f) {
+  std::lock_guard<std::mutex> lock(stateMutex());
+  return f(state());
+}
 
 // Clears the allocation-failure settings (fake_alloc.cpp).
 void resetAllocationFailures();
