@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "fake_platform.h"
 
@@ -20,27 +21,11 @@ flicker_log::FileLevel g_testFileLevel{0};
 
 constexpr int kDebugPrint = 0;
 constexpr int kUnified = 1;
-
-// One message of each kind; the function names are part of the text.
-void logDebug() {
-  FLK_LOGD("value(%d)", 7);
-}
-void logError() {
-  FLK_LOGE("failed(%s)", "x");
-}
-void logVerbose() {
-  FLK_LOGV("verbose");
-}
-void logReport() {
-  FLK_LOG1("report");
-}
-void logInfo() {
-  FLK_LOGI("info");
-}
+constexpr unsigned kMask = 0x801000;
 
 int countSink(int sink) {
   int n = 0;
-  for (const fp::LogLine& line : fp::logs()) n += line.sink == sink ? 1 : 0;
+  for (const fp::LogLine& line : fp::logs()) n += line.sink == sink;
   return n;
 }
 
@@ -52,128 +37,85 @@ class FlickerLogTest : public ::testing::Test {
   }
 };
 
-// Rows: framework and file state, one message, how many lines each sink gets.
-struct GateRow {
-  const char* what;
-  int fileLevel;
-  int mode;
-  unsigned details;
-  unsigned mask;
-  void (*emit)();
-  int debugPrintLines;
-  int unifiedLines;
-};
-
-class FlickerLogGateTest : public FlickerLogTest, public ::testing::WithParamInterface<GateRow> {};
-
-TEST_P(FlickerLogGateTest, SinksReceiveWhatTheSwitchesAllow) {
-  const GateRow& row = GetParam();
-  g_testFileLevel = row.fileLevel;
-  fp::setLogFramework(row.mode, row.details, row.mask);
-  row.emit();
-  EXPECT_EQ(countSink(kDebugPrint), row.debugPrintLines) << row.what;
-  EXPECT_EQ(countSink(kUnified), row.unifiedLines) << row.what;
+TEST_F(FlickerLogTest, SinksReceiveWhatTheSwitchesAllow) {
+  struct Row {
+    const char* what;
+    bool error;  // FLK_LOGE, else a message needing `minLevel` (FLK_LOGD: 2)
+    int minLevel, fileLevel, mode;
+    bool entryOn;  // the message level's entry in g_logInfoLv
+    unsigned details, mask;
+    int debugPrintLines, unifiedLines;
+  } rows[] = {
+      {"debug at file level 2 reaches both sinks", false, 2, 2, 0xB, true, 5, kMask, 1, 1},
+      {"debug at file level 1 is dropped", false, 2, 1, 0xB, true, 5, kMask, 0, 0},
+      {"error at file level 0 still goes out", true, 0, 0, 0xB, true, 5, kMask, 1, 1},
+      {"sMode 0: no debug line", false, 2, 3, 0, true, 5, kMask, 0, 0},
+      {"sMode 0: no error line", true, 0, 3, 0, true, 5, kMask, 0, 0},
+      {"sMode 1: debug-print only", false, 2, 2, 1, true, 5, kMask, 1, 0},
+      {"sMode 2: unified only", false, 2, 2, 2, true, 5, kMask, 0, 1},
+      {"sMode 8: unified only", true, 0, 2, 8, true, 5, kMask, 0, 1},
+      {"details level 4 stops debug", false, 2, 3, 0xB, true, 4, kMask, 0, 0},
+      {"mask missing 0x1000 stops debug", false, 2, 3, 0xB, true, 5, 0x800000, 0, 0},
+      {"disabled debug entry: unified only", false, 2, 2, 0xB, false, 5, kMask, 0, 1},
+      {"disabled error entry: unified only", true, 0, 2, 0xB, false, 5, kMask, 0, 1},
+      {"mask missing a bit lets errors through", true, 0, 3, 0xB, true, 5, 0x001000, 1, 1},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    fp::clearLogs();
+    g_testFileLevel = row.fileLevel;
+    fp::setLogFramework(row.mode, row.details, row.mask);
+    g_logInfoLv[row.error ? CAM_LOG_LEVEL_ERROR : CAM_LOG_LEVEL_DEBUG].flags =
+        row.entryOn ? kLogInfoLvEnabled : 0;
+    int evaluated = 0;
+    if (row.error) {
+      FLK_LOGE("failed(%d)", ++evaluated);
+    } else {
+      FLK_LOG_AT(row.minLevel, "value(%d)", ++evaluated);
+    }
+    EXPECT_EQ(countSink(kDebugPrint), row.debugPrintLines);
+    EXPECT_EQ(countSink(kUnified), row.unifiedLines);
+    // Closed gates come before the arguments: nothing is formatted for nothing.
+    EXPECT_EQ(evaluated > 0, row.debugPrintLines + row.unifiedLines > 0);
+  }
 }
 
-constexpr unsigned kMask = 0x801000;
-
-INSTANTIATE_TEST_SUITE_P(
-    Gates, FlickerLogGateTest,
-    ::testing::Values(
-        GateRow{"debug at file level 2 reaches both sinks", 2, 0xB, 5, kMask, logDebug, 1, 1},
-        GateRow{"debug at file level 1 is dropped", 1, 0xB, 5, kMask, logDebug, 0, 0},
-        GateRow{"error at file level 1 still goes out", 1, 0xB, 5, kMask, logError, 1, 1},
-        GateRow{"error at file level 0 still goes out", 0, 0xB, 5, kMask, logError, 1, 1},
-        GateRow{"report line at level 1", 1, 0xB, 5, kMask, logReport, 1, 1},
-        GateRow{"verbose needs level 3", 2, 0xB, 5, kMask, logVerbose, 0, 0},
-        GateRow{"verbose at level 3", 3, 0xB, 5, kMask, logVerbose, 1, 1},
-        GateRow{"info at level 0", 0, 0xB, 5, kMask, logInfo, 1, 1},
-        GateRow{"sMode 0: no debug line", 3, 0, 5, kMask, logDebug, 0, 0},
-        GateRow{"sMode 0: no error line", 3, 0, 5, kMask, logError, 0, 0},
-        GateRow{"sMode 1: debug-print only", 2, 1, 5, kMask, logDebug, 1, 0},
-        GateRow{"sMode 2: unified only", 2, 2, 5, kMask, logDebug, 0, 1},
-        GateRow{"sMode 8: unified only", 2, 8, 5, kMask, logError, 0, 1},
-        GateRow{"details level 4 stops debug", 3, 0xB, 4, kMask, logDebug, 0, 0},
-        GateRow{"details level 4 lets errors through", 3, 0xB, 4, kMask, logError, 1, 1},
-        GateRow{"details level 6 is enough", 2, 0xB, 6, kMask, logDebug, 1, 1},
-        GateRow{"mask missing 0x1000 stops debug", 3, 0xB, 5, 0x800000, logDebug, 0, 0},
-        GateRow{"mask missing 0x800000 stops debug", 3, 0xB, 5, 0x001000, logDebug, 0, 0},
-        GateRow{"mask missing a bit lets errors through", 3, 0xB, 5, 0x001000, logError, 1, 1},
-        GateRow{"extra mask bits are fine", 2, 0xB, 5, 0xFFFFFFFF, logDebug, 1, 1}));
-
-TEST_F(FlickerLogTest, DisabledLevelEntrySkipsOnlyTheDebugPrintSink) {
-  g_logInfoLv[CAM_LOG_LEVEL_DEBUG].flags = 0;
-  logDebug();
-  logError();  // the error entry is still enabled
-  EXPECT_EQ(countSink(kDebugPrint), 1);
-  EXPECT_EQ(countSink(kUnified), 2);
-}
-
-TEST_F(FlickerLogTest, DebugLineCarriesPrefixTagFileLineAndFunction) {
+// Debug-print form: prefix, tag, file, line and function before the message;
+// errors add " (function){#line:path}". The unified logger gets the message
+// alone.
+TEST_F(FlickerLogTest, EachSinkGetsItsExactText) {
   g_logInfoLv[CAM_LOG_LEVEL_DEBUG].prefix = "P>";
-  const int line = __LINE__ + 1;
+  const std::string fn = __FUNCTION__, at = "[FlickerMgr] flicker_log_test.cpp:";
+  const std::string debugLine = std::to_string(__LINE__ + 1);
   FLK_LOGD("value(%d) text(%s)", 42, "ok");
-  const auto lines = fp::logs();
-  ASSERT_EQ(lines.size(), 2u);
-  const std::string fn = __FUNCTION__;
-  EXPECT_EQ(lines[0].sink, kDebugPrint);
-  EXPECT_EQ(lines[0].level, CAM_LOG_LEVEL_DEBUG);
-  EXPECT_EQ(lines[0].tag, "FlickerMgr");
-  EXPECT_EQ(lines[0].text, "P>[FlickerMgr] flicker_log_test.cpp:" + std::to_string(line) + " " +
-                               fn + "() [" + fn + "] value(42) text(ok)");
-  EXPECT_EQ(lines[1].sink, kUnified);
-  EXPECT_EQ(lines[1].level, NSCam::Utils::ULog::ULOG_LEVEL_DEBUG);
-  EXPECT_EQ(lines[1].text, "[" + fn + "] value(42) text(ok)");  // the message alone
-}
-
-TEST_F(FlickerLogTest, ErrorTailIsInTheDebugPrintFormOnly) {
-  const int line = __LINE__ + 1;
+  const std::string errorLine = std::to_string(__LINE__ + 1);
   FLK_LOGE("open(%s) failed: %d", "/x", -2);
-  const auto lines = fp::logs();
-  ASSERT_EQ(lines.size(), 2u);
-  const std::string fn = __FUNCTION__;
-  const std::string message = "[" + fn + "] open(/x) failed: -2";
-  EXPECT_EQ(lines[0].level, CAM_LOG_LEVEL_ERROR);
-  EXPECT_EQ(lines[0].text, "[FlickerMgr] flicker_log_test.cpp:" + std::to_string(line) + " " + fn +
-                               "() " + message + " (" + fn + "){#" + std::to_string(line) + ":" +
-                               __FILE__ + "}");
-  EXPECT_EQ(lines[1].level, NSCam::Utils::ULog::ULOG_LEVEL_ERROR);
-  EXPECT_EQ(lines[1].text, message);
-  EXPECT_TRUE(fp::loggedError("open(/x) failed"));
+  std::vector<std::string> got;  // "sink level tag: text"
+  for (const fp::LogLine& l : fp::logs())
+    got.push_back(std::to_string(l.sink) + " " + std::to_string(l.level) + " " + l.tag + ": " +
+                  l.text);
+  const std::string debug = "[" + fn + "] value(42) text(ok)";
+  const std::string error = "[" + fn + "] open(/x) failed: -2";
+  EXPECT_EQ(got, (std::vector<std::string>{
+                     "0 0 FlickerMgr: P>" + at + debugLine + " " + fn + "() " + debug,
+                     "1 5 FlickerMgr: " + debug,
+                     "0 1 FlickerMgr: " + at + errorLine + " " + fn + "() " + error + " (" + fn +
+                         "){#" + errorLine + ":" + __FILE__ + "}",
+                     "1 1 FlickerMgr: " + error}));
 }
 
 // The unified logger's text is cut at 1023 characters, the recorded length
 // matching the text.
 TEST_F(FlickerLogTest, UnifiedTextIsCutAt1023Characters) {
   const std::string head = std::string("[") + __FUNCTION__ + "] ";
-  struct Row {
-    size_t total;     // characters of the whole message, head included
-    size_t received;  // characters the unified logger receives
-  } rows[] = {
-      {1022, 1022},  // shorter: whole
-      {1023, 1023},  // exactly the limit: whole
-      {1024, 1023},  // one more: cut
-      {3000, 1023},  // far longer: cut
-  };
-  for (const Row& row : rows) {
+  // Whole messages of 1022 and 1023 characters (head included), then cut.
+  for (const size_t total : {1022, 1023, 1024, 3000}) {
     fp::clearLogs();
-    std::string body(row.total - head.size(), 'a');
+    std::string body(total - head.size(), 'a');
     body.back() = 'Z';  // shows whether the end survived
     FLK_LOGD("%s", body.c_str());
-    const auto texts = fp::messages();
-    ASSERT_EQ(texts.size(), 1u);
-    EXPECT_EQ(texts[0].size(), row.received) << row.total;
-    EXPECT_EQ(texts[0], (head + body).substr(0, row.received)) << row.total;
+    EXPECT_EQ(fp::messages(), std::vector<std::string>{(head + body).substr(0, 1023)}) << total;
   }
-}
-
-TEST_F(FlickerLogTest, DisabledDebugDoesNotEvaluateFormatting) {
-  g_testFileLevel = 1;
-  int evaluated = 0;
-  auto sideEffect = [&] { return ++evaluated; };
-  FLK_LOGD("%d", sideEffect());
-  EXPECT_EQ(evaluated, 0);  // the gate comes before the arguments
-  EXPECT_TRUE(fp::logs().empty());
 }
 
 }  // namespace

@@ -1,51 +1,49 @@
 // Small helpers shared by the host platform tests: a temporary folder that
-// removes itself and whole-file reads and writes.
+// removes itself, whole-file reads and writes, and a fixture whose debug log
+// goes to a file of that folder.
 #pragma once
 
-#include <ftw.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
+
+#include "host_log.h"
 
 namespace host_test {
 
 class TempDir {
  public:
-  TempDir() {
-    const char* tmp = getenv("TMPDIR");
-    std::string pattern =
-        std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/flicker_host_test_XXXXXX";
-    path_ = mkdtemp(&pattern[0]) != nullptr ? pattern : "";
-    EXPECT_FALSE(path_.empty()) << "mkdtemp failed";
-  }
-  ~TempDir() {
-    if (!path_.empty())
-      nftw(path_.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
-  }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-
+  TempDir() { EXPECT_NE(mkdtemp(&path_[0]), nullptr) << "mkdtemp failed in " << path_; }
+  ~TempDir() { std::filesystem::remove_all(path_); }
   std::string file(const std::string& name) const { return path_ + "/" + name; }
-  const std::string& path() const { return path_; }
 
  private:
-  static int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
-    return remove(path);
-  }
-  std::string path_;
+  std::string path_ = std::filesystem::temp_directory_path().string() + "/flicker_host_XXXXXX";
 };
 
 inline void writeFile(const std::string& path, const std::string& content) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << content;
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
 }
 
 inline std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
 }
+
+class HostTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(flicker_host::setDebugLogFile(logFile_)); }
+  void TearDown() override { flicker_host::setDebugLogFile(""); }
+  // What the debug log received since `from` (a size read before).
+  std::string logSince(size_t from = 0) const { return readFile(logFile_).substr(from); }
+
+  TempDir dir_;
+  std::string logFile_ = dir_.file("debug.log");
+};
 
 }  // namespace host_test
