@@ -1,22 +1,21 @@
-// Statistics window and the conversion of a statistics block into the
-// algorithm's column vectors on each sensor path.
+// Statistics window, the conversion of a statistics block into the
+// algorithm's column vectors on each sensor path, and bad input.
 #include <climits>
+#include <functional>
+#include <utility>
 
 #include "adapter_test_support.h"
 
 namespace adapter_test {
 namespace {
 
-constexpr int kPathGeneric = 0;
-constexpr int kPathSensor = 1;
+constexpr int kPathGeneric = 0, kPathSensor = 1;
 constexpr int64_t kMarker = 0x7F7E7D7C7B7A7978;
 
 TEST_F(AdapterTest, WindowArithmeticAtItsBoundaries) {
   struct Row {
-    int width, height;
-    int imgW, imgH, winW, winH;
-  };
-  const Row rows[] = {
+    int width, height, imgW, imgH, winW, winH;
+  } rows[] = {
       {4000, 3000, 4000, 2955, 666, 984},   // typical sensor
       {4000, 6039, 4000, 5994, 666, 1998},  // tallest uncapped image
       {4000, 6040, 4000, 5994, 666, 1998},  // first capped image
@@ -27,148 +26,51 @@ TEST_F(AdapterTest, WindowArithmeticAtItsBoundaries) {
       {0, 0, 0, -45, 0, -14},               // empty image: negative H as computed
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.width << "x" << row.height);
     int imgW = -1, imgH = -1, winW = -1, winH = -1;
     EXPECT_EQ(adapter_->setWindowInfo(&imgW, &imgH, &winW, &winH, row.width, row.height), 0);
-    EXPECT_EQ(imgW, row.imgW);
-    EXPECT_EQ(imgH, row.imgH);
-    EXPECT_EQ(winW, row.winW);
-    EXPECT_EQ(winH, row.winH);
-    // The window also reaches the detection record.
-    adapter_->detectFlicker();
-    const auto para =
-        recordOf<FlkDetectPara>(FLK_CMD_DETECT, fake_platform::algoCalls(2).size() - 1);
-    EXPECT_EQ(para.winValue1, row.winW);
-    EXPECT_EQ(para.winValue2, row.winH);
-  }
-  // The cap keeps the largest generic block inside one buffer.
-  EXPECT_LE(18 * 1998, FlickerPlatformAdapter::kBufEntries);
-}
-
-TEST_F(AdapterTest, WindowRejectsNullOutputsAndNegativeSizes) {
-  int imgW = -1, imgH = -1, winW = -1, winH = -1;
-  EXPECT_EQ(adapter_->setWindowInfo(nullptr, &imgH, &winW, &winH, 100, 100), -1);
-  EXPECT_EQ(adapter_->setWindowInfo(&imgW, &imgH, &winW, nullptr, 100, 100), -1);
-  EXPECT_EQ(adapter_->setWindowInfo(&imgW, &imgH, &winW, &winH, -1, 100), -1);
-  EXPECT_EQ(adapter_->setWindowInfo(&imgW, &imgH, &winW, &winH, 100, INT_MIN), -1);
-  EXPECT_EQ(imgW + imgH + winW + winH, -4);
-  // The window of the fixture is still in place.
-  const std::vector<int64_t> stats = pattern64(kSmallEntries, 1);
-  ASSERT_EQ(setBuf(kPathGeneric, stats.data(), 0), 0);
-  EXPECT_EQ(detectWithDump(adapter_).count, kSmallEntries);
-}
-
-TEST_F(AdapterTest, GenericBlockGoesToTheChosenSlot) {
-  struct Row {
-    int index;
-    bool slot1;
-  };
-  const Row rows[] = {
-      {0, false},  // index 0: buffer 1 (slot 0)
-      {1, true},   // index 1: buffer 2 (slot 1)
-      {7, true},   // any other index: buffer 2
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.index);
-    const std::vector<int64_t> old0 = pattern64(kSmallEntries, 10);
-    const std::vector<int64_t> old1 = pattern64(kSmallEntries, 11);
-    const std::vector<int64_t> stats = pattern64(kSmallEntries, row.index + 1);
-    ASSERT_EQ(setBuf(kPathGeneric, old0.data(), 0), 0);
-    ASSERT_EQ(setBuf(kPathGeneric, old1.data(), 1), 0);
-    int x = -1, w = -1, h = -1;
-    EXPECT_EQ(adapter_->setBuf(kPathGeneric, stats.data(), row.index, &x, &w, &h), 0);
-    EXPECT_EQ(x, 0);
-    EXPECT_EQ(w, kSmallW);
-    EXPECT_EQ(h, kSmallH - 45);
-    const DetectView view = detectAndCapture(adapter_, kSmallEntries);
-    EXPECT_EQ(view.slot1, row.slot1 ? stats : old1);
-    EXPECT_EQ(view.slot0, row.slot1 ? old0 : stats);
+    EXPECT_EQ(std::vector<int>({imgW, imgH, winW, winH}),
+              std::vector<int>({row.imgW, row.imgH, row.winW, row.winH}))
+        << row.width << "x" << row.height;
   }
 }
 
-// Entries per column after setBuf, as the dump shows them.
-TEST_F(AdapterTest, EntryCountPerSensorPath) {
+// One block of 32-bit words, not aligned, lands on a buffer of markers.
+// Generic: 18 entries per window row copied as 64-bit entries (at least 18
+// in auto-test mode); 8581: its words packed as they are; 1398: 384 words
+// widened with sign extension; any other sensor: nothing. The dump shows how
+// many entries the adapter holds.
+TEST_F(AdapterTest, ConversionPerSensorPath) {
   struct Row {
     const char* what;
-    int path;
-    int sensorId;
-    int sensorMode;
-    int autoTest;
-    int height;  // image height of the window (width 120)
+    int path, sensorId, sensorMode, autoTest, height;
+    size_t copiedBytes, widened;
     int32_t count;
-  };
-  const Row rows[] = {
-      {"generic: 18 per window row", kPathGeneric, kGenericSensorId, 0, 0, kSmallH, kSmallEntries},
-      {"generic, empty window", kPathGeneric, kGenericSensorId, 0, 0, 50, 0},
-      {"generic auto-test: at least one row", kPathGeneric, kGenericSensorId, 0, 1, 50, 18},
-      {"generic auto-test, larger window", kPathGeneric, kGenericSensorId, 0, 1, kSmallH, 180},
-      {"sensor 8581, mode 0", kPathSensor, 8581, 0, 0, kSmallH, 150},
-      {"sensor 8581, other mode", kPathSensor, 8581, 1, 0, kSmallH, 201},
-      {"sensor 1398", kPathSensor, 1398, 0, 0, kSmallH, 192},
-      {"unlisted sensor keeps the window count", kPathSensor, 4242, 0, 0, kSmallH, kSmallEntries},
-  };
-  const std::vector<int64_t> stats = pattern64(1000, 3);
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
-    reinit(row.sensorId);
-    adapter_->setFlickerAutoTest(row.autoTest);
-    adapter_->getSensorMode(row.sensorMode, 0, nullptr);
-    setWindow(kSmallW, row.height);
-    ASSERT_EQ(setBuf(row.path, stats.data(), 0), 0);
-    ASSERT_EQ(setBuf(row.path, stats.data(), 1), 0);
-    // Detection takes the sensor's own path only for the two listed sensors.
-    const bool listed = row.sensorId == 1398 || row.sensorId == 8581;
-    adapter_->setDetectInfo(listed ? 1 : 0, 50, 10000, 0);
-    EXPECT_EQ(detectWithDump(adapter_).count, row.count);
-  }
-}
-
-TEST_F(AdapterTest, Sensor8581CopiesExactly32BitEntries) {
-  struct Row {
-    int sensorMode;
-    size_t bytes;
-  };
-  const Row rows[] = {
-      {0, 150 * 4},  // mode 0
-      {2, 201 * 4},  // any other mode
+  } rows[] = {
+      {"generic", kPathGeneric, kGeneric, 0, 0, kSmallH, kEntries * 8, 0, kEntries},
+      {"generic, empty window", kPathGeneric, kGeneric, 0, 0, 50, 0, 0, 0},
+      {"generic auto-test, empty window", kPathGeneric, kGeneric, 0, 1, 50, 18 * 8, 0, 18},
+      {"8581 mode 0", kPathSensor, 8581, 0, 0, kSmallH, 150 * 4, 0, 150},
+      {"8581 other mode", kPathSensor, 8581, 2, 0, kSmallH, 201 * 4, 0, 201},
+      {"1398", kPathSensor, 1398, 0, 0, kSmallH, 0, 384, 192},
+      {"unlisted sensor", kPathSensor, 4242, 0, 0, kSmallH, 0, 0, kEntries},
   };
   std::vector<int32_t> words(402);
-  for (size_t i = 0; i < words.size(); ++i) {
-    words[i] = static_cast<int32_t>(i * 7919) - 1000000;
-  }
-  const std::vector<int64_t> marker(kSmallEntries, kMarker);
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.sensorMode);
-    reinit(8581);
-    adapter_->getSensorMode(row.sensorMode, 0, nullptr);
-    ASSERT_EQ(setBuf(kPathGeneric, marker.data(), 1), 0);
-    ASSERT_EQ(setBuf(kPathSensor, words.data(), 1), 0);
-    const DetectView view = detectAndCapture(adapter_, 200);
-    const auto* got = reinterpret_cast<const uint8_t*>(view.slot1.data());
-    EXPECT_EQ(memcmp(got, words.data(), row.bytes), 0);  // packed, not widened
-    int64_t after = 0;
-    memcpy(&after, got + row.bytes + (8 - row.bytes % 8) % 8, sizeof(after));
-    EXPECT_EQ(after, kMarker);  // nothing beyond the entries was touched
-  }
-}
-
-TEST_F(AdapterTest, Sensor1398WidensWithSignExtension) {
-  reinit(1398);
-  std::vector<int32_t> words(384);
-  for (size_t i = 0; i < words.size(); ++i) {
-    words[i] = (i % 2 == 0) ? static_cast<int32_t>(i * 1000) : -static_cast<int32_t>(i);
-  }
-  words[0] = -1;
-  words[1] = 5;
-  words[2] = INT32_MIN;
-  words[383] = INT32_MAX;
-  // An odd start address: the block need not be aligned.
+  for (size_t i = 0; i < words.size(); ++i) words[i] = static_cast<int32_t>(i * 7919) - 1000000;
+  words[0] = -1, words[1] = 5, words[2] = INT32_MIN, words[383] = INT32_MAX;
   std::vector<uint8_t> bytes(words.size() * 4 + 1);
   memcpy(bytes.data() + 1, words.data(), words.size() * 4);
-  ASSERT_EQ(setBuf(kPathSensor, bytes.data() + 1, 0), 0);
-  const DetectView view = detectAndCapture(adapter_, 384);
-  for (size_t i = 0; i < words.size(); ++i) {
-    ASSERT_EQ(view.slot0[i], static_cast<int64_t>(words[i])) << "entry " << i;
+  const std::vector<int64_t> marker(FlickerPlatformAdapter::kBufEntries, kMarker);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    reinit(row.sensorId, row.sensorMode, 0, 8000);  // the largest window: markers everywhere
+    ASSERT_EQ(setBuf(kPathGeneric, marker.data(), 0), 0);
+    setup(row.autoTest, row.height);
+    std::vector<int64_t> expected(marker.begin(), marker.begin() + 400);
+    memcpy(expected.data(), words.data(), row.copiedBytes);
+    for (size_t i = 0; i < row.widened; ++i) expected[i] = words[i];
+    EXPECT_EQ(setBuf(row.path, bytes.data() + 1, 0), 0);
+    EXPECT_EQ(capture(400).slot0, expected);
+    EXPECT_EQ(detectWithDump().count, row.count);
   }
 }
 
@@ -177,23 +79,16 @@ TEST_F(AdapterTest, Sensor1398WidensWithSignExtension) {
 TEST_F(AdapterTest, AutoTestZeroCheckCoversThePathsWidth) {
   struct Row {
     const char* what;
-    int path;
-    int sensorId;
-    int autoTest;
-    int height;
-    size_t nonZeroByte;  // first non-zero byte of the block; SIZE_MAX: all zero
+    int path, sensorId, autoTest, height;
+    size_t nonZeroByte;  // the one non-zero byte of the block; SIZE_MAX: all zero
     int rc;
-  };
-  const Row rows[] = {
-      {"generic all zero", kPathGeneric, kGenericSensorId, 1, kSmallH, SIZE_MAX, -1},
-      {"generic, last compared entry set", kPathGeneric, kGenericSensorId, 1, kSmallH,
-       kSmallEntries * 8 - 1, 0},
-      {"generic, only beyond the window", kPathGeneric, kGenericSensorId, 1, kSmallH,
-       kSmallEntries * 8, -1},
-      {"generic without auto-test", kPathGeneric, kGenericSensorId, 0, kSmallH, SIZE_MAX, 0},
-      {"empty window compares 18 entries", kPathGeneric, kGenericSensorId, 1, 50, 143, 0},
-      {"empty window, 19th entry set", kPathGeneric, kGenericSensorId, 1, 50, 144, -1},
-      {"8581 all zero", kPathSensor, 8581, 1, kSmallH, SIZE_MAX, -1},
+  } rows[] = {
+      {"generic, last compared entry set", kPathGeneric, kGeneric, 1, kSmallH, kEntries * 8 - 1, 0},
+      {"generic, only beyond the window", kPathGeneric, kGeneric, 1, kSmallH, kEntries * 8, -1},
+      {"generic without auto-test", kPathGeneric, kGeneric, 0, kSmallH, SIZE_MAX, 0},
+      {"empty window compares 18 entries", kPathGeneric, kGeneric, 1, 50, 143, 0},
+      {"empty window, 19th entry set", kPathGeneric, kGeneric, 1, 50, 144, -1},
+      {"8581, first byte beyond", kPathSensor, 8581, 1, kSmallH, 150 * 4, -1},
       {"8581, last compared byte set", kPathSensor, 8581, 1, kSmallH, 150 * 4 - 1, 0},
       {"1398 compares only 384 bytes", kPathSensor, 1398, 1, kSmallH, 384, -1},
       {"1398, byte 383 set", kPathSensor, 1398, 1, kSmallH, 383, 0},
@@ -201,93 +96,56 @@ TEST_F(AdapterTest, AutoTestZeroCheckCoversThePathsWidth) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    reinit(row.sensorId);
-    adapter_->setFlickerAutoTest(row.autoTest);
-    setWindow(kSmallW, row.height);
+    reinit(row.sensorId, 0, row.autoTest, row.height);
     std::vector<int64_t> stats(1000, 0);
-    if (row.nonZeroByte != SIZE_MAX) {
+    if (row.nonZeroByte != SIZE_MAX)
       reinterpret_cast<uint8_t*>(stats.data())[row.nonZeroByte] = 1;
-    }
     EXPECT_EQ(setBuf(row.path, stats.data(), 0), row.rc);
   }
   // A failed check still delivers the data.
-  reinit(kGenericSensorId);
-  adapter_->setFlickerAutoTest(1);
-  const std::vector<int64_t> marker(kSmallEntries, kMarker);
-  const std::vector<int64_t> zeros(kSmallEntries, 0);
+  reinit(kGeneric, 0, 1);
+  const std::vector<int64_t> marker(kEntries, kMarker), zeros(kEntries, 0);
   ASSERT_EQ(setBuf(kPathGeneric, marker.data(), 0), 0);
   ASSERT_EQ(setBuf(kPathGeneric, zeros.data(), 0), -1);
-  EXPECT_EQ(detectAndCapture(adapter_, kSmallEntries).slot0, zeros);
+  EXPECT_EQ(capture(kEntries).slot0, zeros);
 }
 
-TEST_F(AdapterTest, UnlistedSensorCopiesNothing) {
-  reinit(4242);
-  const std::vector<int64_t> marker(kSmallEntries, kMarker);
-  const std::vector<int64_t> stats = pattern64(kSmallEntries, 5);
-  ASSERT_EQ(setBuf(kPathGeneric, marker.data(), 0), 0);
-  EXPECT_EQ(setBuf(kPathSensor, stats.data(), 0), 0);
-  EXPECT_EQ(detectAndCapture(adapter_, kSmallEntries).slot0, marker);
-}
-
-// Bad input fails with an error and leaves buffers, count and outputs as
-// they were.
-TEST_F(AdapterTest, BadSetBufInputIsRejected) {
-  const std::vector<int64_t> stats = pattern64(kSmallEntries, 1);
+// Null outputs and inputs, negative sizes and a count that does not fit the
+// buffers fail with an error and leave buffers, count and outputs alone.
+TEST_F(AdapterTest, BadInputFailsWithAnError) {
+  const std::vector<int64_t> stats = pattern64(kEntries, 1), other = pattern64(kEntries, 2);
   ASSERT_EQ(setBuf(kPathGeneric, stats.data(), 0), 0);
-  const std::vector<int64_t> other = pattern64(kSmallEntries, 2);
-  int x = 9, w = 9, h = 9;
-  struct Row {
-    const char* what;
-    const void* stats;
-    int* outX;
-    int height;  // window for this row
-    const char* error;
+  int a = 9, b = 9, c = 9, d = 9;
+  const std::pair<std::function<int()>, const char*> rows[] = {
+      {[&] { return adapter_->getFrameRateType(nullptr); }, "[getFrameRateType] null output."},
+      {[&] { return adapter_->getFlickerScore(&a, nullptr); }, "[getFlickerScore] null output"},
+      {[&] { return adapter_->getFlickerScore(nullptr, &a); }, "[getFlickerScore] null output"},
+      {[&] { return adapter_->getFLKStatConfig(nullptr); }, "[getFLKStatConfig] null output."},
+      {[&] { return adapter_->setWindowInfo(nullptr, &b, &c, &d, 100, 100); }, "null output."},
+      {[&] { return adapter_->setWindowInfo(&a, &b, &c, nullptr, 100, 100); }, "null output."},
+      {[&] { return adapter_->setWindowInfo(&a, &b, &c, &d, -1, 100); }, "negative image size"},
+      {[&] { return adapter_->setWindowInfo(&a, &b, &c, &d, 100, INT_MIN); }, "negative image"},
+      {[&] { return adapter_->setBuf(0, nullptr, 0, &a, &b, &c); }, "[setBuf] null argument"},
+      {[&] { return adapter_->setBuf(0, other.data(), 0, nullptr, &b, &c); }, "null argument"},
+      // A window of height 0 leaves H -45 and win_h_ -14: a count of -252 entries.
+      {[&] {
+         adapter_->setWindowInfo(&d, &d, &d, &d, kSmallW, 0);
+         return adapter_->setBuf(0, other.data(), 0, &a, &b, &c);
+       },
+       "statistics count(-252)"},
   };
-  const Row rows[] = {
-      {"null statistics", nullptr, &x, kSmallH, "null argument"},
-      {"null output", other.data(), nullptr, kSmallH, "null argument"},
-      {"negative window height", other.data(), &x, 0, "statistics count(-252)"},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
-    setWindow(kSmallW, row.height);
-    fake_platform::clearLogs();
-    EXPECT_EQ(adapter_->setBuf(kPathGeneric, row.stats, 0, row.outX, &w, &h), -1);
-    EXPECT_TRUE(fake_platform::loggedError(row.error));
-    EXPECT_EQ(x + w + h, 27);
+  for (const auto& [call, error] : rows) {
+    fp::clearLogs();
+    EXPECT_EQ(call(), -1) << error;
+    EXPECT_TRUE(fp::loggedError(error)) << error;
+    EXPECT_EQ(a + b + c, 27) << error;
   }
-  setWindow(kSmallW, kSmallH);
-  const flicker_dump::FlkRawDump dump = detectWithDump(adapter_);
-  EXPECT_EQ(dump.count, kSmallEntries);
-  EXPECT_EQ(dump.slot0, stats);
-}
-
-TEST_F(AdapterTest, RowTraceEveryHundredImageRows) {
-  struct Row {
-    int height;  // image height; H = height - 45
-    int lines;
-  };
-  const Row rows[] = {
-      {245, 2},  // H 200: rows 0 and 100, not 200
-      {246, 3},  // H 201: rows 0, 100 and 200
-  };
-  fake_platform::setProperty("vendor.debug.flicker_mgr.log.level", 2);
-  const std::vector<int64_t> stats = pattern64(2000, 4);
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.height);
-    reinit(kGenericSensorId);
-    setWindow(kSmallW, row.height);
-    ASSERT_EQ(setBuf(kPathGeneric, stats.data(), 1), 0);
-    EXPECT_EQ(fake_platform::countLogged("[setBuf] sta row ="), row.lines);
-    // The position advances by 600 entries per 100 rows.
-    const std::string line = "sta row =100, " + std::to_string(stats[600]) + " " +
-                             std::to_string(stats[601]) + " " + std::to_string(stats[602]);
-    EXPECT_EQ(fake_platform::countLogged(line), 1);
-  }
-  fake_platform::setProperty("vendor.debug.flicker_mgr.log.level", 1);
-  reinit(kGenericSensorId);
-  ASSERT_EQ(setBuf(kPathGeneric, stats.data(), 1), 0);
-  EXPECT_EQ(fake_platform::countLogged("sta row"), 0);  // off below debug level
+  // A good block afterwards: outputs x 0, the image width and height.
+  EXPECT_EQ(capture(kEntries).slot0, stats);  // nothing of `other` was copied
+  // A good block: outputs x 0, the image width and height.
+  ASSERT_EQ(adapter_->setWindowInfo(&d, &d, &d, &d, kSmallW, kSmallH), 0);
+  EXPECT_EQ(adapter_->setBuf(0, stats.data(), 0, &a, &b, &c), 0);
+  EXPECT_EQ(std::vector<int>({a, b, c}), std::vector<int>({0, kSmallW, kSmallH - 45}));
 }
 
 }  // namespace

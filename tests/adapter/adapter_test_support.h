@@ -1,13 +1,13 @@
 // Shared set-up of the adapter tests: a freshly initialised adapter over the
-// recording fake, builders of statistics blocks, and read-back of what the
-// adapter handed to the algorithm (records, buffers) or wrote to the dump tree.
+// recording fake, statistics builders, and read-back of what the adapter
+// handed to the algorithm (records, buffers) or wrote to the dump tree.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -20,17 +20,15 @@
 
 namespace adapter_test {
 
-constexpr int kSensorIdx = 3;
-constexpr int kGenericSensorId = 5000;
+namespace fp = fake_platform;
+
+constexpr int kGeneric = 5000;  // a sensor without a path of its own
 // A 120 x 75 image gives W 120, H 30, win_w_ 20, win_h_ 10: 180 generic entries.
-constexpr int kSmallW = 120;
-constexpr int kSmallH = 75;
-constexpr int kSmallEntries = 180;
+constexpr int kSmallW = 120, kSmallH = 75, kEntries = 180;
 
 inline std::string readText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
   return text.str();
 }
 
@@ -38,131 +36,58 @@ inline void writeText(const std::string& path, const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
 }
 
-inline bool exists(const std::string& path) {
-  struct stat info;
-  return lstat(path.c_str(), &info) == 0;
-}
-
-inline long long fileSize(const std::string& path) {
-  struct stat info;
-  return stat(path.c_str(), &info) == 0 ? static_cast<long long>(info.st_size) : -1;
-}
-
-// The record of the `index`-th call of `cmd`, as the fake recorded it.
+// The record of the `index`-th call of `cmd` (-1: the last), as the fake
+// recorded it; its size must be the record's.
 template <typename Record>
-Record recordOf(uint32_t cmd, size_t index = 0) {
-  const auto calls = fake_platform::algoCalls(cmd);
-  Record record;
-  memset(&record, 0xEE, sizeof(record));
-  EXPECT_LT(index, calls.size()) << "command " << cmd << " was not sent";
-  if (index < calls.size()) {
-    EXPECT_EQ(calls[index].in.size(), sizeof(Record));
-    memcpy(&record, calls[index].in.data(), std::min(sizeof(Record), calls[index].in.size()));
-  }
+Record recordOf(uint32_t cmd, int index = 0) {
+  const auto calls = fp::algoCalls(cmd);
+  const size_t at = index < 0 ? calls.size() - 1 : static_cast<size_t>(index);
+  Record record{};
+  if (at < calls.size() && calls[at].in.size() == sizeof(Record))
+    memcpy(&record, calls[at].in.data(), sizeof(Record));
+  else
+    ADD_FAILURE() << "no record of command " << cmd << " call " << index;
   return record;
 }
 
-// 64-bit statistics with negative and large values, distinct per block.
+// 64-bit statistics with negative and large values, distinct per seed.
 inline std::vector<int64_t> pattern64(size_t n, int64_t seed) {
   std::vector<int64_t> v(n);
-  for (size_t i = 0; i < n; ++i) {
-    v[i] = (static_cast<int64_t>(i) - 7) * 1000003 + seed * (int64_t{1} << 40);
-  }
+  for (size_t i = 0; i < n; ++i) v[i] = (static_cast<int64_t>(i) - 7) * 1000003 + (seed << 40);
   return v;
 }
 
-// What a detection step showed the algorithm: the record, and copies of the
-// first `entries` entries of both statistics buffers.
+// What a detection step showed the algorithm: the record and copies of the
+// first entries of both statistics buffers and of the auxiliary area.
 struct DetectView {
-  int result = -1;
-  bool called = false;
   FlkDetectPara para{};
-  std::vector<int64_t> slot0;
-  std::vector<int64_t> slot1;
+  std::vector<int64_t> slot0, slot1;
   std::vector<int32_t> aux;
 };
-
-inline DetectView detectAndCapture(FlickerPlatformAdapter* adapter, size_t entries) {
-  DetectView view;
-  fake_platform::setDetectHook([&view, entries](const FlkDetectPara& para, FlkDetectResult*) {
-    view.called = true;
-    view.para = para;
-    view.slot0.assign(para.statsSlot0, para.statsSlot0 + entries);
-    view.slot1.assign(para.statsSlot1, para.statsSlot1 + entries);
-    view.aux.assign(para.aux, para.aux + kFlkAuxWords);
-  });
-  view.result = adapter->detectFlicker();
-  fake_platform::setDetectHook(nullptr);
-  return view;
-}
-
-// Device paths of the dump tree and their host locations under the fake root.
-inline std::string dumpRoot() {
-  return fake_platform::hostPath("/data/vendor/flicker/flko");
-}
-inline std::string counterFile() {
-  return dumpRoot() + "/flicker_file_cnt.txt";
-}
-inline std::string dumpDir(const std::string& number) {
-  return dumpRoot() + "/" + number;
-}
-
-// The folders above the dump root exist on a device; create them under the
-// fake's data root (only the flicker folder itself is mapped, so the upper
-// levels are built from the root directly).
-inline void makeDataFolders(bool withRoot) {
-  const std::string data = fake_platform::dataRoot() + "/data";
-  mkdir(data.c_str(), 0770);
-  mkdir((data + "/vendor").c_str(), 0770);
-  mkdir(fake_platform::hostPath("/data/vendor/flicker").c_str(), 0770);
-  if (withRoot) {
-    mkdir(dumpRoot().c_str(), 0770);
-  }
-}
-
-// Runs one detection with the dump switched on and reads back its flk.raw
-// from the folder the counter file pointed at.
-inline flicker_dump::FlkRawDump detectWithDump(FlickerPlatformAdapter* adapter) {
-  makeDataFolders(true);
-  const std::string counter = readText(counterFile());
-  const int number = counter.empty() ? 0 : std::stoi(counter);
-  fake_platform::setProperty("vendor.debug.flk_dump", 1);
-  adapter->detectFlicker();
-  fake_platform::setProperty("vendor.debug.flk_dump", 0);
-  char name[16];
-  snprintf(name, sizeof(name), "%03d", number);
-  flicker_dump::FlkRawDump dump;
-  std::string error;
-  EXPECT_TRUE(flicker_dump::readFlkRaw(dumpDir(name) + "/flk.raw", &dump, &error)) << error;
-  return dump;
-}
 
 // Fixture: a fresh fake and an initialised generic adapter with a small window.
 class AdapterTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    fake_platform::reset();
-    adapter_ = FlickerPlatformAdapter::getInstance(kSensorIdx);
-    ASSERT_NE(adapter_, nullptr);
-    reinit(kGenericSensorId);
+    fp::reset();
+    reinit(kGeneric);
   }
   void TearDown() override { adapter_->uninit(); }
 
-  // Brings the adapter's state back to a known generic set-up.
-  void reinit(int sensorId) {
+  // Brings the adapter back to a known set-up for `sensorId`.
+  void reinit(int sensorId, int sensorMode = 0, int autoTest = 0, int height = kSmallH) {
     adapter_->uninit();
     adapter_->init(0, sensorId);
-    adapter_->setFlickerAutoTest(0);
-    adapter_->getSensorMode(0, 0, nullptr);
-    setWindow(kSmallW, kSmallH);
+    adapter_->getSensorMode(sensorMode, 0, nullptr);
     adapter_->setDetectInfo(0, 50, 10000, 0);
-    fake_platform::clearAlgoCalls();
-    fake_platform::clearLogs();
+    setup(autoTest, height);
+    fp::clearAlgoCalls();
+    fp::clearLogs();
   }
-
-  void setWindow(int width, int height) {
+  void setup(int autoTest, int height) {
+    adapter_->setFlickerAutoTest(autoTest);
     int w = 0, h = 0, ww = 0, wh = 0;
-    ASSERT_EQ(adapter_->setWindowInfo(&w, &h, &ww, &wh, width, height), 0);
+    ASSERT_EQ(adapter_->setWindowInfo(&w, &h, &ww, &wh, kSmallW, height), 0);
   }
 
   int setBuf(int path, const void* stats, int index) {
@@ -170,7 +95,48 @@ class AdapterTest : public ::testing::Test {
     return adapter_->setBuf(path, stats, index, &x, &w, &h);
   }
 
-  FlickerPlatformAdapter* adapter_ = nullptr;
+  // The dump tree under the fake's data root.
+  static std::string dumpRoot() { return fp::hostPath("/data/vendor/flicker/flko"); }
+  static std::string counterFile() { return dumpRoot() + "/flicker_file_cnt.txt"; }
+  static std::string dumpFile(const std::string& folder, const char* name = "flk.raw") {
+    return dumpRoot() + "/" + folder + "/" + name;
+  }
+
+  // The folders above the dump root exist on a device; build them under the
+  // fake's data root (only the flicker folder itself is mapped).
+  static void makeDataFolders(bool withRoot) {
+    std::filesystem::create_directories(withRoot ? dumpRoot()
+                                                 : fp::hostPath("/data/vendor/flicker"));
+  }
+
+  // Runs one detection with the dump on and reads back its flk.raw.
+  flicker_dump::FlkRawDump detectWithDump() {
+    makeDataFolders(true);
+    writeText(counterFile(), "0");  // always into folder 000
+    fp::setProperty("vendor.debug.flk_dump", 1);
+    adapter_->detectFlicker();
+    fp::setProperty("vendor.debug.flk_dump", 0);
+    flicker_dump::FlkRawDump dump;
+    std::string error;
+    EXPECT_TRUE(flicker_dump::readFlkRaw(dumpFile("000"), &dump, &error)) << error;
+    return dump;
+  }
+
+  // Runs a detection and returns what it showed the algorithm.
+  DetectView capture(size_t entries) {
+    DetectView view;
+    fp::setDetectHook([&view, entries](const FlkDetectPara& para, FlkDetectResult*) {
+      view = {para,
+              {para.statsSlot0, para.statsSlot0 + entries},
+              {para.statsSlot1, para.statsSlot1 + entries},
+              {para.aux, para.aux + kFlkAuxWords}};
+    });
+    adapter_->detectFlicker();
+    fp::setDetectHook(nullptr);
+    return view;
+  }
+
+  FlickerPlatformAdapter* const adapter_ = FlickerPlatformAdapter::getInstance(3);
 };
 
 }  // namespace adapter_test
