@@ -59,4 +59,19 @@ int EvidenceHistory::trailingVotes(int code, bool temporalOnly) const {
   return n;
 }
 
+double EvidenceHistory::runBanding(int code) const {
+  double sum = 0.0;
+  int n = 0;
+  for (int age = 0; age < count_; ++age) {
+    const EvidenceEntry& e = at(age);
+    if (e.vote == code && e.temporal) {
+      sum += e.amplitude[code];
+      ++n;
+    } else if (!passesOver(e, code)) {
+      break;
+    }
+  }
+  return n > 0 ? sum / n : 0.0;
+}
+
 }  // namespace open_algo

@@ -13,9 +13,10 @@
 namespace open_algo {
 
 struct EvidenceEntry {
-  float evidence[kRipples];  // 0..1 per ripple (index 0 = 50 Hz mains, 1 = 60 Hz)
-  int8_t vote;               // frequency code the pair backs; FLK_FREQ_NONE for none
-  bool temporal;             // the vote rests on the frame difference, not on one frame
+  float evidence[kRipples];   // 0..1 per ripple (index 0 = 50 Hz mains, 1 = 60 Hz)
+  float amplitude[kRipples];  // banding the pair shows per ripple, log units
+  int8_t vote;                // frequency code the pair backs; FLK_FREQ_NONE for none
+  bool temporal;              // the vote rests on the frame difference, not on one frame
   // The pair could show the ripple in its frame difference (analysable, phase
   // not frozen). A pair that could not, and backs nothing, abstains for that
   // ripple: it neither breaks a run of votes for it nor dilutes its score.
@@ -36,6 +37,8 @@ class EvidenceHistory {
   // Number of newest consecutive entries voting `code` (temporal votes only
   // when `temporalOnly`), passing over entries that abstained for it.
   int trailingVotes(int code, bool temporalOnly) const;
+  // Mean banding of `code` over the newest run of temporal votes for it.
+  double runBanding(int code) const;
   // Newest entry; only valid when size() > 0.
   const EvidenceEntry& newest() const { return at(0); }
 

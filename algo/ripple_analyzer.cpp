@@ -214,17 +214,18 @@ void RippleAnalyzer::buildBasis() {
 namespace {
 
 // Sums `lines` rows of W windows. An entry is in range when floorSum < v <
-// clipSum, tested as one unsigned comparison; out-of-range entries only count
-// as bad, and the sums wrap harmlessly in unsigned arithmetic because a bin with
-// a bad entry is discarded.
+// clipSum, tested as one unsigned comparison; entries at or over the clip (and
+// negative ones, which wrap to huge values) are counted as well. The sums wrap
+// harmlessly in unsigned arithmetic: a bin with such an entry is not used.
 template <int W>
 void sumRows(const int64_t* row, int lines, int windows, uint64_t floorSum, uint64_t span,
-             uint64_t* acc, int* bad) {
+             uint64_t clipSum, uint64_t* acc, int* bad, int* high) {
   const int n = W > 0 ? W : windows;
   for (int l = 0; l < lines; ++l, row += n) {
     for (int w = 0; w < n; ++w) {
       const uint64_t v = static_cast<uint64_t>(row[w]);
       bad[w] += (v - floorSum - 1) >= span ? 1 : 0;
+      high[w] += v >= clipSum ? 1 : 0;  // negative entries wrap to huge values
       acc[w] += v;
     }
   }
@@ -240,20 +241,48 @@ void RippleAnalyzer::binFrame(const PairInput& in, const AlgoKnobs& knobs, int f
   const int64_t clipSum = static_cast<int64_t>(knobs.clipFraction * knobs.fullScale * in.winWidth);
   // In range: floorSum < v < clipSum, i.e. v - floorSum - 1 in [0, span).
   const uint64_t span = clipSum > floorSum + 1 ? static_cast<uint64_t>(clipSum - floorSum - 1) : 0;
+  const uint64_t clipTest = static_cast<uint64_t>(std::max<int64_t>(clipSum, 1));
   const int64_t* data = in.frame[frame];
   const double logLines = std::log(static_cast<double>(binLines_));
   for (int b = 0; b < bins_; ++b) {
     uint64_t acc[kMaxWindows] = {};
     int bad[kMaxWindows] = {};
+    int high[kMaxWindows] = {};
     const int64_t* row = data + static_cast<size_t>(b) * binLines_ * windows;
     if (windows == kMaxWindows) {
-      sumRows<kMaxWindows>(row, binLines_, windows, floorSum, span, acc, bad);
+      sumRows<kMaxWindows>(row, binLines_, windows, floorSum, span, clipTest, acc, bad, high);
     } else {
-      sumRows<0>(row, binLines_, windows, floorSum, span, acc, bad);
+      sumRows<0>(row, binLines_, windows, floorSum, span, clipTest, acc, bad, high);
     }
     for (int w = 0; w < windows; ++w) {
       ok_[frame][w][b] = bad[w] != 0 ? 0 : 1;
       profile_[frame][w][b] = bad[w] != 0 ? 0.0 : std::log(static_cast<double>(acc[w])) - logLines;
+      // For the difference a bin with clipped (or broken, negative) entries
+      // reads as saturated; dark entries keep their sum.
+      sum_[frame][w][b] =
+          high[w] != 0 ? static_cast<double>(clipTest) * binLines_ : static_cast<double>(acc[w]);
+      level_[frame][w][b] =
+          static_cast<uint8_t>((high[w] != 0 ? kClipped : 0) | (bad[w] > high[w] ? kDark : 0));
+    }
+  }
+}
+
+void RippleAnalyzer::buildDifference(int windows) {
+  // 2 (b - a) / (b + a) = 2 tanh(log(b / a) / 2): the log difference for
+  // shallow ripples (the scene still cancels), but bounded where a lamp's dark
+  // phase leaves one frame's bin near zero or its peak clips the other. Deep
+  // modulation (rectified LEDs with short exposures) then keeps its dark and
+  // clipped bins and reads as a flattened wave with the lamp's fundamental,
+  // instead of a few masked fragments. A bin dark in both frames, or clipped
+  // in both, says nothing.
+  for (int w = 0; w < windows; ++w) {
+    for (int b = 0; b < bins_; ++b) {
+      const double a = sum_[0][w][b];
+      const double c = sum_[1][w][b];
+      const int both = level_[0][w][b] & level_[1][w][b];
+      const bool ok = a + c > 0.0 && both == 0;
+      ok_[kDiff][w][b] = ok ? 1 : 0;
+      profile_[kDiff][w][b] = ok ? 2.0 * (c - a) / (c + a) : 0.0;
     }
   }
 }
@@ -438,12 +467,7 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   out->binLines = binLines_;
   binFrame(in, knobs, 0);
   binFrame(in, knobs, 1);
-  for (int w = 0; w < in.windows; ++w) {
-    for (int b = 0; b < bins_; ++b) {
-      ok_[kDiff][w][b] = ok_[0][w][b] & ok_[1][w][b];
-      profile_[kDiff][w][b] = profile_[1][w][b] - profile_[0][w][b];
-    }
-  }
+  buildDifference(in.windows);
   for (int s = 0; s < kSeries; ++s) {
     fitSeries(s, in.windows, s == kDiff ? 1 : 0);
   }

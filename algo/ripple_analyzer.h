@@ -95,6 +95,7 @@ class RippleAnalyzer {
   bool planBins(const PairInput& in, int searchRange);
   void buildBasis();
   void binFrame(const PairInput& in, const AlgoKnobs& knobs, int frame);
+  void buildDifference(int windows);
   // Fits with the frame series' cubic trend (model 0) or the difference's
   // linear trend (model 1).
   void fitSeries(int series, int windows, int model);
@@ -121,6 +122,12 @@ class RippleAnalyzer {
   bool fullOk_[kModels] = {};
   double profile_[kSeries][kMaxWindows][kMaxBins] = {};
   uint8_t ok_[kSeries][kMaxWindows][kMaxBins] = {};
+  // Per frame, for the difference series: bin sums (saturated when an entry
+  // clips) and whether the bin holds dark or clipped entries.
+  static constexpr uint8_t kDark = 1;
+  static constexpr uint8_t kClipped = 2;
+  double sum_[2][kMaxWindows][kMaxBins] = {};
+  uint8_t level_[2][kMaxWindows][kMaxBins] = {};
   WindowFit fits_[kSeries][kMaxWindows] = {};
 };
 

@@ -14,6 +14,11 @@ constexpr double kVoteEvidence = 0.5;
 constexpr double kForeignSpatialWeight = 0.5;
 // The switch-back window lasts this many history lengths after a change.
 constexpr int kSwitchBackHistories = 3;
+// A return to the state just left must show this many times the banding that
+// caused the change; otherwise, right after a change, the light is mixed.
+constexpr double kMixedReturnRatio = 1.5;
+// The mixed-light hold lasts at most this many history lengths.
+constexpr int kMixedHoldHistories = 4;
 
 bool isFrequency(int32_t code) {
   return code == FLK_FREQ_50HZ || code == FLK_FREQ_60HZ;
@@ -31,6 +36,9 @@ void StateDecider::clearHistory() {
   history_.clear();
   holdOffLeft_ = 0;
   switchBackLeft_ = 0;
+  mixedWindowLeft_ = 0;
+  mixedLeft_ = 0;
+  causeBanding_ = 0.0;
 }
 
 void StateDecider::forget() {
@@ -47,7 +55,11 @@ void StateDecider::setApplied(int32_t code) {
     previous_ = applied_;
     holdOffLeft_ = knobs_.holdOff;
     switchBackLeft_ = kSwitchBackHistories * knobs_.maxPastFrames;
+    causeBanding_ = verdictBanding_[code];
+    mixedWindowLeft_ = knobs_.holdOff + knobs_.maxPastFrames;
+    mixedLeft_ = 0;
   }
+  verdictBanding_[0] = verdictBanding_[1] = 0.0;
   applied_ = code;
 }
 
@@ -76,6 +88,7 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     // A frozen frequency has no temporal amplitude: its single-frame ripple
     // stands in (scene texture can only make it larger, which is cautious).
     amplitude[f] = ev.frozen[f] ? ev.spatialAmplitude[f] : ev.temporalAmplitude[f];
+    e.amplitude[f] = static_cast<float>(amplitude[f]);
   }
   for (int f = 0; f < kRipples; ++f) {
     const int other = 1 - f;
@@ -97,8 +110,32 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   return e;
 }
 
+bool StateDecider::returnWouldNotHelp(int32_t code) const {
+  return code == previous_ && causeBanding_ > 0.0 &&
+         history_.runBanding(code) < kMixedReturnRatio * causeBanding_;
+}
+
+void StateDecider::updateMixed() {
+  const int32_t back = previous_;
+  if (!isFrequency(back) || !isFrequency(applied_)) {
+    return;
+  }
+  if (mixedLeft_ > 0) {
+    // Mixed until the old ripple has left the history, or the hold ends.
+    const bool stillSeen = history_.score(back) >= knobs_.switchScore / 2;
+    mixedLeft_ = stillSeen ? mixedLeft_ - 1 : 0;
+  } else if (mixedWindowLeft_ > 0 && history_.trailingVotes(back, true) > 0 &&
+             returnWouldNotHelp(back)) {
+    mixedLeft_ = kMixedHoldHistories * knobs_.maxPastFrames;
+    mixedWindowLeft_ = 0;
+  }
+}
+
 bool StateDecider::maySwitchTo(int32_t code, bool holdOff) const {
   if (holdOff || history_.trailingVotes(code, true) < knobs_.minPastFrames) {
+    return false;
+  }
+  if (mixedLeft_ > 0 && returnWouldNotHelp(code)) {
     return false;
   }
   const bool switchBack = code == previous_ && switchBackLeft_ > 0;
@@ -112,11 +149,14 @@ Decision StateDecider::decide(const EvidenceEntry& entry) {
   const bool holdOff = holdOffLeft_ > 0;
   holdOffLeft_ = std::max(0, holdOffLeft_ - 1);
   switchBackLeft_ = std::max(0, switchBackLeft_ - 1);
+  updateMixed();
+  mixedWindowLeft_ = std::max(0, mixedWindowLeft_ - 1);
 
   Decision d{FLK_FREQ_NONE, history_.score(0), history_.score(1)};
   for (int32_t code = FLK_FREQ_50HZ; code <= FLK_FREQ_60HZ; ++code) {
     if (code != applied_ && maySwitchTo(code, holdOff)) {
       d.state = code;
+      verdictBanding_[code] = history_.runBanding(code);
       return d;
     }
   }

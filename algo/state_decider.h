@@ -9,6 +9,15 @@
 // Evidence from one frame alone (frozen phase) may confirm the applied state
 // but never switches it.
 //
+// Mixed light (lamps on both mains): with whole-period exposures each state
+// cancels its own ripple and shows the other lamp's, so each has a reason to
+// leave. When the ripple of the state just left shows up right after a change
+// with no more banding than the one that caused the change, the scene is taken
+// as mixed and the decider stays put (the banding would not get smaller by
+// going back) until that ripple is gone from the history, for at most four
+// history lengths: a single lamp that really changed right after a switch
+// looks the same, and is followed late rather than never.
+//
 // Threading: none of its own; its owner serialises access.
 #pragma once
 
@@ -49,6 +58,9 @@ class StateDecider {
 
  private:
   bool maySwitchTo(int32_t code, bool holdOff) const;
+  // True when a return to the state just left would not reduce the banding.
+  bool returnWouldNotHelp(int32_t code) const;
+  void updateMixed();
 
   AlgoKnobs knobs_ = AlgoTuning::defaults();
   EvidenceHistory history_;
@@ -56,6 +68,13 @@ class StateDecider {
   int32_t previous_ = 2;  // state before the last change
   int holdOffLeft_ = 0;
   int switchBackLeft_ = 0;
+  // Banding of the ripple that backed the last verdict per frequency, and of
+  // the one that caused the applied change (0 when the change came from
+  // outside).
+  double verdictBanding_[kRipples] = {};
+  double causeBanding_ = 0.0;
+  int mixedWindowLeft_ = 0;  // detections after a change in which mixed light is recognised
+  int mixedLeft_ = 0;        // detections the mixed-light hold still lasts
 };
 
 }  // namespace open_algo
