@@ -1,5 +1,5 @@
 // Threads: concurrent creation of instances, Stop joining a worker in the
-// middle of an analysis, and a bounded stress run of four sensors driven in
+// middle of an analysis, merged wake-ups, and a bounded stress run of four sensors driven in
 // random order on four threads under a watchdog. Built and run under
 // ThreadSanitizer as well (label "concurrency").
 #include <atomic>
@@ -44,6 +44,24 @@ TEST_F(ConcurrencyTest, StopJoinsAWorkerInTheMiddleOfAnAnalysis) {
   // The analysis ran to its end before the join returned, and no other began.
   EXPECT_EQ(fp::countLogged("Output: State("), 1);
   rig.mgr().Uninit();
+}
+
+// Wake-ups that arrive while an analysis runs merge into one: the per-frame
+// path posts only when no wake-up is pending.
+TEST_F(ConcurrencyTest, WakeUpsDuringAnAnalysisMergeIntoOne) {
+  SensorRig rig(4);
+  rig.bringUp();
+  DetectRecorder recorder;
+  fp::holdDetections(true);
+  FrameSpec spec;
+  spec.aeDetectCycle = 1;
+  rig.frames(4, spec);
+  ASSERT_TRUE(fp::waitDetectEntered(kWaitMs));
+  rig.frames(10, spec);  // six more completed pairs while the worker is held
+  fp::releaseDetections();
+  ASSERT_TRUE(recorder.waitFor(2));
+  rig.shutDown();
+  EXPECT_EQ(recorder.detections().size(), 2u);
 }
 
 // One sensor driven in random order with random, also invalid, inputs. A
