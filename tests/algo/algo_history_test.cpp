@@ -1,48 +1,18 @@
 // History and hysteresis across detections and the state commands 4 and 5.
 #include <gtest/gtest.h>
 
-#include <vector>
+#include <tuple>
 
-#include "algo_driver.h"
+#include "algo_test_support.h"
 
 namespace algo_test {
 namespace {
 
-// Pairs of a 50 or 60 Hz light, taken with the exposure AE uses in `stateHz`.
-class PairSource {
- public:
-  explicit PairSource(double mainsHz) { light_.mainsHz = mainsHz; }
-  // `interval` is the time between the pair's frames; 36 ms moves both
-  // ripples, 33.333 ms (30 fps) freezes the 120 Hz one.
-  DetectOutcome detect(AlgoDriver& driver, double interval = 36e-3) {
-    StatsPairBuilder b(Sensor{}, light_);
-    const double exposure = driver.stateHz() == 60 ? 8.333e-3 : 10e-3;
-    const double t = frame_ * 36e-3;
-    frame_ += 4;
-    const auto s0 = b.frame(t, exposure, StatsPairBuilder::flat(), frame_);
-    const auto s1 = b.frame(t + interval, exposure, StatsPairBuilder::flat(), frame_ + 1);
-    return driver.detect(s0, s1, static_cast<int32_t>(exposure * 1e6 + 0.5),
-                         static_cast<int64_t>(interval * 1e9 + 0.5));
-  }
-  // Detections until the manager would switch (follows the verdicts), or -1.
-  int detectionsToSwitch(AlgoDriver& driver, int limit) {
-    const int start = driver.stateHz();
-    for (int i = 1; i <= limit; ++i) {
-      driver.follow(detect(driver).result);
-      if (driver.stateHz() != start) {
-        return i;
-      }
-    }
-    return -1;
-  }
+constexpr double kMoving = 36e-3;        // both ripples move between the frames
+constexpr double kFrozen120 = 1 / 30.0;  // the 120 Hz phase stands still
 
- private:
-  Light light_;
-  int frame_ = 0;
-};
-
-FlickerExtPara tuning(int minPast, int maxPast, int holdOff = 0, int margin = 0) {
-  FlickerExtPara t = zeroTuning();
+FlickerExtPara tuning(int minPast, int maxPast = 8, int holdOff = 0, int margin = 0) {
+  FlickerExtPara t{};
   t.minPastFrames = minPast;
   t.maxPastFrames = maxPast;
   t.flickerFreq[3] = holdOff;
@@ -50,40 +20,44 @@ FlickerExtPara tuning(int minPast, int maxPast, int holdOff = 0, int margin = 0)
   return t;
 }
 
-// minPastFrames consistent pairs are needed; the tuning is sent before init.
-TEST(History, ConsistentPairsBeforeASwitch) {
-  struct Row {
-    int minPast;
-    int expected;
-  } rows[] = {
-      {1, 1},  // a single pair is enough
-      {2, 2},  // the default
-      {3, 3},
-      {5, 5},  // longer evidence
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.minPast);
-    AlgoDriver driver(tuning(row.minPast, 8), 50);
-    PairSource light60(60);
-    EXPECT_EQ(light60.detectionsToSwitch(driver, 10), row.expected);
+// Pairs of `light` until the applied state changes; the count, or -1.
+int pairsToSwitch(Driver& d, const Light& light, int limit, double* t) {
+  const int start = d.hz();
+  for (int i = 1; i <= limit; ++i, *t += 0.144) {
+    d.pair(light, *t);
+    if (d.hz() != start) {
+      *t += 0.144;
+      return i;
+    }
+  }
+  return -1;
+}
+
+// minPastFrames pairs lead to a switch; the history then holds at most
+// maxPastFrames pairs (aux word 8), clamped to 32.
+TEST(History, ConsistentPairsAndLength) {
+  for (auto [minPast, maxPast, kept] : {std::tuple{1, 40, 32}, {2, 8, 8}, {5, 5, 5}}) {
+    SCOPED_TRACE(minPast);
+    Driver d(tuning(minPast, maxPast), 50);
+    double t = 0;
+    EXPECT_EQ(pairsToSwitch(d, Light{60}, 10, &t), minPast);
+    for (int i = 0; i < 40; ++i, t += 0.144) {
+      EXPECT_EQ(d.pair(Light{60}, t).aux[8], std::min(i + 1, kept));
+    }
   }
 }
 
-// A pair whose phase is frozen for the ripple (120 Hz at 30 fps) cannot show
-// it and abstains: it neither breaks the run of votes for 60 Hz nor dilutes
-// its score. A pair that could show it and did not (no flicker left) breaks
-// the run.
+// A pair frozen for the ripple cannot show it and abstains: it neither breaks
+// the run of votes nor dilutes the score. A pair that could show it and did
+// not (the flicker stopped) breaks the run.
 TEST(History, FrozenPairsAbstain) {
-  constexpr double kMoving = 36e-3;
-  constexpr double kFrozen120 = 1.0 / 30.0;
   struct Row {
     const char* what;
-    std::vector<double> mains;      // light of each pair before the verdict counts
-    std::vector<double> intervals;  // and its frame interval
-    int expectedState;              // after the pairs, with minPastFrames 2
+    std::vector<double> mains, intervals;
+    int finalHz;  // minPastFrames 2
   } rows[] = {
       {"moving, frozen, moving", {60, 60, 60}, {kMoving, kFrozen120, kMoving}, 60},
-      {"moving, frozen, frozen, moving",
+      {"moving, frozen x2, moving",
        {60, 60, 60, 60},
        {kMoving, kFrozen120, kFrozen120, kMoving},
        60},
@@ -91,112 +65,83 @@ TEST(History, FrozenPairsAbstain) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    AlgoDriver driver(tuning(2, 8), 50);
-    PairSource light60(60);
-    PairSource steady(0);
+    Driver d(tuning(2), 50);
     for (size_t i = 0; i < row.mains.size(); ++i) {
-      PairSource& source = row.mains[i] > 0 ? light60 : steady;
-      driver.follow(source.detect(driver, row.intervals[i]).result);
+      d.pair(Light{row.mains[i]}, i * 0.144, row.intervals[i], flat(), 5e-3, 5e-3);
     }
-    EXPECT_EQ(driver.stateHz(), row.expectedState);
+    EXPECT_EQ(d.hz(), row.finalHz);
   }
 }
 
-// The history holds at most maxPastFrames pairs (aux word 8 reports its size).
-TEST(History, BoundedByMaxPastFrames) {
-  struct Row {
-    int maxPast;
-    int expected;
-  } rows[] = {
-      {4, 4}, {8, 8}, {40, 32},  // clamped to the buffer
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.maxPast);
-    AlgoDriver driver(tuning(1, row.maxPast), 60);
-    PairSource light60(60);
-    DetectOutcome last{};
-    for (int i = 0; i < 40; ++i) {
-      last = light60.detect(driver);
-    }
-    EXPECT_EQ(last.aux[8], row.expected);
+// Command 5 forgets the votes so far; command 4 with the same state keeps
+// them; a record state that differs from the applied one restarts them.
+TEST(History, StateCommandsAndRecordState) {
+  // Sent after two pairs with code 50 Hz; then the pairs to the switch.
+  for (auto [cmd, pairsAfter] : {std::pair{FLK_CMD_RESET_QUEUE, 3}, {FLK_CMD_SET_STATE, 1}}) {
+    SCOPED_TRACE(cmd);
+    Driver d(tuning(3), 50);
+    double t = 0;
+    d.pair(Light{60}, t += 0.144);
+    d.pair(Light{60}, t += 0.144);
+    int32_t code = FLK_FREQ_50HZ;
+    Driver::send(cmd, &code);
+    EXPECT_EQ(pairsToSwitch(d, Light{60}, 10, &t), pairsAfter);
   }
+  Driver d(tuning(3), 50);
+  d.pair(Light{60}, 0.0);
+  EXPECT_EQ(d.pair(Light{60}, 0.144).aux[8], 2);
+  d.assume(60);  // the manager's state changed without commands 4 and 5
+  const Outcome o = d.pair(Light{60}, 0.288);
+  EXPECT_EQ(o.aux[8], 1);
+  EXPECT_NE(o.result.state, FLK_FREQ_50HZ);
 }
 
-// Command 5 forgets the votes gathered so far; command 4 alone keeps them.
-TEST(History, ResetQueueRestartsTheCount) {
-  AlgoDriver resetDriver(tuning(3, 8), 50);
-  PairSource a(60);
-  a.detect(resetDriver);
-  a.detect(resetDriver);
-  int32_t code50 = FLK_FREQ_50HZ;
-  resetDriver.send(FLK_CMD_RESET_QUEUE, &code50);
-  EXPECT_EQ(a.detectionsToSwitch(resetDriver, 10), 3);
-
-  AlgoDriver stateOnly(tuning(3, 8), 50);
-  PairSource b(60);
-  b.detect(stateOnly);
-  b.detect(stateOnly);
-  stateOnly.send(FLK_CMD_SET_STATE, &code50);  // unchanged state: no effect
-  EXPECT_EQ(b.detectionsToSwitch(stateOnly, 10), 1);
-}
-
-// After a switch the algorithm holds off, and going back to the state just
-// left needs a stronger history than the first switch did.
-TEST(Hysteresis, HoldOffAndStrongerSwitchBack) {
+// After a switch the algorithm holds off; returning to the state just left
+// needs the margin on top of the switch score while the window of three
+// histories lasts. The returning lamp is twice as deep as the first, so the
+// return clearly reduces the banding (no mixed light).
+TEST(Hysteresis, HoldOffAndSwitchBack) {
   struct Row {
-    int holdOff;
-    int margin;
-    int atLeast;  // detections before the switch back
+    int holdOff, margin, maxPast;
+    int backFrom, backTo;  // pairs before the switch back
   } rows[] = {
-      {1, 1, 3},   // almost no hysteresis: the minimum of three pairs
-      {6, 1, 7},   // hold-off dominates
-      {4, 20, 5},  // the defaults
+      {1, 1, 8, 3, 4},     // almost no hysteresis: minPastFrames 3
+      {6, 1, 8, 7, 8},     // the hold-off dominates
+      {1, 60, 4, 12, 13},  // score 50 + 60 > 100 until the window (12) ends
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.holdOff << "/" << row.margin);
-    AlgoDriver driver(tuning(3, 8, row.holdOff, row.margin), 50);
-    PairSource light60(60);
-    ASSERT_EQ(light60.detectionsToSwitch(driver, 10), 3);
-    ASSERT_EQ(driver.stateHz(), 60);
-    PairSource light50(50);
-    const int back = light50.detectionsToSwitch(driver, 20);
-    EXPECT_GE(back, row.atLeast);
-    EXPECT_LE(back, row.atLeast + 1);
-    EXPECT_EQ(driver.stateHz(), 50);
+    Driver d(tuning(3, row.maxPast, row.holdOff, row.margin), 50);
+    double t = 0;
+    ASSERT_EQ(pairsToSwitch(d, Light{60}, 10, &t), 3);
+    const int back = pairsToSwitch(d, Light{50, 0.6}, 30, &t);
+    EXPECT_GE(back, row.backFrom);
+    EXPECT_LE(back, row.backTo);
   }
 }
 
-// With the switch-back margin the score needed exceeds 100: returning is
-// impossible inside the switch-back window, possible after it.
-TEST(Hysteresis, SwitchBackWindowExpires) {
-  FlickerExtPara t = tuning(3, 4, 1, 60);
-  t.flickerGradThreshold = 50;  // 50 + 60 > 100 while the window lasts
-  AlgoDriver driver(t, 50);
-  PairSource light60(60);
-  ASSERT_EQ(light60.detectionsToSwitch(driver, 10), 3);
-  PairSource light50(50);
-  // The window lasts three histories (12 detections); the switch follows it.
-  const int back = light50.detectionsToSwitch(driver, 30);
-  EXPECT_GE(back, 12);
-  EXPECT_LE(back, 13);
-}
-
-// A state in the detection record that differs from the applied one (changed
-// without the state commands) restarts the history.
-TEST(History, RecordStateIsAdopted) {
-  AlgoDriver driver(tuning(3, 8), 50);
-  PairSource light60(60);
-  light60.detect(driver);
-  EXPECT_EQ(light60.detect(driver).aux[8], 2);
-  Light light;
-  light.mainsHz = 60;
-  StatsPairBuilder b(Sensor{}, light);
-  const auto s0 = b.frame(1.0, 8.333e-3, StatsPairBuilder::flat(), 100);
-  const auto s1 = b.frame(1.036, 8.333e-3, StatsPairBuilder::flat(), 101);
-  const DetectOutcome o =
-      driver.detectRecord(AlgoDriver::record(s0.data(), s1.data(), 60, 8333, 36000000));
-  EXPECT_EQ(o.aux[8], 1);
-  EXPECT_NE(o.result.state, FLK_FREQ_50HZ);
+// Lamps on both mains with whole-period exposures: each state shows the other
+// lamp's ripple. After one switch the return shows no more banding than the
+// switch had, so the light is mixed and the state holds, for at most four
+// histories: a single lamp that changed right after the switch is followed
+// late.
+TEST(Hysteresis, MixedLightHolds) {
+  // Mixed: no return for 20 pairs; one lamp on the other mains: followed
+  // after the hold.
+  for (auto [light, pairs, expected] :
+       {std::tuple{Light{60, 0.3, 50}, 20, 1}, {Light{50}, 45, 2}}) {
+    SCOPED_TRACE(pairs);
+    Driver d(FlickerExtPara{}, 50);
+    double t = 0;
+    ASSERT_EQ(pairsToSwitch(d, Light{60}, 10, &t), 2);
+    int switches = 1;
+    for (int i = 0; i < pairs; ++i, t += 0.144) {
+      const int before = d.hz();
+      d.pair(light, t);
+      switches += d.hz() != before ? 1 : 0;
+    }
+    EXPECT_EQ(switches, expected);
+  }
 }
 
 }  // namespace
