@@ -11,7 +11,8 @@ void writeUnified(const char* tag, int level, const char* format, ...) {
   va_start(args, format);
   const int written = vsnprintf(text, sizeof(text), format, args);
   va_end(args);
-  if (written < 0) return;
+  if (written < 0)
+    return;
   text[sizeof(text) - 1] = '\0';
   const size_t length = static_cast<size_t>(written) < sizeof(text) - 1
                             ? static_cast<size_t>(written)

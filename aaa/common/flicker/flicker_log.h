@@ -57,7 +57,9 @@ inline bool dbgPrintSinkOn(int level) {
          (g_logInfoLv[level].flags & kLogInfoLvEnabled) != 0;
 }
 
-inline bool unifiedSinkOn() { return (NSCam::Utils::ULog::ULogger::sMode & 0xA) != 0; }
+inline bool unifiedSinkOn() {
+  return (NSCam::Utils::ULog::ULogger::sMode & 0xA) != 0;
+}
 
 // Formats the message alone and hands it to the unified logger; a formatting
 // failure skips this sink for this message only.
@@ -73,25 +75,25 @@ inline void checkFormat(const char* /*format*/, ...) {}
 // Writes one message to the debug-print sink at `dbgLevel`. `lineFmt` is the
 // message format (a string literal) and becomes the format of log_dbg_print
 // behind the framework's line header.
-#define FLK_LOG_DBGPRINT_(tag, dbgLevel, lineFmt, ...)                                         \
-  do {                                                                                         \
-    if (flicker_log::dbgPrintSinkOn(dbgLevel)) {                                               \
-      char flkLine_[flicker_log::kLineSize];                                                   \
-      snprintf(flkLine_, sizeof(flkLine_), "%s[%s] %s:%d %s() %s",                             \
-               g_logInfoLv[dbgLevel].prefix, tag, get_filename_log_control(__FILE__), __LINE__, \
-               __FUNCTION__, lineFmt);                                                         \
-      log_dbg_print(tag, dbgLevel, flkLine_, ##__VA_ARGS__);                                   \
-    }                                                                                          \
+#define FLK_LOG_DBGPRINT_(tag, dbgLevel, lineFmt, ...)                                           \
+  do {                                                                                           \
+    if (flicker_log::dbgPrintSinkOn(dbgLevel)) {                                                 \
+      char flkLine_[flicker_log::kLineSize];                                                     \
+      snprintf(flkLine_, sizeof(flkLine_), "%s[%s] %s:%d %s() %s", g_logInfoLv[dbgLevel].prefix, \
+               tag, get_filename_log_control(__FILE__), __LINE__, __FUNCTION__, lineFmt);        \
+      log_dbg_print(tag, dbgLevel, flkLine_, ##__VA_ARGS__);                                     \
+    }                                                                                            \
   } while (0)
 
 // A debug message under `tag` through both sinks, without the level gate.
-#define FLK_LOG_DEBUG_TAGGED_(tag, fmt, ...)                                                    \
-  do {                                                                                          \
-    if (false) flicker_log::checkFormat(fmt, ##__VA_ARGS__);                                    \
-    FLK_LOG_DBGPRINT_(tag, flicker_log::kDbgPrintDebug, fmt, ##__VA_ARGS__);                    \
-    if (flicker_log::unifiedSinkOn()) {                                                         \
-      flicker_log::writeUnified(tag, flicker_log::kULogDebug, fmt, ##__VA_ARGS__);              \
-    }                                                                                           \
+#define FLK_LOG_DEBUG_TAGGED_(tag, fmt, ...)                                       \
+  do {                                                                             \
+    if (false)                                                                     \
+      flicker_log::checkFormat(fmt, ##__VA_ARGS__);                                \
+    FLK_LOG_DBGPRINT_(tag, flicker_log::kDbgPrintDebug, fmt, ##__VA_ARGS__);       \
+    if (flicker_log::unifiedSinkOn()) {                                            \
+      flicker_log::writeUnified(tag, flicker_log::kULogDebug, fmt, ##__VA_ARGS__); \
+    }                                                                              \
   } while (0)
 
 #define FLK_LOG_AT(minLevel, fmt, ...)                                          \
@@ -106,13 +108,14 @@ inline void checkFormat(const char* /*format*/, ...) {}
 #define FLK_LOGD(fmt, ...) FLK_LOG_AT(2, fmt, ##__VA_ARGS__)
 #define FLK_LOGV(fmt, ...) FLK_LOG_AT(3, fmt, ##__VA_ARGS__)
 
-#define FLK_LOGE(fmt, ...)                                                                    \
-  do {                                                                                        \
-    if (false) flicker_log::checkFormat("[%s] " fmt, __FUNCTION__, ##__VA_ARGS__);            \
-    FLK_LOG_DBGPRINT_(LOG_TAG, flicker_log::kDbgPrintError, "[%s] " fmt " (%s){#%d:%s}",      \
-                      __FUNCTION__, ##__VA_ARGS__, __FUNCTION__, __LINE__, __FILE__);         \
-    if (flicker_log::unifiedSinkOn()) {                                                       \
+#define FLK_LOGE(fmt, ...)                                                                   \
+  do {                                                                                       \
+    if (false)                                                                               \
+      flicker_log::checkFormat("[%s] " fmt, __FUNCTION__, ##__VA_ARGS__);                    \
+    FLK_LOG_DBGPRINT_(LOG_TAG, flicker_log::kDbgPrintError, "[%s] " fmt " (%s){#%d:%s}",     \
+                      __FUNCTION__, ##__VA_ARGS__, __FUNCTION__, __LINE__, __FILE__);        \
+    if (flicker_log::unifiedSinkOn()) {                                                      \
       flicker_log::writeUnified(LOG_TAG, flicker_log::kULogError, "[%s] " fmt, __FUNCTION__, \
-                                ##__VA_ARGS__);                                               \
-    }                                                                                         \
+                                ##__VA_ARGS__);                                              \
+    }                                                                                        \
   } while (0)

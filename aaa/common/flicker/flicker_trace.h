@@ -7,15 +7,19 @@
 #include "cam_trace.h"
 
 namespace flicker_trace {
-inline bool cameraTagOn() { return (atrace_get_enabled_tags() & ATRACE_TAG_CAMERA) != 0; }
+inline bool cameraTagOn() {
+  return (atrace_get_enabled_tags() & ATRACE_TAG_CAMERA) != 0;
+}
 }  // namespace flicker_trace
 
-#define FLK_TRACE_BEGIN(name)                                  \
-  do {                                                         \
-    if (flicker_trace::cameraTagOn()) atrace_begin_body(name); \
+#define FLK_TRACE_BEGIN(name)         \
+  do {                                \
+    if (flicker_trace::cameraTagOn()) \
+      atrace_begin_body(name);        \
   } while (0)
 
-#define FLK_TRACE_END()                                      \
-  do {                                                       \
-    if (flicker_trace::cameraTagOn()) atrace_end_body();     \
+#define FLK_TRACE_END()               \
+  do {                                \
+    if (flicker_trace::cameraTagOn()) \
+      atrace_end_body();              \
   } while (0)

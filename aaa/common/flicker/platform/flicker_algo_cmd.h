@@ -26,13 +26,13 @@
 
 // Algorithm commands.
 enum FlkCmd : uint32_t {
-  FLK_CMD_INIT = 0,         // in: FlkInitPara
-  FLK_CMD_UNINIT = 1,       // no records
-  FLK_CMD_DETECT = 2,       // in: FlkDetectPara, out: FlkDetectResult
-  FLK_CMD_SET_EXT_PARA = 3, // in: FlkExtParaCmd
-  FLK_CMD_SET_STATE = 4,    // in: int32 frequency code
-  FLK_CMD_RESET_QUEUE = 5,  // in: int32 frequency code
-  FLK_CMD_SET_LOG = 6,      // in: FlkLogPara
+  FLK_CMD_INIT = 0,          // in: FlkInitPara
+  FLK_CMD_UNINIT = 1,        // no records
+  FLK_CMD_DETECT = 2,        // in: FlkDetectPara, out: FlkDetectResult
+  FLK_CMD_SET_EXT_PARA = 3,  // in: FlkExtParaCmd
+  FLK_CMD_SET_STATE = 4,     // in: int32 frequency code
+  FLK_CMD_RESET_QUEUE = 5,   // in: int32 frequency code
+  FLK_CMD_SET_LOG = 6,       // in: FlkLogPara
 };
 
 // Frequency codes spoken between the adapter and the algorithm.
@@ -142,24 +142,24 @@ static_assert(offsetof(FlkLogPara, print) == 8, "layout");
 
 // Command 2 input: the detection record, zero-filled first.
 struct FlkDetectPara {
-  int32_t sensorPath;        // FlkSensorPath
+  int32_t sensorPath;  // FlkSensorPath
   int32_t reserved0;
   // Buffer 2 (slot 1) comes before buffer 1 (slot 0). In cycle mode slot 1
   // holds the later frame; in every-frame mode the slots alternate, so either
   // may be the later one.
   const int64_t* statsSlot1;
   const int64_t* statsSlot0;
-  int32_t windowRows;        // 3
-  int32_t windowCols;        // generic 6; sensor 1398: 4; sensor 8581: 1
-  int32_t winValue1;         // generic: window width in pixels
-  int32_t winValue2;         // generic: window height in statistics lines
-  int32_t freq;              // current flicker state in Hz (50, 60, 0 before the first)
-  int32_t pixelClk;          // low 32 bits of the pixel clock
-  uint32_t lineLength;       // pixel clocks per statistics line
+  int32_t windowRows;   // 3
+  int32_t windowCols;   // generic 6; sensor 1398: 4; sensor 8581: 1
+  int32_t winValue1;    // generic: window width in pixels
+  int32_t winValue2;    // generic: window height in statistics lines
+  int32_t freq;         // current flicker state in Hz (50, 60, 0 before the first)
+  int32_t pixelClk;     // low 32 bits of the pixel clock
+  uint32_t lineLength;  // pixel clocks per statistics line
   uint8_t reserved1[128];
-  int32_t exposure;          // microseconds
-  int32_t* aux;              // nine int32, zeroed by the adapter before the call
-  int64_t frameInterval;     // |exposure start of slot 1 - slot 0|, ns (absolute)
+  int32_t exposure;       // microseconds
+  int32_t* aux;           // nine int32, zeroed by the adapter before the call
+  int64_t frameInterval;  // |exposure start of slot 1 - slot 0|, ns (absolute)
 };
 static_assert(sizeof(FlkDetectPara) == 200, "detection record is 200 bytes");
 static_assert(offsetof(FlkDetectPara, statsSlot1) == 8, "buffer 2 comes first");
@@ -179,7 +179,7 @@ constexpr int kFlkAuxWords = 9;
 
 // Command 2 output, preset by the adapter to {FLK_FREQ_NONE, 0, 0}.
 struct FlkDetectResult {
-  int32_t state;    // FlkFreqCode
+  int32_t state;  // FlkFreqCode
   int32_t score50;
   int32_t score60;
 };
