@@ -200,7 +200,8 @@ IFlickerMgr* IFlickerMgr::GetInstance(int sensorIdx) {
 FlickerMgr::FlickerMgr(int sensorIdx) : sensor_idx_(sensorIdx) {
   // Plain C allocations: the NVRAM layer writes into these blocks in place.
   flicker_para_array_ = static_cast<FLICKER_CUST_PARA**>(
-      calloc(1, kFlickerScenarioRows * sizeof(FLICKER_CUST_PARA*)));
+      calloc(1, kFlickerScenarioRows * sizeof(FLICKER_CUST_PARA*)));  // NOLINT(bugprone-sizeof-expression):
+                                                                      // an array of row pointers
   if (flicker_para_array_ == nullptr) {
     FLK_LOGE("Can not locate memory for parameters.");
   } else {
