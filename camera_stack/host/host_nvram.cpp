@@ -50,12 +50,13 @@ static_assert(kAlgoWordsEnd == kFlickerAlgoWords * sizeof(int32_t), "35 algorith
 
 int32_t algoWord(const FLICKER_CUST_PARA& record, int index) {
   int32_t word = 0;
-  memcpy(&word, reinterpret_cast<const uint8_t*>(&record) + 4 * index, sizeof(word));
+  memcpy(&word, reinterpret_cast<const uint8_t*>(&record) + 4 * static_cast<size_t>(index),
+         sizeof(word));
   return word;
 }
 
 void setAlgoWord(FLICKER_CUST_PARA& record, int index, int32_t word) {
-  memcpy(reinterpret_cast<uint8_t*>(&record) + 4 * index, &word, sizeof(word));
+  memcpy(reinterpret_cast<uint8_t*>(&record) + 4 * static_cast<size_t>(index), &word, sizeof(word));
 }
 
 std::string imagePath() {
@@ -118,7 +119,7 @@ void setNvramImage(const std::string& path) {
 void encodeTuningRecord(const FLICKER_CUST_PARA& record, uint8_t* out) {
   memset(out, 0, kTuningRecordBytes);
   for (int i = 0; i < kFlickerAlgoWords; ++i) {
-    putLe(out + 4 * i, static_cast<uint32_t>(algoWord(record, i)), 4);
+    putLe(out + 4 * static_cast<size_t>(i), static_cast<uint32_t>(algoWord(record, i)), 4);
   }
   putLe(out + kPclkOffset, static_cast<uint64_t>(record.sensor_setting.pclk), 8);
   putLe(out + kLineLengthOffset, static_cast<uint32_t>(record.sensor_setting.line_length), 4);
@@ -129,7 +130,9 @@ void encodeTuningRecord(const FLICKER_CUST_PARA& record, uint8_t* out) {
 FLICKER_CUST_PARA decodeTuningRecord(const uint8_t* in) {
   FLICKER_CUST_PARA record{};
   for (int i = 0; i < kFlickerAlgoWords; ++i) {
-    setAlgoWord(record, i, static_cast<int32_t>(static_cast<uint32_t>(getLe(in + 4 * i, 4))));
+    setAlgoWord(
+        record, i,
+        static_cast<int32_t>(static_cast<uint32_t>(getLe(in + 4 * static_cast<size_t>(i), 4))));
   }
   record.sensor_setting.pclk = static_cast<int64_t>(getLe(in + kPclkOffset, 8));
   record.sensor_setting.line_length =
@@ -145,7 +148,7 @@ std::vector<uint8_t> encodeTuningImage(
   std::vector<uint8_t> image(kTuningImageBytes, 0);
   for (int row = 0; row < kFlickerScenarioRows; ++row) {
     for (int col = 0; col < kFlickerBinRatios; ++col) {
-      const size_t index = static_cast<size_t>(row * kFlickerBinRatios + col);
+      const size_t index = static_cast<size_t>(row) * kFlickerBinRatios + static_cast<size_t>(col);
       encodeTuningRecord(recordAt(row, col), image.data() + index * kTuningRecordBytes);
     }
   }
@@ -166,7 +169,7 @@ extern "C" int nvGetFlickerParaAll(unsigned int /*sensorId*/, int /*sensorDev*/,
     return -1;
   for (int row = 0; row < sensorModeTotal; ++row) {
     for (int col = 0; col < binRatioTotal; ++col) {
-      const size_t index = static_cast<size_t>(row * kFlickerBinRatios + col);
+      const size_t index = static_cast<size_t>(row) * kFlickerBinRatios + static_cast<size_t>(col);
       (*table)[row][col] = image.empty()
                                ? defaultTuningRecord(row, col)
                                : decodeTuningRecord(image.data() + index * kTuningRecordBytes);
