@@ -220,7 +220,7 @@ void OpenFlickerAlgo::writeAux(int32_t* aux, const Decision& /*d*/) const {
   flags |= decider_.holdOffLeft() > 0 ? 1 << 4 : 0;
   aux[0] = flags;
   for (int f = 0; f < kRipples; ++f) {
-    const double amplitude = e.frozen[f] ? e.spatialAmplitude[f] : e.temporalAmplitude[f];
+    const double amplitude = e.frozen[f] ? e.frozenStandIn[f] : e.temporalAmplitude[f];
     aux[2 + f] = scaled(amplitude, 1e4);
     aux[4 + f] = scaled(e.temporalEvidence[f], 100.0);
     aux[6 + f] = scaled(e.spatialEvidence[f], 100.0);

@@ -9,8 +9,9 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 // Bins per 120 Hz band period: the box average keeps 99 % of the ripple.
 constexpr int kBinsPerPeriod = 12;
-// Fewer bins leave too few degrees of freedom beyond the eight parameters.
-constexpr int kMinBins = kFitParams + 6;
+// Fewer bins leave too few degrees of freedom beyond the eight parameters of
+// a frame's fit.
+constexpr int kMinBins = kMaxTrendTerms + 2 * kRipples + 6;
 // The analysed readout must span at least one 100 Hz period: over less, a
 // frame shows under one band of either ripple and the two frequencies (and
 // the trend) cannot be told apart, whatever the fit's conditioning says.
@@ -21,7 +22,14 @@ constexpr double kMinBinsPerRipplePeriod = 3.0;
 // difference of two frames only a gain offset and a slow drift (linear).
 // Fewer trend terms keep the two ripples apart over short readouts (down to
 // about one period), where a cubic soaks up most of a low-frequency ripple.
-constexpr int kTrendTerms[2] = {4, 2};
+// Per fit model (frame; difference with harmonics; difference without): trend
+// terms and whether the second harmonics are fitted.
+constexpr int kTrendTerms[3] = {4, 2, 2};
+constexpr bool kFitsHarmonics[3] = {false, true, false};
+// The harmonics are fitted when the readout spans this many 100 Hz periods:
+// over less, 200 Hz and 240 Hz are not told apart from each other and from
+// the fundamentals, and their columns only cost degrees of freedom.
+constexpr double kMinHarmonicReadoutPeriods = 2.0;
 // Residual degrees of freedom a window fit must keep.
 constexpr int kMinDof = 4;
 // Relative pivot below which the normal matrix counts as singular.
@@ -41,6 +49,9 @@ constexpr double kResidualHigh = 0.06;
 // Share of the difference's ripple amplitude that its unmodelled harmonics may
 // add to the residual (the second harmonic of log(1 + a cos) is a/4 of it).
 constexpr double kHarmonicAllowance = 0.25;
+// A frozen frequency's single-frame ripple counts in a vote less this many
+// standard errors: what texture noise alone would not produce.
+constexpr double kStandInErrors = 2.0;
 // Two frames' spatial ripples must agree within this ratio ramp.
 constexpr double kConsistencyLow = 0.3;
 constexpr double kConsistencyHigh = 0.6;
@@ -121,21 +132,36 @@ void cholSolve(const Matrix l, const double* b, double* x) {
   }
 }
 
-// Variances (inverse-diagonal entries) of the four ripple coefficients.
+// Variances (inverse-diagonal entries) of the ripple coefficients.
 void rippleVariances(const Matrix l, double* var) {
-  for (int j = 0; j < 2 * kRipples; ++j) {
+  for (int j = 0; j < kRippleCols; ++j) {
     double e[kFitParams] = {};
     double z[kFitParams];
-    e[4 + j] = 1.0;
+    e[kMaxTrendTerms + j] = 1.0;
     cholSolve(l, e, z);
-    var[j] = z[4 + j];
+    var[j] = z[kMaxTrendTerms + j];
   }
 }
 
-// Replaces the unused trend columns of a normal matrix by identity rows, so
-// their coefficients come out zero and the factor keeps its size.
-void maskTrend(Matrix g, int trendTerms) {
-  for (int i = trendTerms; i < kMaxTrendTerms; ++i) {
+// True when column `c` takes part in fit model `model`.
+bool columnUsed(int model, int c) {
+  if (c < kMaxTrendTerms) {
+    return c < kTrendTerms[model];
+  }
+  return c < kMaxTrendTerms + 2 * kRipples || kFitsHarmonics[model];
+}
+
+int modelParams(int model) {
+  return kTrendTerms[model] + 2 * kRipples * (kFitsHarmonics[model] ? 2 : 1);
+}
+
+// Replaces the unused columns of a normal matrix by identity rows, so their
+// coefficients come out zero and the factor keeps its size.
+void maskUnused(Matrix g, int model) {
+  for (int i = 0; i < kFitParams; ++i) {
+    if (columnUsed(model, i)) {
+      continue;
+    }
     for (int j = 0; j < kFitParams; ++j) {
       g[i][j] = 0.0;
       g[j][i] = 0.0;
@@ -162,6 +188,8 @@ bool RippleAnalyzer::planBins(const PairInput& in, int searchRange) {
       readout * kRippleHz[0] < kMinReadoutPeriods) {
     return false;
   }
+  harmonicsOk_ = period120 / binLines >= 2.0 * kMinBinsPerRipplePeriod &&
+                 readout * kRippleHz[0] >= kMinHarmonicReadoutPeriods;
   if (bins != bins_ || binLines != binLines_ || in.lineTime != lineTime_) {
     bins_ = bins;
     binLines_ = binLines;
@@ -183,8 +211,10 @@ void RippleAnalyzer::buildBasis() {
     const double t = (b * binLines_ + 0.5 * (binLines_ - 1)) * lineTime_;
     for (int f = 0; f < kRipples; ++f) {
       const double phase = 2.0 * kPi * kRippleHz[f] * t;
-      row[4 + 2 * f] = std::cos(phase);
-      row[5 + 2 * f] = std::sin(phase);
+      row[kMaxTrendTerms + 2 * f] = std::cos(phase);
+      row[kMaxTrendTerms + 1 + 2 * f] = std::sin(phase);
+      row[kMaxTrendTerms + 2 * kRipples + 2 * f] = std::cos(2.0 * phase);
+      row[kMaxTrendTerms + 2 * kRipples + 1 + 2 * f] = std::sin(2.0 * phase);
     }
   }
   Matrix g = {};
@@ -202,12 +232,13 @@ void RippleAnalyzer::buildBasis() {
         gm[i][j] = g[i][j];
       }
     }
-    maskTrend(gm, kTrendTerms[m]);
+    maskUnused(gm, m);
     fullOk_[m] = cholesky(gm, fullChol_[m]);
     if (fullOk_[m]) {
       rippleVariances(fullChol_[m], fullVar_[m]);
     }
   }
+  diffModel_ = harmonicsOk_ && fullOk_[1] ? 1 : 2;
   basisValid_ = true;
 }
 
@@ -295,8 +326,7 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int model, Wi
     n += ok[b];
     mean += ok[b] != 0 ? y[b] : 0.0;
   }
-  const int trendTerms = kTrendTerms[model];
-  const int params = trendTerms + 2 * kRipples;
+  const int params = modelParams(model);
   if (n < params + kMinDof) {
     return false;
   }
@@ -304,7 +334,7 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int model, Wi
 
   Matrix ownChol;
   const double(*chol)[kFitParams] = fullChol_[model];
-  double ownVar[2 * kRipples];
+  double ownVar[kRippleCols];
   const double* var = fullVar_[model];
   if (n != bins_ || !fullOk_[model]) {
     Matrix g = {};
@@ -318,7 +348,7 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int model, Wi
         }
       }
     }
-    maskTrend(g, trendTerms);
+    maskUnused(g, model);
     if (!cholesky(g, ownChol)) {
       return false;
     }
@@ -339,8 +369,8 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int model, Wi
       rhs[j] += basis_[b][j] * v;
     }
   }
-  for (int j = trendTerms; j < kMaxTrendTerms; ++j) {
-    rhs[j] = 0.0;
+  for (int j = 0; j < kFitParams; ++j) {
+    rhs[j] = columnUsed(model, j) ? rhs[j] : 0.0;
   }
   double beta[kFitParams];
   cholSolve(chol, rhs, beta);
@@ -350,10 +380,10 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int model, Wi
   }
   const double sigma2 = std::max(0.0, yy - explained) / (n - params);
   fit->sigma = std::sqrt(sigma2);
-  for (int f = 0; f < kRipples; ++f) {
-    fit->re[f] = beta[4 + 2 * f];
-    fit->im[f] = beta[5 + 2 * f];
-    fit->se[f] = std::sqrt(sigma2 * 0.5 * (var[2 * f] + var[2 * f + 1]));
+  for (int c = 0; c < kComponents; ++c) {
+    fit->re[c] = beta[kMaxTrendTerms + 2 * c];
+    fit->im[c] = beta[kMaxTrendTerms + 1 + 2 * c];
+    fit->se[c] = std::sqrt(sigma2 * 0.5 * (var[2 * c] + var[2 * c + 1]));
   }
   fit->valid = true;
   return true;
@@ -365,7 +395,7 @@ void RippleAnalyzer::fitSeries(int series, int windows, int model) {
   }
 }
 
-RippleSummary RippleAnalyzer::combine(int series, int ripple, int windows, double amplitudeScale,
+RippleSummary RippleAnalyzer::combine(int series, int component, int windows, double amplitudeScale,
                                       const AlgoKnobs& knobs) const {
   RippleSummary s{};
   double re[kMaxWindows], im[kMaxWindows], se[kMaxWindows], dist[kMaxWindows];
@@ -373,9 +403,9 @@ RippleSummary RippleAnalyzer::combine(int series, int ripple, int windows, doubl
   for (int w = 0; w < windows; ++w) {
     const WindowFit& f = fits_[series][w];
     if (f.valid) {
-      re[n] = f.re[ripple];
-      im[n] = f.im[ripple];
-      se[n] = f.se[ripple];
+      re[n] = f.re[component];
+      im[n] = f.im[component];
+      se[n] = f.se[component];
       ++n;
     }
   }
@@ -444,6 +474,13 @@ void RippleAnalyzer::summariseSpatial(const PairInput& in, const AlgoKnobs& knob
     const double hi = std::max(a0, a1);
     const double consistency = hi > 0.0 ? std::min(a0, a1) / hi : 0.0;
     out->spatialAmplitude[f] = std::min(a0, a1);
+    double standIn = hi;
+    for (int k = 0; k < 2; ++k) {
+      const RippleSummary& r = out->spatial[k][f];
+      const double se = r.snr > 0.0 ? r.amplitude / r.snr : 0.0;
+      standIn = std::min(standIn, std::max(0.0, r.amplitude - kStandInErrors * se));
+    }
+    out->frozenStandIn[f] = standIn;
     out->spatialEvidence[f] = std::min(out->spatial[0][f].evidence, out->spatial[1][f].evidence) *
                               ramp(consistency, kConsistencyLow, kConsistencyHigh);
   }
@@ -460,7 +497,7 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   if (!basisValid_) {
     buildBasis();
   }
-  if (!fullOk_[0] || !fullOk_[1]) {
+  if (!fullOk_[0] || !fullOk_[2]) {
     return false;  // the two ripples cannot be told apart over this readout
   }
   out->bins = bins_;
@@ -469,7 +506,7 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   binFrame(in, knobs, 1);
   buildDifference(in.windows);
   for (int s = 0; s < kSeries; ++s) {
-    fitSeries(s, in.windows, s == kDiff ? 1 : 0);
+    fitSeries(s, in.windows, s == kDiff ? diffModel_ : 0);
   }
   summariseTemporal(in, knobs, out);
   summariseSpatial(in, knobs, out);

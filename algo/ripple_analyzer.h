@@ -6,11 +6,13 @@
 // becomes a log value, so that gain and exposure differences are offsets. Three
 // series are fitted per window: each frame on its own (spatial) and the
 // difference of the two frames (temporal, the scene cancels). Every fit is one
-// joint least-squares solve of a cubic trend plus cosine and sine at the
-// 100 Hz and 120 Hz ripple periods, so the two frequencies cannot leak into
-// each other. Windows are then combined robustly (component-wise median of
-// the ripple phasors, agreement count, median noise), so that motion or a
-// bright object in a minority of windows does not decide.
+// joint least-squares solve of a trend plus cosine and sine at the 100 Hz and
+// 120 Hz ripple periods, so the two frequencies cannot leak into each other.
+// The difference also fits their second harmonics (200 Hz, 240 Hz) when the
+// readout resolves them: a deep or rectified ripple is far from a sinusoid, and
+// its harmonics would otherwise inflate the residual and mask the fundamental. Windows are then
+// combined robustly (component-wise median of the ripple phasors, agreement count, median noise),
+// so that motion or a bright object in a minority of windows does not decide.
 //
 // The temporal ripple is the frame ripple times 2|sin(phase advance / 2)|,
 // with the advance 2 pi f_r x frame interval; the sign of the interval does
@@ -30,8 +32,14 @@ namespace open_algo {
 constexpr int kMaxWindows = 6;
 constexpr int kMaxStatEntries = 36000;
 constexpr int kMaxBins = 96;
-constexpr int kFitParams = 8;  // cubic trend (4) + cos/sin at two ripple frequencies (4)
+// Cubic trend (4) + cos/sin at two ripple frequencies (4) + cos/sin at their
+// second harmonics (4).
+constexpr int kFitParams = 12;
 constexpr int kMaxTrendTerms = 4;
+// Ripple columns: fundamentals then harmonics, cos and sin each.
+constexpr int kRippleCols = kFitParams - kMaxTrendTerms;
+// Ripple components: 0, 1 = fundamentals; 2, 3 = their second harmonics.
+constexpr int kComponents = kRippleCols / 2;
 
 // Ripple index: 0 = 100 Hz (50 Hz mains), 1 = 120 Hz (60 Hz mains).
 constexpr int kRipples = 2;
@@ -74,6 +82,10 @@ struct PairEvidence {
   double temporalEvidence[kRipples];   // 0..1, 0 when frozen or on a scene change
   double spatialAmplitude[kRipples];   // smaller of the two frames' ripples
   double spatialEvidence[kRipples];    // 0..1, both frames must agree
+  // Ripple that stands in for a frozen frequency in a vote: the smaller of the
+  // two frames' ripples less twice its standard error, so that an insignificant
+  // single-frame fit (texture) does not outweigh a clear difference.
+  double frozenStandIn[kRipples];
 };
 
 class RippleAnalyzer {
@@ -86,21 +98,21 @@ class RippleAnalyzer {
  private:
   struct WindowFit {
     bool valid;
-    double re[kRipples];
-    double im[kRipples];
-    double se[kRipples];  // standard error of the amplitude
-    double sigma;         // residual rms
+    double re[kComponents];
+    double im[kComponents];
+    double se[kComponents];  // standard error of the amplitude
+    double sigma;            // residual rms
   };
 
   bool planBins(const PairInput& in, int searchRange);
   void buildBasis();
   void binFrame(const PairInput& in, const AlgoKnobs& knobs, int frame);
   void buildDifference(int windows);
-  // Fits with the frame series' cubic trend (model 0) or the difference's
-  // linear trend (model 1).
+  // Fits with the frame series' cubic trend (model 0), or the difference's
+  // linear trend with the harmonics (model 1) or without them (model 2).
   void fitSeries(int series, int windows, int model);
   bool fitWindow(const double* y, const uint8_t* ok, int model, WindowFit* fit);
-  RippleSummary combine(int series, int ripple, int windows, double amplitudeScale,
+  RippleSummary combine(int series, int component, int windows, double amplitudeScale,
                         const AlgoKnobs& knobs) const;
   void summariseTemporal(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
   void summariseSpatial(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
@@ -116,10 +128,12 @@ class RippleAnalyzer {
   double basis_[kMaxBins][kFitParams] = {};
   // Per trend model: Cholesky factor and ripple-coefficient variances of the
   // all-bins fit, shared by every window without masked bins.
-  static constexpr int kModels = 2;
+  static constexpr int kModels = 3;
   double fullChol_[kModels][kFitParams][kFitParams] = {};
-  double fullVar_[kModels][2 * kRipples] = {};
+  double fullVar_[kModels][kRippleCols] = {};
   bool fullOk_[kModels] = {};
+  int diffModel_ = 2;         // model of the difference for the current geometry
+  bool harmonicsOk_ = false;  // the readout resolves the second harmonics
   double profile_[kSeries][kMaxWindows][kMaxBins] = {};
   uint8_t ok_[kSeries][kMaxWindows][kMaxBins] = {};
   // Per frame, for the difference series: bin sums (saturated when an entry

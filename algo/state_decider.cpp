@@ -87,7 +87,7 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
         static_cast<float>(std::max(ev.temporalEvidence[f], spatialWeight * ev.spatialEvidence[f]));
     // A frozen frequency has no temporal amplitude: its single-frame ripple
     // stands in (scene texture can only make it larger, which is cautious).
-    amplitude[f] = ev.frozen[f] ? ev.spatialAmplitude[f] : ev.temporalAmplitude[f];
+    amplitude[f] = ev.frozen[f] ? ev.frozenStandIn[f] : ev.temporalAmplitude[f];
     e.amplitude[f] = static_cast<float>(amplitude[f]);
   }
   for (int f = 0; f < kRipples; ++f) {

@@ -24,6 +24,12 @@ struct Case {
 const Light k50{50}, k60{60}, kSteady{0};
 const Light kMixed{60, 0.3, 50};
 
+Scene bands120() {
+  return [](int line, int w, int) {
+    return 1.0 + 0.25 * std::sin(2 * kPi * 120 * line * kLineTime + 2 * w);
+  };
+}
+
 std::vector<Case> cases() {
   return {
       // Clean pairs: the other mains is found by the second pair.
@@ -45,6 +51,10 @@ std::vector<Case> cases() {
       // but never switch to it.
       {"Frozen120From50", k60, 50, flat(), 1 / 30.0, 5e-3, 50, -1, -2},
       {"Frozen120Holds60", k60, 60, flat(), 1 / 30.0, 5e-3, 60, -1, -2},
+      // Frozen 120 Hz, texture at its band period in phases that differ per
+      // window: the frames' insignificant 120 Hz fit must not outweigh a clear
+      // 100 Hz difference, so the first pair votes.
+      {"Frozen120Texture50", Light{50, 0.1}, 60, bands120(), 1 / 30.0, 5e-3, 50, 1, -2},
       // Equal lamps on both mains with short exposures: no switch.
       {"MixedShort", kMixed, 50, flat(), 36e-3, 2e-3, 50, -1, -2},
   };
