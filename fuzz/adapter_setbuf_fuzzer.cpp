@@ -11,112 +11,62 @@
 // zero-padded), so AddressSanitizer reports any read beyond it; the adapter's
 // own buffers are heap blocks of 36000 entries, so any write beyond them is
 // reported too. This target defines flk_SendCmd itself: the detection
-// command compares the buffer setBuf filled with the block as converted.
-#include <algorithm>
-#include <cstdint>
-#include <cstring>
+// command compares the slot setBuf filled with the block as converted.
 #include <memory>
 #include <vector>
 
-#include "byte_reader.h"
 #include "flicker_platform_adapter.h"
-#include "fuzz_check.h"
+#include "fuzz_support.h"
 #include "host_log.h"
 #include "host_properties.h"
 
 namespace {
 
+using Adapter = FlickerPlatformAdapter;
+
 // One adapter per sensor identity, so the identity never has to change on
 // an adapter (init replaces its buffers).
-constexpr int32_t kSensorIds[] = {0,
-                                  FlickerPlatformAdapter::kSensorId1398,
-                                  FlickerPlatformAdapter::kSensorId8581,
-                                  1397,
-                                  8582,
-                                  -1,
-                                  INT32_MAX,
-                                  5695};
+constexpr int32_t kSensorIds[] = {
+    0, Adapter::kSensorId1398, Adapter::kSensorId8581, 1397, 8582, -1, INT32_MAX, 5695};
 constexpr int kSensors = sizeof(kSensorIds) / sizeof(kSensorIds[0]);
 
-// Window in force on each adapter as the harness expects it (setWindowInfo
-// keeps the last good one when it refuses a size).
+// The window in force on each adapter as the harness expects it.
 struct Window {
-  int imgW = 0;
-  int imgH = 0;
-  int winW = 0;
-  int winH = 0;
+  int imgW, imgH, winW, winH;
 };
 Window g_windows[kSensors];
 
-// What the fake detection command must find in the slot setBuf filled.
-enum class Layout { kCopy64, kCopy32, kWiden32, kNone };
-struct Expectation {
-  bool active = false;
-  bool slot1 = false;
-  Layout layout = Layout::kNone;
-  const uint8_t* block = nullptr;
-  int64_t count = 0;
-  bool seen = false;
-};
-Expectation g_expect;
-
-bool allZero(const uint8_t* data, size_t bytes) {
-  return std::all_of(data, data + bytes, [](uint8_t b) { return b == 0; });
-}
-
-Window expectedWindow(int width, int height) {
-  Window w;
-  w.imgW = width;
-  w.imgH = height <= 6039 ? height - 45 : 5994;
-  w.winW = 2 * (w.imgW / 12);
-  w.winH = 2 * (w.imgH / 6);
-  return w;
-}
+// What the detection command must find at the start of the slot setBuf
+// filled (slot -1: no check armed), and whether it ran.
+int g_slot = -1;
+std::vector<uint8_t> g_want;
+bool g_seen = false;
 
 }  // namespace
 
 extern "C" int32_t flk_SendCmd(uint32_t cmd, void* in, void* /*out*/) {
-  if (cmd != FLK_CMD_DETECT || !g_expect.active)
+  if (cmd != FLK_CMD_DETECT || g_slot < 0)
     return 0;
   const auto* para = static_cast<const FlkDetectPara*>(in);
-  const int64_t* dst = g_expect.slot1 ? para->statsSlot1 : para->statsSlot0;
-  FUZZ_CHECK(dst != nullptr, "detection without buffers");
-  const size_t n = static_cast<size_t>(g_expect.count);
-  switch (g_expect.layout) {
-    case Layout::kCopy64:
-      FUZZ_CHECK(n == 0 || memcmp(dst, g_expect.block, n * 8) == 0, "64-bit copy differs");
-      break;
-    case Layout::kCopy32:
-      FUZZ_CHECK(memcmp(dst, g_expect.block, n * 4) == 0, "32-bit copy differs");
-      break;
-    case Layout::kWiden32:
-      for (size_t k = 0; k < 2 * n; ++k) {
-        int32_t word;
-        memcpy(&word, g_expect.block + 4 * k, sizeof(word));
-        FUZZ_CHECK(dst[k] == word, "entry %zu is %lld, word %d", k, static_cast<long long>(dst[k]),
-                   word);
-      }
-      break;
-    case Layout::kNone:
-      break;
-  }
-  g_expect.seen = true;
+  const int64_t* slot = g_slot == 1 ? para->statsSlot1 : para->statsSlot0;
+  FUZZ_CHECK(slot != nullptr, "detection without buffers");
+  FUZZ_CHECK(g_want.empty() || memcmp(slot, g_want.data(), g_want.size()) == 0, "slot %d differs",
+             g_slot);
+  g_seen = true;
+  return 0;
+}
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  // Debug level 3 turns on the row trace of setBuf, which reads the
+  // destination at 6 x row; the lines themselves go nowhere.
+  flicker_host::setProperty("vendor.debug.flicker_mgr.log.level", int64_t{3});
+  flicker_host::setDebugLogFile("/dev/null");
+  for (int i = 0; i < kSensors; ++i) Adapter::getInstance(i)->init(0, kSensorIds[i]);
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static bool ready = [] {
-    // Debug level 2 turns on the row trace of setBuf, which reads the
-    // destination at 6 x row; the lines themselves go nowhere.
-    flicker_host::setProperty("vendor.debug.flicker_mgr.log.level", int64_t{3});
-    flicker_host::setDebugLogFile("/dev/null");
-    for (int i = 0; i < kSensors; ++i)
-      FlickerPlatformAdapter::getInstance(i)->init(0, kSensorIds[i]);
-    return true;
-  }();
-  (void)ready;
-
-  ByteReader in(data, size);
+  FuzzInput in(data, size);
   const int sensor = static_cast<int>(in.pick(kSensors));
   const int32_t width = in.take<int32_t>();
   const int32_t height = in.take<int32_t>();
@@ -124,75 +74,72 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int32_t sensorMode = in.take<int32_t>();
   const int32_t autoTest = in.take<int32_t>();
   const int32_t bufIndex = in.take<int32_t>();
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor);
-  const int32_t sensorId = kSensorIds[sensor];
-
-  Window got;
+  Adapter* adapter = Adapter::getInstance(sensor);
+  Window& window = g_windows[sensor];
+  // setWindowInfo follows the documented arithmetic; a refused size keeps the
+  // window in force.
+  Window got{};
   const int windowRc =
       adapter->setWindowInfo(&got.imgW, &got.imgH, &got.winW, &got.winH, width, height);
-  if (width >= 0 && height >= 0) {
-    const Window want = expectedWindow(width, height);
-    FUZZ_CHECK(windowRc == 0 && got.imgW == want.imgW && got.imgH == want.imgH &&
-                   got.winW == want.winW && got.winH == want.winH,
-               "window of %dx%d is %d,%d,%d,%d", width, height, got.imgW, got.imgH, got.winW,
-               got.winH);
-    g_windows[sensor] = want;
-  } else {
-    FUZZ_CHECK(windowRc == -1, "negative size %dx%d accepted", width, height);
-  }
-  const Window& window = g_windows[sensor];
+  const bool sizeOk = width >= 0 && height >= 0;
+  const int imgH = !sizeOk ? 0 : height <= 6039 ? height - 45 : 5994;
+  window = sizeOk ? Window{width, imgH, 2 * (width / 12), 2 * (imgH / 6)} : window;
+  FUZZ_CHECK(sizeOk ? windowRc == 0 && memcmp(&got, &window, sizeof(got)) == 0 : windowRc == -1,
+             "window of %dx%d: rc %d, %d,%d,%d,%d", width, height, windowRc, got.imgW, got.imgH,
+             got.winW, got.winH);
   int unused = 12345;
   adapter->getSensorMode(sensorMode, 0, &unused);
   FUZZ_CHECK(unused == 12345, "getSensorMode wrote its output");
   adapter->setFlickerAutoTest(autoTest);
 
-  // The caller contract: how many bytes setBuf may read for this path.
+  // The caller contract of the path: entries converted, bytes setBuf may read
+  // and bytes the auto-test's all-zero self-check reads.
   const bool testing = autoTest == 1;
-  Layout layout = Layout::kNone;
   int64_t count = 18 * static_cast<int64_t>(window.winH);
   size_t blockBytes = 0;
-  size_t comparedBytes = 0;
+  size_t checkedBytes = 0;
+  const bool widen = sensorPath != 0 && kSensorIds[sensor] == Adapter::kSensorId1398;
   if (sensorPath == 0) {
-    layout = Layout::kCopy64;
-    if (testing)
-      count = std::max<int64_t>(count, 18);
-    blockBytes = count > 0 ? static_cast<size_t>(count) * 8 : 0;
-    comparedBytes = blockBytes;
-  } else if (sensorId == FlickerPlatformAdapter::kSensorId8581) {
-    layout = Layout::kCopy32;
+    count = testing ? std::max<int64_t>(count, 18) : count;
+    blockBytes = checkedBytes = count > 0 ? static_cast<size_t>(count) * 8 : 0;
+  } else if (kSensorIds[sensor] == Adapter::kSensorId8581) {
     count = sensorMode == 0 ? 150 : 201;
-    blockBytes = comparedBytes = static_cast<size_t>(count) * 4;
-  } else if (sensorId == FlickerPlatformAdapter::kSensorId1398) {
-    layout = Layout::kWiden32;
+    blockBytes = checkedBytes = static_cast<size_t>(count) * 4;
+  } else if (widen) {
     count = 192;
     blockBytes = 384 * 4;
-    comparedBytes = 384;
+    checkedBytes = 384;
   }
-  const bool fits = count >= 0 && count <= FlickerPlatformAdapter::kBufEntries;
-  if (!fits)
-    blockBytes = 0;
-
+  const bool fits = count >= 0 && count <= Adapter::kBufEntries;
+  blockBytes = fits ? blockBytes : 0;
   std::unique_ptr<uint8_t[]> block(new uint8_t[std::max<size_t>(blockBytes, 1)]());
-  memcpy(block.get(), in.rest(), std::min(blockBytes, in.remaining()));
+  in.copy(block.get(), blockBytes);
 
-  int outX = -5;
-  int outW = -5;
-  int outH = -5;
+  int outX = -5, outW = -5, outH = -5;
   const int rc = adapter->setBuf(sensorPath, block.get(), bufIndex, &outX, &outW, &outH);
   if (!fits) {
     FUZZ_CHECK(rc == -1 && outX == -5 && outW == -5 && outH == -5,
                "count %lld outside the buffer: rc %d", static_cast<long long>(count), rc);
     return 0;
   }
-  const bool zero = testing && layout != Layout::kNone && allZero(block.get(), comparedBytes);
+  const bool zero =
+      testing && checkedBytes > 0 &&
+      std::all_of(block.get(), block.get() + checkedBytes, [](uint8_t b) { return b == 0; });
   FUZZ_CHECK(rc == (zero ? -1 : 0), "setBuf returned %d (all-zero test %d)", rc, zero);
   FUZZ_CHECK(outX == 0 && outW == window.imgW && outH == window.imgH, "outputs %d,%d,%d", outX,
              outW, outH);
 
-  g_expect = Expectation{true, bufIndex != 0, layout, block.get(), count, false};
+  // The slot holds the block as it is, or on sensor 1398 its words widened to int64.
+  std::vector<int64_t> wide(widen ? 2 * count : 0);
+  FuzzInput words(block.get(), blockBytes);
+  for (int64_t& entry : wide) entry = words.take<int32_t>();
+  const uint8_t* want = widen ? reinterpret_cast<const uint8_t*>(wide.data()) : block.get();
+  g_want.assign(want, want + (widen ? wide.size() * sizeof(int64_t) : blockBytes));
+  g_slot = bufIndex != 0 ? 1 : 0;
+  g_seen = false;
   adapter->setDetectInfo(0, 50, 10000, 0);
   adapter->detectFlicker();
-  FUZZ_CHECK(g_expect.seen, "the detection did not reach the algorithm");
-  g_expect = Expectation{};
+  g_slot = -1;
+  FUZZ_CHECK(g_seen, "the detection did not reach the algorithm");
   return 0;
 }

@@ -4,54 +4,42 @@
 // Checks against an independent reading of the format (lines split at '\n';
 // blank and '#' lines skipped; name and value trimmed of blanks, tabs, CR and
 // LF; a line needs a '=' and a name without blanks; the last line of a name
-// wins): every name the file defines reads back with its value, and the
-// integer readers agree with parsePropertyInteger and the type's range.
+// wins): every name the file defines reads back with its value, library
+// properties it does not define read as unset, and the integer readers agree
+// with parsePropertyInteger and the type's range.
 #include <climits>
-#include <cstdint>
 #include <map>
-#include <string>
 
 #include "cam_properties.h"
-#include "fuzz_check.h"
+#include "fuzz_support.h"
 #include "host_log.h"
 #include "host_properties.h"
-#include "scratch_dir.h"
 
 namespace {
 
 // Properties the library reads; also read when the file does not name them.
 const char* const kLibraryProperties[] = {
-    "vendor.debug.flk_read_file",         "vendor.debug.flk_dump",
-    "vendor.debug.flicker_mgr.log.level", "vendor.autotesttool.enable",
-    "host.flicker.cust.max_attach",
-};
+    "vendor.debug.flk_read_file", "vendor.debug.flk_dump", "vendor.debug.flicker_mgr.log.level",
+    "vendor.autotesttool.enable", "host.flicker.cust.max_attach"};
 
 std::string trim(const std::string& text) {
-  const char* spaces = " \t\r\n";
-  const size_t first = text.find_first_not_of(spaces);
-  if (first == std::string::npos)
-    return "";
-  return text.substr(first, text.find_last_not_of(spaces) - first + 1);
+  const size_t first = text.find_first_not_of(" \t\r\n");
+  return first == std::string::npos
+             ? ""
+             : text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
 std::map<std::string, std::string> expectedProperties(const std::string& text) {
   std::map<std::string, std::string> out;
-  size_t start = 0;
-  while (start < text.size()) {
-    size_t end = text.find('\n', start);
-    if (end == std::string::npos)
-      end = text.size();
+  for (size_t start = 0, end; start < text.size(); start = end + 1) {
+    end = std::min(text.find('\n', start), text.size());
     const std::string line = trim(text.substr(start, end - start));
-    start = end + 1;
-    if (line.empty() || line[0] == '#')
-      continue;
     const size_t equals = line.find('=');
-    if (equals == std::string::npos)
+    if (line.empty() || line[0] == '#' || equals == std::string::npos)
       continue;
     const std::string name = trim(line.substr(0, equals));
-    if (name.empty() || name.find_first_of(" \t") != std::string::npos)
-      continue;
-    out[name] = trim(line.substr(equals + 1));
+    if (!name.empty() && name.find_first_of(" \t") == std::string::npos)
+      out[name] = trim(line.substr(equals + 1));
   }
   return out;
 }
@@ -61,10 +49,8 @@ std::map<std::string, std::string> expectedProperties(const std::string& text) {
 void checkReaders(const std::string& name, const std::string* expected) {
   std::string text;
   const bool set = flicker_host::getProperty(name, &text);
-  FUZZ_CHECK(set == (expected != nullptr), "property \"%s\" set %d", name.c_str(), set);
-  if (set)
-    FUZZ_CHECK(text == *expected, "property \"%s\" is \"%s\", expected \"%s\"", name.c_str(),
-               text.c_str(), expected->c_str());
+  FUZZ_CHECK(set == (expected != nullptr) && (!set || text == *expected),
+             "property \"%s\" set %d as \"%s\"", name.c_str(), set, text.c_str());
   // The framework readers take C strings: a name with a NUL byte is a
   // different property for them.
   if (name.find('\0') != std::string::npos)
@@ -83,19 +69,12 @@ void checkReaders(const std::string& name, const std::string* expected) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static ScratchDir dir;  // removed again when the process exits normally
-  static const std::string path = dir.file("props.txt");
-  static bool quiet = [] {
-    flicker_host::setLogsQuiet(true);  // malformed lines are reported, by design
-    return true;
-  }();
-  (void)quiet;
-
-  ScratchDir::writeFile(path, data, size);
+  static const std::string path = scratchFile("props.txt");
+  flicker_host::setLogsQuiet(true);  // malformed lines are reported, by design
+  writeFile(path, data, size);
   FUZZ_CHECK(flicker_host::loadPropertyFile(path), "cannot load %s", path.c_str());
 
-  const std::map<std::string, std::string> expected =
-      expectedProperties(std::string(reinterpret_cast<const char*>(data), size));
+  const auto expected = expectedProperties(std::string(reinterpret_cast<const char*>(data), size));
   for (const auto& entry : expected) checkReaders(entry.first, &entry.second);
   for (const char* name : kLibraryProperties) {
     const auto found = expected.find(name);
