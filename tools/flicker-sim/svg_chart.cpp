@@ -54,6 +54,9 @@ std::string escape(const std::string& text) {
 }
 
 // A round step for about `count` ticks over `span`.
+// More ticks than any axis needs.
+constexpr int kMaxTicks = 64;
+
 double niceStep(double span, int count) {
   const double raw = span / count;
   const double power = std::pow(10.0, std::floor(std::log10(raw)));
@@ -63,6 +66,22 @@ double niceStep(double span, int count) {
     }
   }
   return 10 * power;
+}
+
+// Tick positions: multiples of `step` from `lo` to `hi`. An integer count
+// bounds the loop, so a degenerate span or step can't make it run away.
+std::vector<double> ticks(double lo, double hi, double step) {
+  std::vector<double> out;
+  if (!(step > 0) || !std::isfinite(lo) || !std::isfinite(hi))
+    return out;
+  const double first = std::ceil(lo / step) * step;
+  for (int i = 0; i < kMaxTicks; ++i) {
+    const double v = first + i * step;
+    if (v > hi + 1e-9)
+      break;
+    out.push_back(v);
+  }
+  return out;
 }
 
 }  // namespace
@@ -96,10 +115,7 @@ std::string SvgChart::render() const {
     // Ticks and grid.
     std::vector<double> yTicks = panel.yTicks;
     if (yTicks.empty()) {
-      const double step = niceStep(ySpan, 4);
-      for (double v = std::ceil(panel.yMin / step) * step; v <= panel.yMax + 1e-9; v += step) {
-        yTicks.push_back(v);
-      }
+      yTicks = ticks(panel.yMin, panel.yMax, niceStep(ySpan, 4));
     }
     for (const double v : yTicks) {
       o << "<line x1=\"" << kLeft << "\" x2=\"" << px(kLeft + plotW) << "\" y1=\"" << px(Y(v))
@@ -107,8 +123,7 @@ std::string SvgChart::render() const {
       o << "<text x=\"" << px(kLeft - 6) << "\" y=\"" << px(Y(v) + 4) << "\" text-anchor=\"end\">"
         << num(v) << "</text>\n";
     }
-    const double xStep = niceStep(xSpan, kXTicks);
-    for (double v = std::ceil(panel.xMin / xStep) * xStep; v <= panel.xMax + 1e-9; v += xStep) {
+    for (const double v : ticks(panel.xMin, panel.xMax, niceStep(xSpan, kXTicks))) {
       o << "<line x1=\"" << px(X(v)) << "\" x2=\"" << px(X(v)) << "\" y1=\"" << px(top)
         << "\" y2=\"" << px(top + kPanelHeight) << "\" stroke=\"#eee\"/>\n";
       o << "<text x=\"" << px(X(v)) << "\" y=\"" << px(top + kPanelHeight + 15)

@@ -300,7 +300,9 @@ std::vector<GridFigures> EvalGrid::figures(const std::vector<CellResult>& result
     return f;
   };
   std::vector<GridFigures> out;
+  out.reserve(order.size() + 1);
   std::vector<const CellResult*> all;
+  all.reserve(results.size());
   for (const std::string& g : order) {
     out.push_back(compute(g, groups[g]));
   }

@@ -73,8 +73,10 @@ RippleFit RippleFit::of(const PairStats& pair, int maxPoints) {
     double later = 0;
     for (int k = first; k < first + perPoint; ++k) {
       for (int w = 0; w < kWindows; ++w) {
-        earlier += static_cast<double>(pair.earlier[static_cast<size_t>(k * kWindows + w)]);
-        later += static_cast<double>(pair.later[static_cast<size_t>(k * kWindows + w)]);
+        earlier += static_cast<double>(
+            pair.earlier[static_cast<size_t>(k) * kWindows + static_cast<size_t>(w)]);
+        later += static_cast<double>(
+            pair.later[static_cast<size_t>(k) * kWindows + static_cast<size_t>(w)]);
       }
     }
     if (earlier <= 0 || later <= 0) {
