@@ -158,9 +158,13 @@ std::string SvgChart::render() const {
       o << "\"/>\n";
     }
     o << "</g>\n";
-    // Legend.
+    // Legend: one entry per named series (markers drawn over a line share
+    // the line's entry).
+    size_t entry = 0;
     for (size_t i = 0; i < panel.series.size(); ++i) {
-      const double ly = top + 14 + 18 * i;
+      if (panel.series[i].label.empty())
+        continue;
+      const double ly = top + 14 + 18 * static_cast<double>(entry++);
       const double lx = kLeft + plotW + 14;
       o << "<line x1=\"" << px(lx) << "\" x2=\"" << px(lx + 22) << "\" y1=\"" << px(ly - 4)
         << "\" y2=\"" << px(ly - 4) << "\" stroke=\"" << panel.series[i].color
