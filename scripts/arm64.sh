@@ -9,6 +9,7 @@
 #   FLICKER_ARM64_JOBS=N parallel build and test jobs (default: 2)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/packages.sh
 root=$PWD
 build=${1:-build-arm64}
 case $build in /*) ;; *) build=$root/$build ;; esac
@@ -18,18 +19,6 @@ gtest_build=$build/_gtest-build
 gtest_prefix=$build/_gtest-install
 packages=(cmake ninja-build g++-aarch64-linux-gnu qemu-user googletest)
 
-install_packages() {
-  [ "${FLICKER_SKIP_APT:-0}" = 1 ] && return
-  local missing=()
-  for p in "${packages[@]}"; do
-    dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-  done
-  [ ${#missing[@]} -eq 0 ] && return
-  local sudo=""
-  [ "$(id -u)" -ne 0 ] && sudo=sudo
-  $sudo apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}"
-}
 
 # Debian ships GoogleTest's sources; build them with the Arm toolchain once.
 build_gtest() {
@@ -43,7 +32,7 @@ build_gtest() {
 }
 
 start=$(date +%s)
-install_packages
+flicker_install_packages "${packages[@]}"
 echo "== GoogleTest for aarch64"
 build_gtest
 echo "== configure and build (aarch64, Debug -O1)"

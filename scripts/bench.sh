@@ -12,6 +12,7 @@
 # machine, compiler and load average of the run are written beside them.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/packages.sh
 
 jobs=${FLICKER_BENCH_JOBS:-2}
 reps=${FLICKER_BENCH_REPS:-3}
@@ -19,20 +20,8 @@ build=build-bench
 out=$build/results
 packages=(cmake ninja-build g++ libbenchmark-dev libgtest-dev)
 
-install_packages() {
-  [ "${FLICKER_SKIP_APT:-0}" = 1 ] && return
-  local missing=()
-  for p in "${packages[@]}"; do
-    dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-  done
-  [ ${#missing[@]} -eq 0 ] && return
-  local sudo=""
-  [ "$(id -u)" -ne 0 ] && sudo=sudo
-  $sudo apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}"
-}
 
-install_packages
+flicker_install_packages "${packages[@]}"
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DFLICKER_BUILD_BENCH=ON \
   -DFLICKER_SANITIZE= >/dev/null
 cmake --build "$build" -j "$jobs" --target flicker_bench flicker_alloc_test

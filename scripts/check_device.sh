@@ -31,6 +31,7 @@
 # not in the tree yet; 1 on any failure.
 set -uo pipefail
 cd "$(dirname "$0")/.."
+source scripts/packages.sh
 root=$PWD
 
 jobs=2
@@ -59,18 +60,7 @@ logged() {  # logged <log> <command...>
 }
 
 install_packages() {
-  local packages=(blueprint-tools mini-soong clang cmake ninja-build pkg-config dpkg-dev)
-  [ "${FLICKER_SKIP_APT:-0}" = 1 ] && return 0
-  local missing=()
-  for p in "${packages[@]}"; do
-    dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-  done
-  [ ${#missing[@]} -eq 0 ] && return 0
-  local sudo=""
-  [ "$(id -u)" -ne 0 ] && sudo=sudo
-  echo "installing: ${missing[*]}"
-  $sudo apt-get update -qq &&
-    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
+  flicker_install_packages blueprint-tools mini-soong clang cmake ninja-build pkg-config dpkg-dev
 }
 
 have_sources() {  # have_sources <dir>: true when <dir> holds a .cpp file

@@ -8,24 +8,13 @@
 #   FLICKER_RUN_JOBS=N   parallel build jobs (default: nproc)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/packages.sh
 
 jobs=${FLICKER_RUN_JOBS:-$(nproc)}
 packages=(cmake ninja-build g++)
 
-install_packages() {
-  [ "${FLICKER_SKIP_APT:-0}" = 1 ] && return
-  local missing=()
-  for p in "${packages[@]}"; do
-    dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-  done
-  [ ${#missing[@]} -eq 0 ] && return
-  local sudo=""
-  [ "$(id -u)" -ne 0 ] && sudo=sudo
-  $sudo apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}"
-}
 
-install_packages
+flicker_install_packages "${packages[@]}"
 
 echo "== configure and build flicker-sim (Release, build/)"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DFLICKER_BUILD_TESTS=OFF >/dev/null

@@ -17,23 +17,12 @@
 #   FLICKER_FUZZ_SECONDS=N   seconds per fuzz target (default 5; 0 skips)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/packages.sh
 
 jobs=${FLICKER_TEST_JOBS:-$(nproc)}
 packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev)
 tsan_targets=(flicker_manager_concurrency_test flicker_stress_test)
 
-install_packages() {
-  [ "${FLICKER_SKIP_APT:-0}" = 1 ] && return
-  local missing=()
-  for p in "${packages[@]}"; do
-    dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-  done
-  [ ${#missing[@]} -eq 0 ] && return
-  local sudo=""
-  [ "$(id -u)" -ne 0 ] && sudo=sudo
-  $sudo apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}"
-}
 
 configure() {  # configure <dir> <sanitizers>
   cmake -S . -B "$1" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DFLICKER_SANITIZE="$2" >/dev/null
@@ -41,7 +30,7 @@ configure() {  # configure <dir> <sanitizers>
 
 step() { printf '\n== %s\n' "$*"; }
 
-install_packages
+flicker_install_packages "${packages[@]}"
 start=$(date +%s)
 
 step "AddressSanitizer + UndefinedBehaviorSanitizer: build and run every test"
