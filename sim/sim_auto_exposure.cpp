@@ -17,15 +17,15 @@ constexpr double kPeriodSlack = 1e-9;
 
 }  // namespace
 
-SimAutoExposure::SimAutoExposure(const SimAeSpec& spec)
-    : spec_(spec),
-      period_(bandingPeriodFor(spec.initialFlickerState)),
+SimAutoExposure::SimAutoExposure(const SimAeParams& params)
+    : params_(params),
+      period_(bandingPeriodFor(params.initialFlickerState)),
       max_exposure_(1.0 / 30.0),
-      exposure_(spec.initialExposureS),
-      gain_(spec.initialGain) {
-  if (spec_.fixedExposureS > 0.0) {
-    exposure_ = spec_.fixedExposureS;
-    gain_ = spec_.fixedGain;
+      exposure_(params.initialExposureS),
+      gain_(params.initialGain) {
+  if (params_.fixedExposureS > 0.0) {
+    exposure_ = params_.fixedExposureS;
+    gain_ = params_.fixedGain;
     converged_ = true;
   } else {
     split(exposure_ * gain_);
@@ -42,32 +42,32 @@ void SimAutoExposure::setBandingState(int flickerState) {
     return;
   }
   period_ = period;
-  if (spec_.fixedExposureS <= 0.0) {
+  if (params_.fixedExposureS <= 0.0) {
     split(exposure_ * gain_);
   }
 }
 
 void SimAutoExposure::setMaxExposure(double seconds) {
-  max_exposure_ = std::max(spec_.minExposureS, seconds);
-  if (spec_.fixedExposureS <= 0.0) {
+  max_exposure_ = std::max(params_.minExposureS, seconds);
+  if (params_.fixedExposureS <= 0.0) {
     split(exposure_ * gain_);
   }
 }
 
 void SimAutoExposure::update(double level) {
-  if (spec_.fixedExposureS > 0.0) {
+  if (params_.fixedExposureS > 0.0) {
     return;
   }
   const double measured = std::max(kMinMeasuredLevel, level);
-  const double error = std::log(spec_.targetLevel / measured);
-  converged_ = std::fabs(error) < spec_.convergedTolerance;
-  const double ratio = std::min(kMaxStepRatio, std::exp(spec_.damping * error));
+  const double error = std::log(params_.targetLevel / measured);
+  converged_ = std::fabs(error) < params_.convergedTolerance;
+  const double ratio = std::min(kMaxStepRatio, std::exp(params_.damping * error));
   split(exposure_ * gain_ * ratio);
 }
 
 void SimAutoExposure::split(double product) {
-  const double maxGain = std::max(1.0, spec_.maxGain);
-  product = std::min(std::max(product, spec_.minExposureS), max_exposure_ * maxGain);
+  const double maxGain = std::max(1.0, params_.maxGain);
+  product = std::min(std::max(product, params_.minExposureS), max_exposure_ * maxGain);
   if (product < period_) {
     // Bright scene: less than one period wanted; banding is unavoidable.
     exposure_ = std::min(product, max_exposure_);

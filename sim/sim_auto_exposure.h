@@ -15,7 +15,7 @@
 
 namespace flicker_sim {
 
-struct SimAeSpec {
+struct SimAeParams {
   double targetLevel = 0.2;          // wanted mean pixel value as a fraction of full scale
   double maxGain = 16.0;             // analog gain limit
   double minExposureS = 50e-6;       // shortest exposure the sensor allows
@@ -30,7 +30,7 @@ struct SimAeSpec {
 
 class SimAutoExposure {
  public:
-  explicit SimAutoExposure(const SimAeSpec& spec);
+  explicit SimAutoExposure(const SimAeParams& params);
 
   // Period that exposures are kept on for an anti-banding state; any state
   // other than 2 (60 Hz) is taken as 50 Hz, as the manager reports it.
@@ -52,7 +52,7 @@ class SimAutoExposure {
  private:
   void split(double product);
 
-  SimAeSpec spec_;
+  SimAeParams params_;
   double period_;
   double max_exposure_;
   double exposure_;

@@ -134,12 +134,12 @@ SimLightComponent makePwmLightComponent(double pwmHz, double duty, double level,
   return c;
 }
 
-SimLight::SimLight(SimLightSpec spec) : spec_(std::move(spec)) {}
+SimLight::SimLight(SimLightParams params) : params_(std::move(params)) {}
 
 int SimLight::segmentAt(double t) const {
   int index = 0;
-  for (int i = 1; i < static_cast<int>(spec_.segments.size()); ++i) {
-    if (t >= spec_.segments[i].startS) {
+  for (int i = 1; i < static_cast<int>(params_.segments.size()); ++i) {
+    if (t >= params_.segments[i].startS) {
       index = i;
     }
   }
@@ -147,18 +147,18 @@ int SimLight::segmentAt(double t) const {
 }
 
 double SimLight::segmentEnd(int index) const {
-  if (index + 1 < static_cast<int>(spec_.segments.size())) {
-    return spec_.segments[index + 1].startS;
+  if (index + 1 < static_cast<int>(params_.segments.size())) {
+    return params_.segments[index + 1].startS;
   }
   return std::numeric_limits<double>::infinity();
 }
 
 double SimLight::intensity(double t) const {
-  if (spec_.segments.empty()) {
+  if (params_.segments.empty()) {
     return 0.0;
   }
   double sum = 0.0;
-  for (const SimLightComponent& c : spec_.segments[segmentAt(t)].components) {
+  for (const SimLightComponent& c : params_.segments[segmentAt(t)].components) {
     double v = 1.0;
     for (const SimHarmonic& h : c.harmonics) {
       v += h.depth * std::cos(kTwoPi * h.order * c.baseHz * t + h.phase);
@@ -169,7 +169,7 @@ double SimLight::intensity(double t) const {
 }
 
 double SimLight::integrate(double t0, double t1) const {
-  if (spec_.segments.empty() || !(t1 > t0)) {
+  if (params_.segments.empty() || !(t1 > t0)) {
     return 0.0;
   }
   double sum = 0.0;
@@ -177,7 +177,7 @@ double SimLight::integrate(double t0, double t1) const {
   double from = t0;
   while (from < t1) {
     const double to = std::min(t1, segmentEnd(index));
-    sum += integrateSegment(spec_.segments[index], from, to);
+    sum += integrateSegment(params_.segments[index], from, to);
     from = to;
     ++index;
   }
@@ -190,10 +190,10 @@ void SimLight::integrateLines(double firstEnd, double lineStep, double exposure,
     return;
   }
   const double lastEnd = firstEnd + (count - 1) * lineStep;
-  const bool empty = spec_.segments.empty() || !(exposure > 0.0);
+  const bool empty = params_.segments.empty() || !(exposure > 0.0);
   const int first = empty ? 0 : segmentAt(firstEnd - exposure);
   if (!empty && lastEnd < segmentEnd(first)) {
-    integrateSegmentLines(spec_.segments[first], firstEnd, lineStep, exposure, count, out);
+    integrateSegmentLines(params_.segments[first], firstEnd, lineStep, exposure, count, out);
     return;
   }
   for (int k = 0; k < count; ++k) {
@@ -243,10 +243,10 @@ void SimLight::integrateSegmentLines(const SimLightSegment& segment, double firs
 }
 
 int SimLight::dominantMainsHz(double t) const {
-  if (spec_.segments.empty()) {
+  if (params_.segments.empty()) {
     return 0;
   }
-  const SimLightSegment& segment = spec_.segments[segmentAt(t)];
+  const SimLightSegment& segment = params_.segments[segmentAt(t)];
   double total = 0.0;
   for (const SimLightComponent& c : segment.components) {
     total += c.level;

@@ -47,7 +47,7 @@ struct SimLightSegment {
   std::vector<SimLightComponent> components;
 };
 
-struct SimLightSpec {
+struct SimLightParams {
   std::vector<SimLightSegment> segments;  // in time order; empty means darkness
 };
 
@@ -61,7 +61,7 @@ SimLightComponent makePwmLightComponent(double pwmHz, double duty, double level,
 
 class SimLight {
  public:
-  explicit SimLight(SimLightSpec spec);
+  explicit SimLight(SimLightParams params);
 
   // Light at time t (seconds).
   double intensity(double t) const;
@@ -77,7 +77,7 @@ class SimLight {
   // when no mains-driven ripple of practical depth (1 %) is present.
   int dominantMainsHz(double t) const;
 
-  const SimLightSpec& spec() const { return spec_; }
+  const SimLightParams& params() const { return params_; }
 
  private:
   int segmentAt(double t) const;
@@ -85,7 +85,7 @@ class SimLight {
   void integrateSegmentLines(const SimLightSegment& segment, double firstEnd, double lineStep,
                              double exposure, int count, double* out) const;
 
-  SimLightSpec spec_;
+  SimLightParams params_;
 };
 
 }  // namespace flicker_sim

@@ -20,7 +20,7 @@ constexpr double kQuantisationVariance = 1.0 / 12.0;
 }  // namespace
 
 double SimPixelModel::dnPerElectron(double gain) const {
-  return gain * static_cast<double>(spec_.maxDn) / spec_.fullWellE;
+  return gain * static_cast<double>(params_.maxDn) / params_.fullWellE;
 }
 
 double SimPixelModel::clippedMean(double mean, double variance, double clip, double* belowClip) {
@@ -49,11 +49,11 @@ int64_t SimPixelModel::windowSum(double meanE, double spreadE2, int pixels, doub
   meanE = std::max(0.0, meanE);
   spreadE2 = std::max(0.0, spreadE2);
   const double k = dnPerElectron(gain);
-  const double read = k * spec_.readNoiseE;
+  const double read = k * params_.readNoiseE;
   const double noiseVar = k * k * meanE + read * read + kQuantisationVariance;
   double below = 1.0;
-  const double mean =
-      clippedMean(k * meanE, noiseVar + k * k * spreadE2, static_cast<double>(spec_.maxDn), &below);
+  const double mean = clippedMean(k * meanE, noiseVar + k * k * spreadE2,
+                                  static_cast<double>(params_.maxDn), &below);
   const double n = static_cast<double>(pixels);
   const double sigma = std::sqrt(n * noiseVar * below);
   const double sum = n * mean + sigma * rng->gaussian();

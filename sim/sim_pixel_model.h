@@ -23,7 +23,7 @@ namespace flicker_sim {
 
 class SimRandom;
 
-struct SimPixelSpec {
+struct SimPixelParams {
   double fullWellE = 6000.0;  // electrons that fill the ADC range at unit gain
   double readNoiseE = 2.5;    // read noise, electrons rms
   int maxDn = 1023;           // 10-bit pixel values
@@ -31,7 +31,7 @@ struct SimPixelSpec {
 
 class SimPixelModel {
  public:
-  explicit SimPixelModel(const SimPixelSpec& spec) : spec_(spec) {}
+  explicit SimPixelModel(const SimPixelParams& params) : params_(params) {}
 
   // Digital numbers per electron at this analog gain.
   double dnPerElectron(double gain) const;
@@ -45,10 +45,10 @@ class SimPixelModel {
   // probability that X stays below clip.
   static double clippedMean(double mean, double variance, double clip, double* belowClip);
 
-  const SimPixelSpec& spec() const { return spec_; }
+  const SimPixelParams& params() const { return params_; }
 
  private:
-  SimPixelSpec spec_;
+  SimPixelParams params_;
 };
 
 }  // namespace flicker_sim

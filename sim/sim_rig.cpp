@@ -7,8 +7,8 @@ namespace flicker_sim {
 SimRig::SimRig(const SimScenario& scenario)
     : light_(std::make_shared<const SimLight>(scenario.light)) {
   uint64_t state = scenario.seed;
-  for (const SimSensorSpec& spec : scenario.sensors) {
-    sensors_.push_back(std::make_unique<SimSensor>(spec, light_, SimRandom::splitmix(&state)));
+  for (const SimSensorParams& params : scenario.sensors) {
+    sensors_.push_back(std::make_unique<SimSensor>(params, light_, SimRandom::splitmix(&state)));
   }
 }
 

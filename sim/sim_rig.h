@@ -1,7 +1,7 @@
 // The simulated sensors of one scenario around their shared light.
 //
 // Builds one SimLight from the scenario's light timeline and one SimSensor per
-// sensor spec, each seeded independently from the scenario seed, so a run of
+// sensor params, each seeded independently from the scenario seed, so a run of
 // any number of sensors is reproducible. The closed-loop runner drives each
 // sensor's nextFrame / applyResult in turn. Not thread-safe as a whole; each
 // sensor may be driven from its own thread since they share only the

@@ -18,15 +18,15 @@ constexpr double kFloodlightLevel = 2.0e7;
 constexpr double kDrift50 = 0.03;
 constexpr double kDrift60 = -0.02;
 
-SimLightSpec oneSegment(std::vector<SimLightComponent> components) {
-  SimLightSpec spec;
-  spec.segments.push_back({0.0, std::move(components)});
-  return spec;
+SimLightParams oneSegment(std::vector<SimLightComponent> components) {
+  SimLightParams params;
+  params.segments.push_back({0.0, std::move(components)});
+  return params;
 }
 
 // 4000 x 3000 at 30 fps: 10 us per line, 30 ms readout.
-SimSensorSpec mainCamera() {
-  SimSensorSpec s;
+SimSensorParams mainCamera() {
+  SimSensorParams s;
   s.geometry.sensorMode = 1;
   s.geometry.tgWidth = 4000;
   s.geometry.tgHeight = 3000;
@@ -40,8 +40,8 @@ SimSensorSpec mainCamera() {
 
 // A binned read-out: the statistics image has twice the lines of the TG
 // output, so the manager doubles the line length (2400 -> 4800 clocks).
-SimSensorSpec binnedCamera() {
-  SimSensorSpec s = mainCamera();
+SimSensorParams binnedCamera() {
+  SimSensorParams s = mainCamera();
   s.geometry.sensorMode = 2;
   s.geometry.tgWidth = 2000;
   s.geometry.tgHeight = 1500;
@@ -53,7 +53,7 @@ void office50(SimScenario* s) {
   s->description = "magnetic fluorescent on 50 Hz mains, textured office, hand-held";
   s->light = oneSegment(
       {makeLightComponent(SimLightType::kMagneticFluorescent, 50.0, kOfficeLevel, kDrift50, 0.4)});
-  SimSensorSpec sensor = mainCamera();
+  SimSensorParams sensor = mainCamera();
   sensor.scene.shakeAmplitude = 0.004;
   sensor.scene.shakeHz = 3.0;
   s->sensors = {sensor};
@@ -64,7 +64,7 @@ void home60(SimScenario* s) {
   s->light = oneSegment(
       {makeLightComponent(SimLightType::kRectifiedLed, 60.0, 0.7 * kHomeLevel, kDrift60, 1.1),
        makeLightComponent(SimLightType::kIncandescent, 60.0, 0.3 * kHomeLevel, kDrift60, 1.1)});
-  SimSensorSpec sensor = binnedCamera();
+  SimSensorParams sensor = binnedCamera();
   sensor.scene.meanReflectance = 0.25;
   sensor.scene.shakeAmplitude = 0.003;
   sensor.scene.shakeHz = 2.0;
@@ -84,7 +84,7 @@ void lightSwitch(SimScenario* s) {
 void daylight(SimScenario* s) {
   s->description = "steady daylight through a window, no flicker";
   s->light = oneSegment({makeLightComponent(SimLightType::kDaylight, 0.0, kDaylightLevel)});
-  SimSensorSpec sensor = mainCamera();
+  SimSensorParams sensor = mainCamera();
   sensor.scene.shakeAmplitude = 0.004;
   sensor.scene.shakeHz = 3.0;
   s->sensors = {sensor};
@@ -94,7 +94,7 @@ void pan60(SimScenario* s) {
   s->description = "pan across a scene under 60 Hz fluorescent, with a moving lamp";
   s->light = oneSegment(
       {makeLightComponent(SimLightType::kMagneticFluorescent, 60.0, kOfficeLevel, kDrift60, 2.0)});
-  SimSensorSpec sensor = binnedCamera();
+  SimSensorParams sensor = binnedCamera();
   sensor.scene.panX = 0.3;
   sensor.scene.panY = 0.08;
   SimMovingObject lamp;
@@ -112,7 +112,7 @@ void brightShort(SimScenario* s) {
   s->description = "very bright 50 Hz LED floodlight: exposures stay below one period";
   s->light = oneSegment(
       {makeLightComponent(SimLightType::kRectifiedLed, 50.0, kFloodlightLevel, kDrift50, 0.2)});
-  SimSensorSpec sensor = mainCamera();
+  SimSensorParams sensor = mainCamera();
   sensor.scene.textureContrast = 0.4;
   s->sensors = {sensor};
 }
@@ -121,7 +121,7 @@ void static120(SimScenario* s) {
   s->description = "flat wall under 60 Hz light at exactly 30 fps: the 120 Hz ripple sits still";
   s->light = oneSegment(
       {makeLightComponent(SimLightType::kMagneticFluorescent, 60.0, kOfficeLevel, 0.0, 0.9)});
-  SimSensorSpec sensor = mainCamera();
+  SimSensorParams sensor = mainCamera();
   sensor.scene.texture = SimTexture::kFlatWall;
   s->sensors = {sensor};
 }
@@ -129,7 +129,7 @@ void static120(SimScenario* s) {
 void gratingDaylight(SimScenario* s) {
   s->description = "steady light on horizontal stripes close to the 100 Hz band period";
   s->light = oneSegment({makeLightComponent(SimLightType::kDaylight, 0.0, kOfficeLevel)});
-  SimSensorSpec sensor = mainCamera();
+  SimSensorParams sensor = mainCamera();
   sensor.scene.texture = SimTexture::kGrating;
   // 100 Hz bands are 1000 lines apart at 10 us per line; 3.1 stripes per
   // 3000-line frame are 968 lines apart.
@@ -149,7 +149,7 @@ void aeTakesOver(SimScenario* s) {
   s->description =
       "office-50hz; AE drives a 3-frame detection cycle for frames 60-119, then "
       "detection is switched off for frames 150-179";
-  SimSensorSpec& sensor = s->sensors.front();
+  SimSensorParams& sensor = s->sensors.front();
   sensor.controls.push_back({60, 119, SimControl::kAeDetectCycle, 3});
   sensor.controls.push_back({150, 179, SimControl::kFlkEnable, 0});
 }
@@ -157,7 +157,7 @@ void aeTakesOver(SimScenario* s) {
 void dualSensor50(SimScenario* s) {
   office50(s);
   s->description = "two sensors of different geometry and frame rate under one 50 Hz light";
-  SimSensorSpec second = binnedCamera();
+  SimSensorParams second = binnedCamera();
   second.geometry.frameWidth = 2000;
   second.geometry.frameHeight = 1500;
   second.geometry.tgHeight = 1500;

@@ -1,6 +1,6 @@
 // Scenario description of a simulation run, and the built-in presets.
 //
-// A scenario is one light timeline shared by all sensors, one SimSensorSpec
+// A scenario is one light timeline shared by all sensors, one SimSensorParams
 // per sensor (geometry, scene and motion, pixel model, auto exposure, frame
 // rate, exposure-control overrides), a seed and a suggested run length. All
 // of it is plain data: a tool may start from a preset and change any field.
@@ -34,8 +34,8 @@ struct SimScenario {
   std::string description;
   uint64_t seed = 1;
   int frameCount = 300;  // suggested run length
-  SimLightSpec light;
-  std::vector<SimSensorSpec> sensors;
+  SimLightParams light;
+  std::vector<SimSensorParams> sensors;
 };
 
 // Names of the built-in presets, in a stable order.

@@ -41,9 +41,9 @@ double overlap(double a0, double a1, double b0, double b1) {
 
 }  // namespace
 
-SimScene::SimScene(const SimSceneSpec& spec, uint64_t seed)
-    : spec_(spec), map_(static_cast<size_t>(kRows) * kCols, spec.meanReflectance) {
-  if (spec_.texture == SimTexture::kNatural) {
+SimScene::SimScene(const SimSceneParams& params, uint64_t seed)
+    : params_(params), map_(static_cast<size_t>(kRows) * kCols, params.meanReflectance) {
+  if (params_.texture == SimTexture::kNatural) {
     buildNatural(seed);
   } else {
     buildFlat();
@@ -90,11 +90,11 @@ void SimScene::buildNatural(uint64_t seed) {
   const double count = static_cast<double>(noise.size());
   const double mean = sum / count;
   const double sigma = std::sqrt(std::max(1e-12, sumSq / count - mean * mean));
-  const double contrast = spec_.textureContrast;
+  const double contrast = params_.textureContrast;
   for (size_t i = 0; i < map_.size(); ++i) {
     // Log-normal reflectance with the requested mean.
     const double z = (noise[i] - mean) / sigma;
-    const double r = spec_.meanReflectance * std::exp(contrast * z - 0.5 * contrast * contrast);
+    const double r = params_.meanReflectance * std::exp(contrast * z - 0.5 * contrast * contrast);
     map_[i] = std::min(kMaxReflectance, std::max(kMinReflectance, r));
   }
 }
@@ -104,9 +104,9 @@ void SimScene::buildFlat() {
     // A lamp above the wall lights the top more than the bottom; the cosine
     // keeps the tiled map continuous.
     const double v = (r + 0.5) * kTileFrames / kRows;
-    const double factor = 1.0 + 0.5 * spec_.wallGradient * std::cos(kPi * v);
+    const double factor = 1.0 + 0.5 * params_.wallGradient * std::cos(kPi * v);
     for (int c = 0; c < kCols; ++c) {
-      map_[static_cast<size_t>(r) * kCols + c] = spec_.meanReflectance * factor;
+      map_[static_cast<size_t>(r) * kCols + c] = params_.meanReflectance * factor;
     }
   }
 }
@@ -139,7 +139,7 @@ void SimScene::rowPrefix(int r, double c, double* sum, double* sumSq) const {
 }
 
 double SimScene::brightness(double timeS) const {
-  const std::vector<SimBrightnessPoint>& points = spec_.brightness;
+  const std::vector<SimBrightnessPoint>& points = params_.brightness;
   if (points.empty()) {
     return 1.0;
   }
@@ -158,10 +158,10 @@ double SimScene::brightness(double timeS) const {
 
 void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidth, int count,
                              double* mean, double* variance) const {
-  const double shake = spec_.shakeAmplitude;
-  const double shakePhase = 2.0 * kPi * spec_.shakeHz * timeS;
-  const double ox = spec_.panX * timeS + shake * std::sin(shakePhase);
-  const double oy = spec_.panY * timeS + shake * std::cos(1.3 * shakePhase);
+  const double shake = params_.shakeAmplitude;
+  const double shakePhase = 2.0 * kPi * params_.shakeHz * timeS;
+  const double ox = params_.panX * timeS + shake * std::sin(shakePhase);
+  const double oy = params_.panY * timeS + shake * std::cos(1.3 * shakePhase);
   const double sv = wrap(v + oy, kTileFrames);
   const double ry = wrap(sv * kRows / kTileFrames - 0.5, kRows);
   const int r0 = static_cast<int>(ry) % kRows;
@@ -169,8 +169,9 @@ void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidt
   const double w = ry - std::floor(ry);
   const double columns = uWidth * kCols / kTileFrames;
   double grating = 1.0;
-  if (spec_.texture == SimTexture::kGrating) {
-    grating = 1.0 + spec_.gratingContrast * std::cos(2.0 * kPi * spec_.gratingCyclesPerFrame * sv);
+  if (params_.texture == SimTexture::kGrating) {
+    grating =
+        1.0 + params_.gratingContrast * std::cos(2.0 * kPi * params_.gratingCyclesPerFrame * sv);
   }
   const double light = brightness(timeS);
   // Windows are adjacent: the prefix integrals at their count + 1 borders
@@ -200,7 +201,7 @@ void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidt
       var = std::max(0.0, sq - m * m) * grating * grating;
       m *= grating;
     }
-    for (const SimMovingObject& o : spec_.objects) {
+    for (const SimMovingObject& o : params_.objects) {
       const double oyPos = objectPosition(o.y, o.vy, o.height, timeS);
       if (v < oyPos || v >= oyPos + o.height || uWidth <= 0.0) {
         continue;

@@ -40,7 +40,7 @@ struct SimBrightnessPoint {
   double factor = 1.0;  // scene brightness factor; linear between points
 };
 
-struct SimSceneSpec {
+struct SimSceneParams {
   SimTexture texture = SimTexture::kNatural;
   double meanReflectance = 0.18;       // mean of the texture
   double textureContrast = 0.6;        // natural: std of log reflectance
@@ -56,7 +56,7 @@ struct SimSceneSpec {
 
 class SimScene {
  public:
-  SimScene(const SimSceneSpec& spec, uint64_t seed);
+  SimScene(const SimSceneParams& params, uint64_t seed);
 
   // Mean and variance of the reflectance of `count` windows of one image
   // line. `v` is the line's vertical position in the frame (0 top, 1 bottom),
@@ -69,7 +69,7 @@ class SimScene {
   // Scene brightness factor at time t.
   double brightness(double timeS) const;
 
-  const SimSceneSpec& spec() const { return spec_; }
+  const SimSceneParams& params() const { return params_; }
 
  private:
   void buildNatural(uint64_t seed);
@@ -79,7 +79,7 @@ class SimScene {
   // square.
   void rowPrefix(int r, double c, double* sum, double* sumSq) const;
 
-  SimSceneSpec spec_;
+  SimSceneParams params_;
   std::vector<double> map_;      // rows x cols reflectance
   std::vector<double> prefix_;   // rows x (cols + 1)
   std::vector<double> prefix2_;  // rows x (cols + 1), of squares

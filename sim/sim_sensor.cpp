@@ -36,22 +36,22 @@ double phaseMiss(double cycles) {
 
 }  // namespace
 
-SimSensor::SimSensor(const SimSensorSpec& spec, std::shared_ptr<const SimLight> light,
+SimSensor::SimSensor(const SimSensorParams& params, std::shared_ptr<const SimLight> light,
                      uint64_t seed)
-    : spec_(spec),
+    : params_(params),
       light_(std::move(light)),
-      scene_(spec.scene, deriveSeed(seed, kSceneStream)),
-      pixel_(spec.pixel),
-      ae_(spec.ae),
+      scene_(params.scene, deriveSeed(seed, kSceneStream)),
+      pixel_(params.pixel),
+      ae_(params.ae),
       rng_(deriveSeed(seed, kNoiseStream)) {
-  const double readout = spec_.geometry.frameHeight * spec_.geometry.lineTimeSeconds();
+  const double readout = params_.geometry.frameHeight * params_.geometry.lineTimeSeconds();
   const double nominal =
-      std::max(1.0 / std::max(1e-3, spec_.framesPerSecond), readout + kMinBlankingS);
+      std::max(1.0 / std::max(1e-3, params_.framesPerSecond), readout + kMinBlankingS);
   ae_.setMaxExposure(nominal - kExposureMarginS);
 }
 
 SimConfig SimSensor::config() const {
-  const SimGeometry& g = spec_.geometry;
+  const SimGeometry& g = params_.geometry;
   SimConfig c;
   c.sensorMode = g.sensorMode;
   c.hbinWidth = g.reducedWidth();
@@ -60,10 +60,10 @@ SimConfig SimSensor::config() const {
   c.tgHeight = g.tgHeight;
   c.pixelClk = g.pixelClockHz;
   c.pixelsInLine = g.pixelsInLine;
-  c.sensorType = spec_.sensorType;
-  c.flickerMode = spec_.flickerMode;
-  c.isMaster = spec_.isMaster;
-  c.aeTargetMode = spec_.aeTargetMode;
+  c.sensorType = params_.sensorType;
+  c.flickerMode = params_.flickerMode;
+  c.isMaster = params_.isMaster;
+  c.aeTargetMode = params_.aeTargetMode;
   c.sensorBinningRatio = g.sensorBinning;
   return c;
 }
@@ -77,7 +77,7 @@ SimSensor::Controls SimSensor::resolveControls(int index) {
   // The last override covering this frame wins for its field.
   auto forced = [&](SimControl field, int* value) {
     bool found = false;
-    for (const SimControlOverride& o : spec_.controls) {
+    for (const SimControlOverride& o : params_.controls) {
       if (o.field == field && index >= o.firstFrame && index <= o.lastFrame) {
         *value = o.value;
         found = true;
@@ -86,14 +86,14 @@ SimSensor::Controls SimSensor::resolveControls(int index) {
     return found;
   };
   Controls c;
-  c.pixelMode = spec_.geometry.pixelMode;
+  c.pixelMode = params_.geometry.pixelMode;
   forced(SimControl::kPixelMode, &c.pixelMode);
   c.pixelMode = std::min(31, std::max(0, c.pixelMode));
   const bool modeChanged = last_pixel_mode_ >= 0 && c.pixelMode != last_pixel_mode_;
   last_pixel_mode_ = c.pixelMode;
   c.statValid = (index == 0 || modeChanged) ? 0 : 1;
   c.needReinit = modeChanged ? 1 : 0;
-  c.flkEnable = spec_.flickerDetectionEnabled ? 1 : 0;
+  c.flkEnable = params_.flickerDetectionEnabled ? 1 : 0;
   forced(SimControl::kFlkEnable, &c.flkEnable);
   c.doFlkDetection = (c.flkEnable != 0 && ae_.converged()) ? 1 : 0;
   forced(SimControl::kDoFlkDetection, &c.doFlkDetection);
@@ -105,7 +105,7 @@ SimSensor::Controls SimSensor::resolveControls(int index) {
 
 double SimSensor::framePeriod(const Controls& controls, double readoutS) const {
   const double nominal =
-      std::max(1.0 / std::max(1e-3, spec_.framesPerSecond), readoutS + kMinBlankingS);
+      std::max(1.0 / std::max(1e-3, params_.framesPerSecond), readoutS + kMinBlankingS);
   if (frame_rate_active_ != 1 || controls.doFlkDetection == 0) {
     return nominal;
   }
@@ -150,17 +150,17 @@ void SimSensor::renderStatistics(const SimGeometry& g, double sof, double exposu
     }
   }
   const double pixels = static_cast<double>(lines) * 6.0 * winW;
-  frame->meanLevel = pixels > 0.0 ? total / (pixels * pixel_.spec().maxDn) : 0.0;
+  frame->meanLevel = pixels > 0.0 ? total / (pixels * pixel_.params().maxDn) : 0.0;
 }
 
 void SimSensor::nextFrame(SimFrame* frame) {
   const int index = frame_index_;
   const Controls c = resolveControls(index);
-  SimGeometry g = spec_.geometry;
+  SimGeometry g = params_.geometry;
   g.pixelMode = c.pixelMode;
   const double lt = g.lineTimeSeconds();
   const double readout = g.frameHeight * lt;
-  const double sof = index == 0 ? spec_.startTimeS : last_sof_ + framePeriod(c, readout);
+  const double sof = index == 0 ? params_.startTimeS : last_sof_ + framePeriod(c, readout);
   // The sensor counts exposure in whole lines.
   double exposure = ae_.exposureS();
   if (lt > 0.0) {
@@ -188,9 +188,9 @@ void SimSensor::nextFrame(SimFrame* frame) {
   }
 
   frame->exposureTime = static_cast<int32_t>(std::llround(exposure * 1e6));
-  frame->twinType = spec_.twinType;
-  frame->twinWinX = spec_.twinWinX;
-  frame->twinWinY = spec_.twinWinY;
+  frame->twinType = params_.twinType;
+  frame->twinWinX = params_.twinWinX;
+  frame->twinWinY = params_.twinWinY;
   frame->width = g.frameWidth;
   frame->height = g.frameHeight;
   frame->doFlkDetection = c.doFlkDetection;

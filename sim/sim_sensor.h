@@ -9,7 +9,7 @@
 // The exposure-control fields of each frame are driven as an exposure control
 // drives them, unless a SimControlOverride says otherwise for a frame range:
 //  - flkEnable: 1 while anti-banding detection is enabled for the stream
-//    (SimSensorSpec::flickerDetectionEnabled).
+//    (SimSensorParams::flickerDetectionEnabled).
 //  - doFlkDetection: 1 while flkEnable is 1 and the auto exposure has settled
 //    (metering within tolerance of its target); a converging AE holds off
 //    detection because its frames differ in brightness.
@@ -65,11 +65,11 @@ struct SimControlOverride {
   int value = 0;
 };
 
-struct SimSensorSpec {
+struct SimSensorParams {
   SimGeometry geometry;
-  SimSceneSpec scene;
-  SimPixelSpec pixel;
-  SimAeSpec ae;
+  SimSceneParams scene;
+  SimPixelParams pixel;
+  SimAeParams ae;
   double framesPerSecond = 30.0;
   double startTimeS = 0.1;  // readout start of the first frame on the light's clock
   // What the framework passes to SetParam.
@@ -87,7 +87,7 @@ struct SimSensorSpec {
 
 class SimSensor {
  public:
-  SimSensor(const SimSensorSpec& spec, std::shared_ptr<const SimLight> light, uint64_t seed);
+  SimSensor(const SimSensorParams& params, std::shared_ptr<const SimLight> light, uint64_t seed);
 
   // Produces the next frame into `frame`, reusing its statistics storage.
   void nextFrame(SimFrame* frame);
@@ -100,12 +100,12 @@ class SimSensor {
 
   // What the framework passes to Config and SetParam for this stream.
   SimConfig config() const;
-  // Geometry of the stream at its start (pixel mode of the spec).
-  const SimGeometry& geometry() const { return spec_.geometry; }
+  // Geometry of the stream at its start (pixel mode of the params).
+  const SimGeometry& geometry() const { return params_.geometry; }
   // Line time the manager derives for this stream (seconds per statistics line).
-  double lineTimeSeconds() const { return spec_.geometry.lineTimeSeconds(); }
+  double lineTimeSeconds() const { return params_.geometry.lineTimeSeconds(); }
   int framesProduced() const { return frame_index_; }
-  const SimSensorSpec& spec() const { return spec_; }
+  const SimSensorParams& params() const { return params_; }
 
  private:
   struct Controls {
@@ -122,7 +122,7 @@ class SimSensor {
   void renderStatistics(const SimGeometry& geometry, double sof, double exposure, double gain,
                         SimFrame* frame);
 
-  SimSensorSpec spec_;
+  SimSensorParams params_;
   std::shared_ptr<const SimLight> light_;
   SimScene scene_;
   SimPixelModel pixel_;

@@ -79,16 +79,16 @@ const TraceRow kTraceRows[] = {
 };
 // clang-format on
 
-FrameSpec specFor(char c) {
-  FrameSpec spec;
-  spec.doFlkDetection = c != 'q';
-  spec.flkEnable = c != 'x';
-  spec.aeDetectCycle = c == '-' ? -1 : (c >= '1' && c <= '9' ? c - '0' : 0);
-  spec.width = c == 'w' ? 1300 : spec.width;
-  spec.height = c == 'h' ? 400 : spec.height;
-  spec.pixelMode = c == 'p' ? 1 : (c == 'P' ? 32 : 0);
-  spec.needReinit = c == 'r';
-  return spec;
+FrameSetup paramsFor(char c) {
+  FrameSetup params;
+  params.doFlkDetection = c != 'q';
+  params.flkEnable = c != 'x';
+  params.aeDetectCycle = c == '-' ? -1 : (c >= '1' && c <= '9' ? c - '0' : 0);
+  params.width = c == 'w' ? 1300 : params.width;
+  params.height = c == 'h' ? 400 : params.height;
+  params.pixelMode = c == 'p' ? 1 : (c == 'P' ? 32 : 0);
+  params.needReinit = c == 'r';
+  return params;
 }
 
 class TraceTest : public CalcTest, public ::testing::WithParamInterface<int> {};
@@ -105,7 +105,7 @@ TEST_P(TraceTest, CollectsPairsAndWakesTheWorker) {
   fp::clearAlgoCalls();
   DetectRecorder recorder;
   for (int n = 1; row.frames[n - 1] != '\0'; ++n) {
-    rig.frame(specFor(row.frames[n - 1]));
+    rig.frame(paramsFor(row.frames[n - 1]));
     const auto due = std::count_if(row.expect.begin(), row.expect.end(),
                                    [n](const auto& p) { return std::max(p.first, p.second) <= n; });
     ASSERT_TRUE(recorder.waitFor(due)) << "detection " << due << " missing after frame " << n;

@@ -53,11 +53,11 @@ TEST_F(ConcurrencyTest, WakeUpsDuringAnAnalysisMergeIntoOne) {
   rig.bringUp();
   DetectRecorder recorder;
   fp::holdDetections(true);
-  FrameSpec spec;
-  spec.aeDetectCycle = 1;
-  rig.frames(4, spec);
+  FrameSetup params;
+  params.aeDetectCycle = 1;
+  rig.frames(4, params);
   ASSERT_TRUE(fp::waitDetectEntered(kWaitMs));
-  rig.frames(10, spec);  // six more completed pairs while the worker is held
+  rig.frames(10, params);  // six more completed pairs while the worker is held
   fp::releaseDetections();
   ASSERT_TRUE(recorder.waitFor(2));
   rig.shutDown();

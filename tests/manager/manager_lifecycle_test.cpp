@@ -103,9 +103,9 @@ TEST_F(LifecycleTest, ResultRecordBytes) {
   // Fixed 60 Hz with AE driving a cycle: detection runs, the state stays 60.
   fp::scriptDetectResults({{FLK_FREQ_50HZ, 77, -88}});
   rig.bringUp(makeConfig(), makeInput(FLICKER_MODE_60HZ));
-  FrameSpec spec;
-  spec.aeDetectCycle = 3;
-  rig.frames(4, spec);  // frames 3 and 4 form the pair
+  FrameSetup params;
+  params.aeDetectCycle = 3;
+  rig.frames(4, params);  // frames 3 and 4 form the pair
   ASSERT_TRUE(recorder.waitFor(1));
   ASSERT_TRUE(rig.mgr().Stop());  // joins the worker: the analysis is complete
   rig.mgr().LightWeightReConfig(makeConfig(1));

@@ -14,7 +14,7 @@ DetectRecorder::DetectRecorder() {
   });
 }
 
-int SensorRig::frame(const FrameSpec& s) {
+int SensorRig::frame(const FrameSetup& s) {
   const int64_t id = ++frameNo_;
   memcpy(stats_.data(), &id, sizeof(id));
   // clang-format off

@@ -54,7 +54,7 @@ inline flicker_input_info makeInput(int flickerMode = FLICKER_MODE_AUTO, int sen
 
 // Per-frame inputs of DoCalculation, apart from the buffer and timing that
 // the rig fills in.
-struct FrameSpec {
+struct FrameSetup {
   int32_t width = 1200, height = 300, pixelMode = 0;
   int32_t flkEnable = 1, statValid = 1, doFlkDetection = 1;
   int32_t aeDetectCycle = 0, needReinit = 0, exposureTime = kExposureUs;
@@ -107,11 +107,11 @@ class SensorRig {
     if (start)
       mgr_->Start(flicker_start_info{});
   }
-  int frame(const FrameSpec& spec = FrameSpec());
-  // Frames until `count` have been sent, all with `spec`; returns their results.
-  std::vector<int> frames(int count, const FrameSpec& spec = FrameSpec()) {
+  int frame(const FrameSetup& params = FrameSetup());
+  // Frames until `count` have been sent, all with `params`; returns their results.
+  std::vector<int> frames(int count, const FrameSetup& params = FrameSetup()) {
     std::vector<int> results;
-    while (frameNo_ < count) results.push_back(frame(spec));
+    while (frameNo_ < count) results.push_back(frame(params));
     return results;
   }
   void shutDown() {

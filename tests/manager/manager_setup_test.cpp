@@ -40,9 +40,9 @@ void setUpAlgorithm(int idx, int sensorType, int sensorMode, int frameHeight, in
   SensorRig rig(idx);
   rig.bringUp(makeConfig(sensorMode, frameHeight, pixelsInLine, tgHeight, pclk),
               makeInput(FLICKER_MODE_AUTO, sensorType, sensorMode));
-  FrameSpec spec;
-  spec.height = frameHeight;
-  rig.frames(3, spec);
+  FrameSetup params;
+  params.height = frameHeight;
+  rig.frames(3, params);
   rig.shutDown();
 }
 

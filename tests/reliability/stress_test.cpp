@@ -64,7 +64,7 @@ int drive(int idx, uint32_t seed, const std::function<bool()>& keepGoing, Progre
   std::mt19937 rng(seed);
   auto below = [&rng](int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng); };
   std::discrete_distribution<int> pick(kOpWeights);
-  FrameSpec requested;  // the exposure control's requests for the stream
+  FrameSetup requested;  // the exposure control's requests for the stream
   bool buffersHeld = false;
   int bad = 0;
   while (keepGoing()) {
@@ -106,12 +106,12 @@ int drive(int idx, uint32_t seed, const std::function<bool()>& keepGoing, Progre
       case kFrames:
         // A few frames of each batch deviate from the requests.
         for (int i = 1 + below(8); i > 0; --i) {
-          FrameSpec spec = requested;
-          spec.doFlkDetection = below(4) != 0 ? 1 : 0;
-          spec.flkEnable = below(64) != 0 ? 1 : 0;
-          spec.statValid = below(32) != 0 ? 1 : 0;
-          spec.needReinit = below(64) == 0 ? 1 : 0;
-          rig.frame(spec);
+          FrameSetup params = requested;
+          params.doFlkDetection = below(4) != 0 ? 1 : 0;
+          params.flkEnable = below(64) != 0 ? 1 : 0;
+          params.statValid = below(32) != 0 ? 1 : 0;
+          params.needReinit = below(64) == 0 ? 1 : 0;
+          rig.frame(params);
         }
         break;
       case kResult: {

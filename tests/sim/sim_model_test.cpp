@@ -54,13 +54,13 @@ TEST(SimLightTest, ClosedFormIntegralAndGroundTruthPerLamp) {
           << c.dominantHz;
     }
   }
-  const SimLight dark{SimLightSpec{}};  // no segment at all
+  const SimLight dark{SimLightParams{}};  // no segment at all
   EXPECT_EQ(dark.integrate(0.0, 1.0), 0.0);
   EXPECT_EQ(dark.dominantMainsHz(0.0), 0);
 }
 
 TEST(SimLightTest, LineIntegralsMatchPerLineIntegralsAcrossALightSwitch) {
-  const SimLight light(SimLightSpec{
+  const SimLight light(SimLightParams{
       {{0.0, {makeLightComponent(SimLightType::kMagneticFluorescent, 50.0, 2e5, 0.01)}},
        {1.0, {makeLightComponent(SimLightType::kRectifiedLed, 60.0, 1e5, 0.0, 0.4)}}}});
   std::vector<double> lines(3000);
@@ -101,9 +101,9 @@ class PhotonTransferTest : public ::testing::TestWithParam<double> {};
 // gain (DN per electron), and the read noise sets the floor in the dark.
 TEST_P(PhotonTransferTest, VarianceGrowsWithTheMeanByTheConversionGain) {
   const double gain = GetParam();
-  const SimPixelModel model(SimPixelSpec{});
-  const SimPixelSpec& spec = model.spec();
-  const double conversion = gain * spec.maxDn / spec.fullWellE;
+  const SimPixelModel model(SimPixelParams{});
+  const SimPixelParams& params = model.params();
+  const double conversion = gain * params.maxDn / params.fullWellE;
   SimRandom rng(11);
   const Moments low = drawSums(model, 100.0 / gain, gain, &rng);
   const Moments high = drawSums(model, 1500.0 / gain, gain, &rng);
@@ -112,7 +112,7 @@ TEST_P(PhotonTransferTest, VarianceGrowsWithTheMeanByTheConversionGain) {
   const Moments dark = drawSums(model, 2.0, gain, &rng);
   // Shot noise of two electrons, read noise, and the rounding to whole DN.
   const double floor =
-      conversion * conversion * (2.0 + spec.readNoiseE * spec.readNoiseE) + 1.0 / 12.0;
+      conversion * conversion * (2.0 + params.readNoiseE * params.readNoiseE) + 1.0 / 12.0;
   EXPECT_NEAR(dark.variance / kPixels / floor, 1.0, 0.08);
 }
 
@@ -120,19 +120,19 @@ TEST_P(PhotonTransferTest, VarianceGrowsWithTheMeanByTheConversionGain) {
 INSTANTIATE_TEST_SUITE_P(Gains, PhotonTransferTest, ::testing::Values(1.0, 2.0, 4.0));
 
 TEST(SimPixelModelTest, SumsSaturateAtFullScaleAndLoseTheirNoise) {
-  const SimPixelModel model(SimPixelSpec{});
+  const SimPixelModel model(SimPixelParams{});
   SimRandom rng(5);
-  const double fullScale = static_cast<double>(kPixels) * model.spec().maxDn;
+  const double fullScale = static_cast<double>(kPixels) * model.params().maxDn;
   double previous = -1.0;
   // From half to three times the full well: brighter never reads darker
   // (saturated sums may tie) nor past full scale.
   for (double fraction : {0.5, 0.8, 0.95, 1.0, 1.1, 1.5, 3.0}) {
-    const Moments m = drawSums(model, fraction * model.spec().fullWellE, 1.0, &rng);
+    const Moments m = drawSums(model, fraction * model.params().fullWellE, 1.0, &rng);
     EXPECT_TRUE(m.mean > previous - 1.0 && m.mean <= fullScale + 1.0) << fraction;
     previous = m.mean;
   }
   // Well past the full well every pixel is clipped: full scale, no noise.
-  const Moments clipped = drawSums(model, 1.5 * model.spec().fullWellE, 1.0, &rng);
+  const Moments clipped = drawSums(model, 1.5 * model.params().fullWellE, 1.0, &rng);
   EXPECT_NEAR(clipped.mean, fullScale, 1.0);
   EXPECT_LT(clipped.variance, 1.0);
   EXPECT_EQ(model.windowSum(100.0, 0.0, 0, 1.0, &rng), 0);  // no pixel

@@ -34,18 +34,19 @@ class LineTimeTest : public ::testing::TestWithParam<LineCase> {};
 // a flat wall shows bands 1 / (100 Hz * line time) lines apart.
 TEST_P(LineTimeTest, BandsAreSpacedByTheManagersLineTime) {
   const LineCase& c = GetParam();
-  SimSensorSpec spec = flatWallSensor(1e-3);
-  spec.geometry.frameHeight = c.frameHeight;
-  spec.geometry.tgHeight = c.tgHeight;
-  spec.geometry.pixelsInLine = c.pixelsInLine;
-  spec.geometry.sensorBinning = c.sensorBinning;
-  spec.geometry.pixelMode = c.pixelMode;
-  EXPECT_EQ(spec.geometry.lineLengthClocks(), c.managerClocks) << c.what;
+  SimSensorParams params = flatWallSensor(1e-3);
+  params.geometry.frameHeight = c.frameHeight;
+  params.geometry.tgHeight = c.tgHeight;
+  params.geometry.pixelsInLine = c.pixelsInLine;
+  params.geometry.sensorBinning = c.sensorBinning;
+  params.geometry.pixelMode = c.pixelMode;
+  EXPECT_EQ(params.geometry.lineLengthClocks(), c.managerClocks) << c.what;
   const double lineTime = c.managerClocks / 480e6;
-  EXPECT_DOUBLE_EQ(spec.geometry.lineTimeSeconds(), lineTime) << c.what;
-  SimSensor sensor(spec, lightOf({makeLightComponent(SimLightType::kIncandescent, 50.0, 4e6)}), 7);
+  EXPECT_DOUBLE_EQ(params.geometry.lineTimeSeconds(), lineTime) << c.what;
+  SimSensor sensor(params, lightOf({makeLightComponent(SimLightType::kIncandescent, 50.0, 4e6)}),
+                   7);
   const SimFrame frame = sensor.nextFrame();
-  ASSERT_EQ(frame.stats.size(), static_cast<size_t>(spec.geometry.statEntries())) << c.what;
+  ASSERT_EQ(frame.stats.size(), static_cast<size_t>(params.geometry.statEntries())) << c.what;
   EXPECT_TRUE(bandsAt(lineProfile(frame), 100.0 * lineTime)) << c.what;
 }
 
@@ -193,7 +194,7 @@ TEST_P(AutoExposureTest, SettlesOnTheAntiBandingGrid) {
     rig.sensor(0)->nextFrame(&frame);
   }
   EXPECT_TRUE(frame.aeConverged);
-  EXPECT_NEAR(frame.meanLevel / rig.sensor(0)->spec().ae.targetLevel, 1.0, 0.15);
+  EXPECT_NEAR(frame.meanLevel / rig.sensor(0)->params().ae.targetLevel, 1.0, 0.15);
   EXPECT_EQ(frame.doFlkDetection, 1);
   EXPECT_EQ(frame.exposureTime, std::llround(frame.exposureS * 1e6));
   const double periods = frame.exposureS / (c.period > 0.0 ? c.period : 1.0 / 120.0);
@@ -274,7 +275,7 @@ TEST_P(PresetTest, YieldsWellFormedFramesForEverySensor) {
       const auto [lo, hi] = std::minmax_element(frame.stats.begin(), frame.stats.end());
       EXPECT_TRUE(*lo >= 0 && *hi <= 1023LL * frame.windowWidth + 64) << *lo << ".." << *hi;
       EXPECT_GT(frame.exposureTime, 0);
-      EXPECT_LT(frame.exposureS, 1.0 / rig.sensor(s)->spec().framesPerSecond);
+      EXPECT_LT(frame.exposureS, 1.0 / rig.sensor(s)->params().framesPerSecond);
     }
   }
 }

@@ -79,8 +79,8 @@ inline bool bandsAt(const std::vector<double>& y, double nu) {
 
 // A flat wall without gradient, fixed exposure and gain, 4000 x 3000 at
 // 30 fps with 10 us lines.
-inline SimSensorSpec flatWallSensor(double exposureS) {
-  SimSensorSpec s;
+inline SimSensorParams flatWallSensor(double exposureS) {
+  SimSensorParams s;
   s.scene.texture = SimTexture::kFlatWall;
   s.scene.wallGradient = 0.0;
   s.ae.fixedExposureS = exposureS;
@@ -89,9 +89,9 @@ inline SimSensorSpec flatWallSensor(double exposureS) {
 
 // A steady light of the given lamps.
 inline std::shared_ptr<const SimLight> lightOf(std::vector<SimLightComponent> lamps) {
-  SimLightSpec spec;
-  spec.segments.push_back({0.0, std::move(lamps)});
-  return std::make_shared<const SimLight>(spec);
+  SimLightParams params;
+  params.segments.push_back({0.0, std::move(lamps)});
+  return std::make_shared<const SimLight>(params);
 }
 
 }  // namespace testing_util

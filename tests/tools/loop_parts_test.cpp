@@ -1,5 +1,5 @@
 // The closed loop's parts that need no manager: scenario settings reach the
-// simulator's specs, and the run summary reads hand-made records right.
+// simulator's parameters, and the run summary reads hand-made records right.
 #include <gtest/gtest.h>
 
 #include <tuple>
@@ -36,7 +36,7 @@ TEST(ScenarioBuilderTest, LightKeysRebuildTheLampTheSwitchAndTheMix) {
                  "mix_mains = 50\nmix_share = 0.25\n",
                  "t", &error))
       << error;
-  const flicker_sim::SimLightSpec light = b.scenario().light;
+  const flicker_sim::SimLightParams light = b.scenario().light;
   ASSERT_EQ(light.segments.size(), 2u);
   const auto& lamps = light.segments[0].components;
   ASSERT_EQ(lamps.size(), 2u);

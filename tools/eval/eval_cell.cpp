@@ -265,7 +265,7 @@ bool EvalCell::scenario(double seconds, flicker_sim::SimScenario* out, int* fram
     }
   }
   *out = builder.scenario();
-  for (flicker_sim::SimSensorSpec& sensor : out->sensors) {
+  for (flicker_sim::SimSensorParams& sensor : out->sensors) {
     if (texture == "grating") {
       // Stripes a little narrower than the 100 Hz bands of this readout.
       const double frameS = sensor.geometry.frameHeight * sensor.geometry.lineTimeSeconds();

@@ -4,7 +4,7 @@
 
 namespace flicker_cli {
 
-bool CliOptions::parse(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs,
+bool CliOptions::parse(const std::vector<std::string>& args, const std::vector<OptionDef>& defs,
                        const std::vector<std::string>& extraValued, std::string* error) {
   options_.clear();
   positionals_.clear();
@@ -23,7 +23,7 @@ bool CliOptions::parse(const std::vector<std::string>& args, const std::vector<O
     const std::string name =
         arg.substr(2, equals == std::string::npos ? std::string::npos : equals - 2);
     int takesValue = -1;  // -1: unknown
-    for (const OptionSpec& s : specs) {
+    for (const OptionDef& s : defs) {
       if (name == s.name) {
         takesValue = s.takesValue ? 1 : 0;
       }

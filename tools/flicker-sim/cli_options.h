@@ -16,7 +16,7 @@
 
 namespace flicker_cli {
 
-struct OptionSpec {
+struct OptionDef {
   const char* name;  // without the leading dashes
   bool takesValue;
 };
@@ -24,9 +24,9 @@ struct OptionSpec {
 class CliOptions {
  public:
   // Parses `args` (without the program and subcommand names). `extra` are
-  // names accepted in addition to `specs`, all taking a value (the scenario
+  // names accepted in addition to `defs`, all taking a value (the scenario
   // keys). False with a one-line reason in `error`.
-  bool parse(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs,
+  bool parse(const std::vector<std::string>& args, const std::vector<OptionDef>& defs,
              const std::vector<std::string>& extraValued, std::string* error);
 
   bool has(const std::string& name) const;

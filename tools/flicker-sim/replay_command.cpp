@@ -25,7 +25,7 @@ const char kReplayHelp[] =
     "  --log FILE, --trace FILE   as for run\n"
     "  --help                 this text\n";
 
-const std::vector<OptionSpec> kReplayOptions = {
+const std::vector<OptionDef> kReplayOptions = {
     {"help", false},  {"csv", false}, {"frame-interval-us", true},
     {"tuning", true}, {"log", true},  {"trace", true},
 };

@@ -42,7 +42,7 @@ const char kRunHelp[] =
     "Properties come from the file named by FLICKER_PROPS; with vendor.debug.flk_dump=1\n"
     "every analysed pair is dumped under $FLICKER_DATA_ROOT/data/vendor/flicker/flko/.\n";
 
-const std::vector<OptionSpec> kRunOptions = {
+const std::vector<OptionDef> kRunOptions = {
     {"help", false}, {"list", false}, {"keys", false},  {"csv", false}, {"json", false},
     {"plot", true},  {"file", true},  {"tuning", true}, {"log", true},  {"trace", true},
 };
@@ -74,7 +74,7 @@ std::string jsonString(const std::string& text) {
 
 void printText(const flicker_sim::SimScenario& scenario, const flicker_loop::LoopResult& result,
                const flicker_loop::RunSummary& s, std::ostream& out) {
-  const flicker_sim::SimSensorSpec& first = scenario.sensors.front();
+  const flicker_sim::SimSensorParams& first = scenario.sensors.front();
   out << "scenario " << scenario.name << ": " << scenario.description << "\n";
   out << "  " << scenario.sensors.size() << " sensor(s), " << s.frames << " frames, "
       << fixed(first.framesPerSecond, 2) << " fps, " << first.geometry.frameWidth << "x"

@@ -32,7 +32,7 @@ const char kSweepHelp[] =
     "  --log FILE, --trace FILE   as for run\n"
     "  --help           this text\n";
 
-const std::vector<OptionSpec> kSweepOptions = {
+const std::vector<OptionDef> kSweepOptions = {
     {"help", false}, {"quick", false}, {"full", false}, {"seconds", true}, {"by", true},
     {"csv", true},   {"tuning", true}, {"log", true},   {"trace", true},
 };

@@ -170,8 +170,8 @@ bool Run::startSensors() {
     }
     lane.sensor = rig_.sensor(i);
     lane.config = lane.sensor->config();
-    lane.periodS = 1.0 / std::max(1e-3, lane.sensor->spec().framesPerSecond);
-    lane.nextTimeS = lane.sensor->spec().startTimeS;
+    lane.periodS = 1.0 / std::max(1e-3, lane.sensor->params().framesPerSecond);
+    lane.nextTimeS = lane.sensor->params().startTimeS;
     lanes_.push_back(std::move(lane));
   }
   for (size_t i = 0; i < lanes_.size(); ++i) {
@@ -309,7 +309,7 @@ ClosedLoopRunner::ClosedLoopRunner(const flicker_sim::SimScenario& scenario,
     : scenario_(scenario), options_(options) {
   // The exposure model starts from the state the manager is put in.
   if (options_.startStateHz == 50 || options_.startStateHz == 60) {
-    for (flicker_sim::SimSensorSpec& s : scenario_.sensors) {
+    for (flicker_sim::SimSensorParams& s : scenario_.sensors) {
       s.ae.initialFlickerState = options_.startStateHz == 60 ? 2 : 1;
     }
   }

@@ -272,7 +272,7 @@ bool ScenarioBuilder::setSensor(const std::string& key, const std::string& value
   long n = 0;
   double x = 0;
   // Every sensor of the scenario takes the setting.
-  for (flicker_sim::SimSensorSpec& s : base_.sensors) {
+  for (flicker_sim::SimSensorParams& s : base_.sensors) {
     flicker_sim::SimGeometry& g = s.geometry;
     if (key == "fps") {
       if (!parseReal(value, 1.0, 1000.0, &x)) {
@@ -437,7 +437,7 @@ std::vector<flicker_sim::SimLightComponent> ScenarioBuilder::buildLamp(const Lam
 flicker_sim::SimScenario ScenarioBuilder::scenario() const {
   flicker_sim::SimScenario s = base_;
   if (lightChanged_ || switchChanged_) {
-    flicker_sim::SimLightSpec light;
+    flicker_sim::SimLightParams light;
     if (lightChanged_ || s.light.segments.empty()) {
       light.segments.push_back({0.0, buildLamp(lamp_)});
     } else {
@@ -455,7 +455,7 @@ flicker_sim::SimScenario ScenarioBuilder::scenario() const {
     s.light = light;
   }
   if (sensors_ > 0 && !s.sensors.empty()) {
-    const flicker_sim::SimSensorSpec first = s.sensors.front();
+    const flicker_sim::SimSensorParams first = s.sensors.front();
     s.sensors.resize(static_cast<size_t>(sensors_), first);
     for (int i = 1; i < sensors_; ++i) {
       s.sensors[static_cast<size_t>(i)].startTimeS = first.startTimeS + i * kSensorStaggerS;
