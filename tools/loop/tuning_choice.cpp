@@ -31,14 +31,17 @@ FlickerExtPara algoPartOf(const FLICKER_CUST_PARA& record) {
   return para;
 }
 
-// The temporary image of the "open" choice, removed when the process ends.
+// The temporary image written by applyRecord; replaced by the next one and
+// removed when the process ends.
 struct TempImage {
   std::string path;
-  ~TempImage() {
+  void replace(const std::string& next) {
     if (!path.empty()) {
       unlink(path.c_str());
     }
+    path = next;
   }
+  ~TempImage() { replace(""); }
 };
 
 TempImage& tempImage() {
@@ -46,14 +49,11 @@ TempImage& tempImage() {
   return image;
 }
 
-bool writeOpenImage(std::string* path, std::string* error) {
-  if (!tempImage().path.empty()) {
-    *path = tempImage().path;
-    return true;
-  }
+// Writes `record` into every row and column of a temporary NVRAM image.
+bool writeImage(const FLICKER_CUST_PARA& record, std::string* path, std::string* error) {
   const char* tmp = getenv("TMPDIR");
   std::string pattern =
-      std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/flicker-open-tuning-XXXXXX";
+      std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/flicker-tuning-XXXXXX";
   std::vector<char> name(pattern.begin(), pattern.end());
   name.push_back('\0');
   const int fd = mkstemp(name.data());
@@ -61,11 +61,11 @@ bool writeOpenImage(std::string* path, std::string* error) {
     *error = "cannot create a temporary tuning image in " + pattern;
     return false;
   }
+  tempImage().replace(name.data());
   const std::vector<uint8_t> image =
-      flicker_host::encodeTuningImage([](int, int) { return openRecord(); });
+      flicker_host::encodeTuningImage([&record](int, int) { return record; });
   const bool written = write(fd, image.data(), image.size()) == static_cast<ssize_t>(image.size());
   close(fd);
-  tempImage().path = name.data();
   if (!written) {
     *error = "cannot write the temporary tuning image " + tempImage().path;
     return false;
@@ -94,6 +94,19 @@ bool readImageRecord(const std::string& path, FLICKER_CUST_PARA* record, std::st
 
 }  // namespace
 
+bool TuningChoice::applyRecord(const FLICKER_CUST_PARA& record, FlickerExtPara* algoPart,
+                               std::string* error) {
+  std::string path;
+  if (!writeImage(record, &path, error)) {
+    return false;
+  }
+  flicker_host::setNvramImage(path);
+  if (algoPart != nullptr) {
+    *algoPart = algoPartOf(record);
+  }
+  return true;
+}
+
 FlickerExtPara TuningChoice::openDefaults() {
   return algoPartOf(openRecord());
 }
@@ -102,13 +115,7 @@ bool TuningChoice::apply(const std::string& choice, FlickerExtPara* algoPart, st
   std::string why;
   FLICKER_CUST_PARA record{};
   if (choice == "open") {
-    std::string path;
-    if (!writeOpenImage(&path, &why)) {
-      *error = why;
-      return false;
-    }
-    flicker_host::setNvramImage(path);
-    record = openRecord();
+    return applyRecord(openRecord(), algoPart, error);
   } else if (choice == "host") {
     flicker_host::setNvramImage("");
     const char* env = getenv("FLICKER_NVRAM_IMAGE");

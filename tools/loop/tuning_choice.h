@@ -15,6 +15,7 @@
 
 #include <string>
 
+#include "cam_flicker_nvram.h"
 #include "flicker_algo_cmd.h"
 
 namespace flicker_loop {
@@ -24,6 +25,10 @@ class TuningChoice {
   // Applies `choice`; false with a one-line reason. `algoPart` (may be null)
   // receives the record of row 0, column 0 as the algorithm sees it.
   static bool apply(const std::string& choice, FlickerExtPara* algoPart, std::string* error);
+  // Hands the manager `record` in every row and column (as a temporary NVRAM
+  // image, replaced by the next call and removed at exit); false with a reason.
+  static bool applyRecord(const FLICKER_CUST_PARA& record, FlickerExtPara* algoPart,
+                          std::string* error);
   // The open algorithm's recommended record.
   static FlickerExtPara openDefaults();
 };
