@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include "sim_records.h"
 #include "sim_rig.h"
 #include "sim_scenario.h"
 
@@ -41,19 +42,9 @@ StreamRig::StreamRig(int width, int height) : result_(kFlickerResultSize, 0) {
   for (auto& f : ring_) sensor->nextFrame(&f);
 
   const flicker_sim::SimConfig c = sensor->config();
-  config_.SensorMode = c.sensorMode;
-  config_.HBIN_INFO.w = c.hbinWidth;
-  config_.HBIN_INFO.h = c.hbinHeight;
-  config_.TG_SIZE.w = c.tgWidth;
-  config_.TG_SIZE.h = c.tgHeight;
-  config_.PixelClk = c.pixelClk;
-  config_.PixelsInLine = c.pixelsInLine;
-  input_.sensorType = c.sensorType;
-  input_.sensorMode = c.sensorMode;
-  input_.tgWidth = c.tgWidth;
-  input_.tgHeight = c.tgHeight;
+  config_ = flicker_loop::toConfigInfo(c);
+  input_ = flicker_loop::toInputInfo(c);
   input_.isMaster = 1;
-  input_.aeTargetMode = c.aeTargetMode;
 }
 
 bool StreamRig::start(int sensorIdx, int flickerMode, int aeDetectCycle) {
@@ -79,17 +70,12 @@ void StreamRig::stop() {
 
 int StreamRig::frame(int64_t* elapsedNs, int64_t* cpuNs) {
   const flicker_sim::SimFrame& f = ring_[frames_ % kRingFrames];
-  calc_.mVa = reinterpret_cast<const uint8_t*>(f.stats.data());
-  calc_.exposureTime = f.exposureTime;
-  calc_.twinType = f.twinType;
-  calc_.twinWinX = f.twinWinX;
-  calc_.twinWinY = f.twinWinY;
-  calc_.width = f.width;
-  calc_.height = f.height;
+  // A steady detection request: exposure control's own flags are not part of
+  // what is measured.
+  calc_ = flicker_loop::toCalcInfo(f);
   calc_.doFlkDetection = 1;
   calc_.aeDetectCycle = aeDetectCycle_;
   calc_.statValid = 1;
-  calc_.pixel_mode = f.pixel_mode;
   calc_.flkEnable = 1;
   calc_.needReinit = 0;
   calc_.sof_timestamp = (frames_ + 1) * kFramePeriodNs;
