@@ -18,18 +18,26 @@ constexpr int kMinBins = kMaxTrendTerms + 2 * kRipples + 6;
 constexpr double kMinReadoutPeriods = 1.0;
 // A ripple needs at least three bins per period to be told from the trend.
 constexpr double kMinBinsPerRipplePeriod = 3.0;
-// Trend terms per fit model: a frame carries the scene's shading (cubic); the
-// difference of two frames only a gain offset and a slow drift (linear).
-// Fewer trend terms keep the two ripples apart over short readouts (down to
-// about one period), where a cubic soaks up most of a low-frequency ripple.
-// Per fit model (frame; difference with harmonics; difference without): trend
-// terms and whether the second harmonics are fitted.
-constexpr int kTrendTerms[3] = {4, 2, 2};
-constexpr bool kFitsHarmonics[3] = {false, true, false};
 // The harmonics are fitted when the readout spans this many 100 Hz periods:
 // over less, 200 Hz and 240 Hz are not told apart from each other and from
 // the fundamentals, and their columns only cost degrees of freedom.
 constexpr double kMinHarmonicReadoutPeriods = 2.0;
+// Trend terms: a frame carries the scene's shading (cubic); the difference of
+// two frames only a gain offset and a slow drift (linear). Fewer trend terms
+// keep the two ripples apart over short readouts (down to about one period),
+// where a cubic soaks up most of a low-frequency ripple.
+constexpr int kFrameTrendTerms = 4;
+constexpr int kDifferenceTrendTerms = 2;
+// An exposure this close to whole periods of a ripple (|sinc| below it)
+// integrates the ripple and all its harmonics away: fitting it anyway only
+// adds a column nearly parallel to the other ripple's over short readouts,
+// into which any unmodelled shape of the other ripple leaks.
+constexpr double kCancelledGain = 0.01;
+// The difference keeps a second harmonic only when it brings the residual
+// below this share of the fit without it.
+constexpr double kHarmonicResidualShare = 0.9;
+// ... and its own evidence across the windows reaches this.
+constexpr double kHarmonicEvidence = 0.5;
 // Residual degrees of freedom a window fit must keep.
 constexpr int kMinDof = 4;
 // Relative pivot below which the normal matrix counts as singular.
@@ -143,23 +151,31 @@ void rippleVariances(const Matrix l, double* var) {
   }
 }
 
-// True when column `c` takes part in fit model `model`.
-bool columnUsed(int model, int c) {
-  if (c < kMaxTrendTerms) {
-    return c < kTrendTerms[model];
-  }
-  return c < kMaxTrendTerms + 2 * kRipples || kFitsHarmonics[model];
+int trendTerms(int key) {
+  return (key & (1 << kComponents)) != 0 ? kFrameTrendTerms : kDifferenceTrendTerms;
 }
 
-int modelParams(int model) {
-  return kTrendTerms[model] + 2 * kRipples * (kFitsHarmonics[model] ? 2 : 1);
+// True when column `c` takes part in the model `key`.
+bool columnUsed(int key, int c) {
+  if (c < kMaxTrendTerms) {
+    return c < trendTerms(key);
+  }
+  return (key & (1 << ((c - kMaxTrendTerms) / 2))) != 0;
+}
+
+int modelParams(int key) {
+  int n = trendTerms(key);
+  for (int c = 0; c < kComponents; ++c) {
+    n += (key & (1 << c)) != 0 ? 2 : 0;
+  }
+  return n;
 }
 
 // Replaces the unused columns of a normal matrix by identity rows, so their
 // coefficients come out zero and the factor keeps its size.
-void maskUnused(Matrix g, int model) {
+void maskUnused(Matrix g, int key) {
   for (int i = 0; i < kFitParams; ++i) {
-    if (columnUsed(model, i)) {
+    if (columnUsed(key, i)) {
       continue;
     }
     for (int j = 0; j < kFitParams; ++j) {
@@ -169,6 +185,8 @@ void maskUnused(Matrix g, int model) {
     g[i][i] = 1.0;
   }
 }
+
+constexpr unsigned kFundamentals = (1u << kRipples) - 1;
 
 }  // namespace
 
@@ -190,6 +208,7 @@ bool RippleAnalyzer::planBins(const PairInput& in, int searchRange) {
   }
   harmonicsOk_ = period120 / binLines >= 2.0 * kMinBinsPerRipplePeriod &&
                  readout * kRippleHz[0] >= kMinHarmonicReadoutPeriods;
+  singleHarmonicOk_ = period120 / binLines >= 2.0 * kMinBinsPerRipplePeriod;
   if (bins != bins_ || binLines != binLines_ || in.lineTime != lineTime_) {
     bins_ = bins;
     binLines_ = binLines;
@@ -217,29 +236,73 @@ void RippleAnalyzer::buildBasis() {
       row[kMaxTrendTerms + 2 * kRipples + 1 + 2 * f] = std::sin(2.0 * phase);
     }
   }
-  Matrix g = {};
+  for (int i = 0; i < kFitParams; ++i) {
+    for (int j = 0; j < kFitParams; ++j) {
+      gram_[i][j] = 0.0;
+    }
+  }
   for (int b = 0; b < bins_; ++b) {
     for (int i = 0; i < kFitParams; ++i) {
       for (int j = 0; j <= i; ++j) {
-        g[i][j] += basis_[b][i] * basis_[b][j];
+        gram_[i][j] += basis_[b][i] * basis_[b][j];
       }
     }
   }
-  for (int m = 0; m < kModels; ++m) {
-    Matrix gm;
+  for (int k = 0; k < kModels; ++k) {
+    fullBuilt_[k] = false;
+  }
+  basisValid_ = true;
+}
+
+int RippleAnalyzer::modelKey(bool cubicTrend, unsigned componentMask) {
+  return (cubicTrend ? kCubicTrendKey : 0) | static_cast<int>(componentMask & (kCubicTrendKey - 1));
+}
+
+bool RippleAnalyzer::fullFactor(int key) {
+  if (!fullBuilt_[key]) {
+    Matrix g;
     for (int i = 0; i < kFitParams; ++i) {
       for (int j = 0; j < kFitParams; ++j) {
-        gm[i][j] = g[i][j];
+        g[i][j] = gram_[i][j];
       }
     }
-    maskUnused(gm, m);
-    fullOk_[m] = cholesky(gm, fullChol_[m]);
-    if (fullOk_[m]) {
-      rippleVariances(fullChol_[m], fullVar_[m]);
+    maskUnused(g, key);
+    fullOk_[key] = cholesky(g, fullChol_[key]);
+    if (fullOk_[key]) {
+      rippleVariances(fullChol_[key], fullVar_[key]);
+    }
+    fullBuilt_[key] = true;
+  }
+  return fullOk_[key];
+}
+
+void RippleAnalyzer::chooseModels(PairEvidence* out) {
+  frameModel_ = modelKey(true, kFundamentals);
+  diffModel_ = modelKey(false, kFundamentals);
+  altModels_ = 0;
+  for (int f = 0; f < kRipples; ++f) {
+    out->cancelled[f] = out->exposureGain[f] < kCancelledGain;
+  }
+  if (harmonicsOk_) {
+    const int both = modelKey(false, kFundamentals | (kFundamentals << kRipples));
+    diffModel_ = fullFactor(both) ? both : diffModel_;
+    return;
+  }
+  if (!singleHarmonicOk_) {
+    return;
+  }
+  // Over a short readout both harmonics and both fundamentals are too many
+  // columns, but one harmonic with both fundamentals is not. Each ripple's
+  // harmonic is a candidate unless the exposure cancels that ripple (and so
+  // all its harmonics). Both fundamentals stay in every fit: a cancelled
+  // ripple's column is the probe for texture and motion that would otherwise
+  // pass for the other.
+  for (int f = 0; f < kRipples; ++f) {
+    const int alt = modelKey(false, kFundamentals | (1u << (kRipples + f)));
+    if (!out->cancelled[f] && fullFactor(alt)) {
+      altModel_[altModels_++] = alt;
     }
   }
-  diffModel_ = harmonicsOk_ && fullOk_[1] ? 1 : 2;
-  basisValid_ = true;
 }
 
 namespace {
@@ -318,7 +381,7 @@ void RippleAnalyzer::buildDifference(int windows) {
   }
 }
 
-bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int model, WindowFit* fit) {
+bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int key, WindowFit* fit) {
   fit->valid = false;
   int n = 0;
   double mean = 0.0;
@@ -326,17 +389,17 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int model, Wi
     n += ok[b];
     mean += ok[b] != 0 ? y[b] : 0.0;
   }
-  const int params = modelParams(model);
+  const int params = modelParams(key);
   if (n < params + kMinDof) {
     return false;
   }
   mean /= n;
 
   Matrix ownChol;
-  const double(*chol)[kFitParams] = fullChol_[model];
+  const double(*chol)[kFitParams] = fullChol_[key];
   double ownVar[kRippleCols];
-  const double* var = fullVar_[model];
-  if (n != bins_ || !fullOk_[model]) {
+  const double* var = fullVar_[key];
+  if (n != bins_ || !fullFactor(key)) {
     Matrix g = {};
     for (int b = 0; b < bins_; ++b) {
       if (ok[b] == 0) {
@@ -348,7 +411,7 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int model, Wi
         }
       }
     }
-    maskUnused(g, model);
+    maskUnused(g, key);
     if (!cholesky(g, ownChol)) {
       return false;
     }
@@ -370,7 +433,7 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int model, Wi
     }
   }
   for (int j = 0; j < kFitParams; ++j) {
-    rhs[j] = columnUsed(model, j) ? rhs[j] : 0.0;
+    rhs[j] = columnUsed(key, j) ? rhs[j] : 0.0;
   }
   double beta[kFitParams];
   cholSolve(chol, rhs, beta);
@@ -389,19 +452,49 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int model, Wi
   return true;
 }
 
-void RippleAnalyzer::fitSeries(int series, int windows, int model) {
+void RippleAnalyzer::fitSeries(int series, int windows, int key, WindowFit* fits) {
   for (int w = 0; w < windows; ++w) {
-    fitWindow(profile_[series][w], ok_[series][w], model, &fits_[series][w]);
+    fitWindow(profile_[series][w], ok_[series][w], key, &fits[w]);
   }
 }
 
-RippleSummary RippleAnalyzer::combine(int series, int component, int windows, double amplitudeScale,
-                                      const AlgoKnobs& knobs) const {
+double RippleAnalyzer::medianSigma(const WindowFit* fits, int windows) {
+  double sigma[kMaxWindows];
+  int n = 0;
+  for (int w = 0; w < windows; ++w) {
+    if (fits[w].valid) {
+      sigma[n++] = fits[w].sigma;
+    }
+  }
+  return n > 0 ? median(sigma, n) : -1.0;
+}
+
+void RippleAnalyzer::fitDifference(int windows, const AlgoKnobs& knobs) {
+  fitSeries(kDiff, windows, diffModel_, fits_[kDiff]);
+  double best = medianSigma(fits_[kDiff], windows);
+  for (int i = 0; i < altModels_; ++i) {
+    const int key = altModel_[i];
+    fitSeries(kDiff, windows, key, altFits_);
+    // A harmonic is kept when it explains enough of the residual and the
+    // windows agree on it as on a ripple: motion also lowers the residual of
+    // a larger model, but not coherently.
+    const int harmonic = (key & (1 << kRipples)) != 0 ? kRipples : kRipples + 1;
+    const RippleSummary h = combine(altFits_, harmonic, windows, 1.0, knobs);
+    const double sigma = medianSigma(altFits_, windows);
+    if (h.evidence >= kHarmonicEvidence && sigma >= 0.0 && sigma < kHarmonicResidualShare * best) {
+      std::copy(altFits_, altFits_ + windows, fits_[kDiff]);
+      best = sigma;
+    }
+  }
+}
+
+RippleSummary RippleAnalyzer::combine(const WindowFit* fits, int component, int windows,
+                                      double amplitudeScale, const AlgoKnobs& knobs) const {
   RippleSummary s{};
   double re[kMaxWindows], im[kMaxWindows], se[kMaxWindows], dist[kMaxWindows];
   int n = 0;
   for (int w = 0; w < windows; ++w) {
-    const WindowFit& f = fits_[series][w];
+    const WindowFit& f = fits[w];
     if (f.valid) {
       re[n] = f.re[component];
       im[n] = f.im[component];
@@ -448,7 +541,7 @@ void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& kno
     out->visibility[f] = v;
     out->frozen[f] = v < knobs.minVisibility;
     // The difference holds the frame ripple times 2 v.
-    out->temporal[f] = combine(kDiff, f, in.windows, out->frozen[f] ? 0.0 : 0.5 / v, knobs);
+    out->temporal[f] = combine(fits_[kDiff], f, in.windows, out->frozen[f] ? 0.0 : 0.5 / v, knobs);
     out->temporalAmplitude[f] = out->temporal[f].amplitude;
     strongest = std::max(strongest, out->temporal[f].amplitude * 2.0 * v);
   }
@@ -467,7 +560,7 @@ void RippleAnalyzer::summariseSpatial(const PairInput& in, const AlgoKnobs& knob
                                       PairEvidence* out) {
   for (int f = 0; f < kRipples; ++f) {
     for (int k = 0; k < 2; ++k) {
-      out->spatial[k][f] = combine(k, f, in.windows, 1.0, knobs);
+      out->spatial[k][f] = combine(fits_[k], f, in.windows, 1.0, knobs);
     }
     const double a0 = out->spatial[0][f].amplitude;
     const double a1 = out->spatial[1][f].amplitude;
@@ -497,17 +590,18 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   if (!basisValid_) {
     buildBasis();
   }
-  if (!fullOk_[0] || !fullOk_[2]) {
+  if (!fullFactor(modelKey(true, kFundamentals)) || !fullFactor(modelKey(false, kFundamentals))) {
     return false;  // the two ripples cannot be told apart over this readout
   }
+  chooseModels(out);
   out->bins = bins_;
   out->binLines = binLines_;
   binFrame(in, knobs, 0);
   binFrame(in, knobs, 1);
   buildDifference(in.windows);
-  for (int s = 0; s < kSeries; ++s) {
-    fitSeries(s, in.windows, s == kDiff ? diffModel_ : 0);
-  }
+  fitSeries(0, in.windows, frameModel_, fits_[0]);
+  fitSeries(1, in.windows, frameModel_, fits_[1]);
+  fitDifference(in.windows, knobs);
   summariseTemporal(in, knobs, out);
   summariseSpatial(in, knobs, out);
   out->analysable = true;

@@ -9,8 +9,10 @@
 // joint least-squares solve of a trend plus cosine and sine at the 100 Hz and
 // 120 Hz ripple periods, so the two frequencies cannot leak into each other.
 // The difference also fits their second harmonics (200 Hz, 240 Hz) when the
-// readout resolves them: a deep or rectified ripple is far from a sinusoid, and
-// its harmonics would otherwise inflate the residual and mask the fundamental. Windows are then
+// readout resolves them, or over a short readout one of them when the windows
+// agree on it: a deep or rectified ripple is far from a sinusoid, and its
+// harmonics would otherwise inflate the residual, mask the fundamental, and
+// leak into the other fundamental's nearly parallel column. Windows are then
 // combined robustly (component-wise median of the ripple phasors, agreement count, median noise),
 // so that motion or a bright object in a minority of windows does not decide.
 //
@@ -72,6 +74,9 @@ struct PairEvidence {
   double exposureGain[kRipples];  // |sinc(f_r x exposure)|: ripple left by the exposure
   double visibility[kRipples];    // |sin(pi f_r x interval)|
   bool frozen[kRipples];          // visibility below the knob: no temporal evidence
+  // The exposure integrates whole periods of the ripple (and so of all its
+  // harmonics): no frame can show it, and its harmonic is not fitted.
+  bool cancelled[kRipples];
   // Median residual rms of the difference fit, less an allowance for the
   // harmonics of a strong ripple.
   double sceneResidual;
@@ -104,15 +109,24 @@ class RippleAnalyzer {
     double sigma;            // residual rms
   };
 
+  // A fit model is a key: the trend (cubic for a frame, linear for the
+  // difference) and a mask of the ripple components it carries.
+  static constexpr int kCubicTrendKey = 1 << kComponents;
+  static constexpr int kModels = 2 << kComponents;
+  static int modelKey(bool cubicTrend, unsigned componentMask);
+
   bool planBins(const PairInput& in, int searchRange);
   void buildBasis();
+  // Factor of the all-bins normal matrix of a model, built on first use.
+  bool fullFactor(int key);
+  void chooseModels(PairEvidence* out);
   void binFrame(const PairInput& in, const AlgoKnobs& knobs, int frame);
   void buildDifference(int windows);
-  // Fits with the frame series' cubic trend (model 0), or the difference's
-  // linear trend with the harmonics (model 1) or without them (model 2).
-  void fitSeries(int series, int windows, int model);
-  bool fitWindow(const double* y, const uint8_t* ok, int model, WindowFit* fit);
-  RippleSummary combine(int series, int component, int windows, double amplitudeScale,
+  void fitSeries(int series, int windows, int key, WindowFit* fits);
+  void fitDifference(int windows, const AlgoKnobs& knobs);
+  static double medianSigma(const WindowFit* fits, int windows);
+  bool fitWindow(const double* y, const uint8_t* ok, int key, WindowFit* fit);
+  RippleSummary combine(const WindowFit* fits, int component, int windows, double amplitudeScale,
                         const AlgoKnobs& knobs) const;
   void summariseTemporal(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
   void summariseSpatial(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
@@ -126,14 +140,20 @@ class RippleAnalyzer {
   double lineTime_ = 0.0;
   bool basisValid_ = false;
   double basis_[kMaxBins][kFitParams] = {};
-  // Per trend model: Cholesky factor and ripple-coefficient variances of the
+  double gram_[kFitParams][kFitParams] = {};  // all-bins normal matrix, every column
+  // Per model key: Cholesky factor and ripple-coefficient variances of the
   // all-bins fit, shared by every window without masked bins.
-  static constexpr int kModels = 3;
   double fullChol_[kModels][kFitParams][kFitParams] = {};
   double fullVar_[kModels][kRippleCols] = {};
   bool fullOk_[kModels] = {};
-  int diffModel_ = 2;         // model of the difference for the current geometry
-  bool harmonicsOk_ = false;  // the readout resolves the second harmonics
+  bool fullBuilt_[kModels] = {};
+  int frameModel_ = 0;  // model keys of the current pair
+  int diffModel_ = 0;
+  // Candidate models of the difference with one second harmonic.
+  int altModel_[kRipples] = {};
+  int altModels_ = 0;
+  bool harmonicsOk_ = false;       // the readout resolves the second harmonics
+  bool singleHarmonicOk_ = false;  // ... or one of them at a time
   double profile_[kSeries][kMaxWindows][kMaxBins] = {};
   uint8_t ok_[kSeries][kMaxWindows][kMaxBins] = {};
   // Per frame, for the difference series: bin sums (saturated when an entry
@@ -143,6 +163,7 @@ class RippleAnalyzer {
   double sum_[2][kMaxWindows][kMaxBins] = {};
   uint8_t level_[2][kMaxWindows][kMaxBins] = {};
   WindowFit fits_[kSeries][kMaxWindows] = {};
+  WindowFit altFits_[kMaxWindows] = {};
 };
 
 }  // namespace open_algo

@@ -26,7 +26,8 @@ constexpr double kLineTime = 10e-6;
 struct Light {
   double mainsHz = 0.0;  // 0: steady light
   double modulation = 0.3;
-  double mixHz = 0.0;  // a second lamp on the other mains (0: none), same depth
+  double mixHz = 0.0;     // a second lamp on the other mains (0: none), same depth
+  double harmonic = 0.0;  // depth of the ripple's second harmonic (a distorted wave)
 };
 
 // Reflectance at (line, window) of the frame with the given running index.
@@ -48,9 +49,13 @@ inline double meanLight(const Light& l, double t, double exposure) {
   double v = 1.0;
   for (double hz : {l.mainsHz, l.mixHz}) {
     const double w = 4.0 * kPi * hz;
-    v += hz > 0 ? l.modulation * (std::sin(w * (t + exposure) + 0.4) - std::sin(w * t + 0.4)) /
-                      (w * exposure)
-                : 0.0;
+    if (hz <= 0) {
+      continue;
+    }
+    v += l.modulation * (std::sin(w * (t + exposure) + 0.4) - std::sin(w * t + 0.4)) /
+         (w * exposure);
+    v += l.harmonic * (std::sin(2 * w * (t + exposure) + 1.1) - std::sin(2 * w * t + 1.1)) /
+         (2 * w * exposure);
   }
   return v;
 }

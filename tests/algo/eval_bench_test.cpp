@@ -1,11 +1,15 @@
-// The evaluation bench's command line refuses bad input with a reason. The
-// closed-loop runs themselves are covered by the tools tests.
+// The evaluation bench's command line refuses bad input with a reason, and
+// cells of its grid that once failed stay fixed: each is a full closed-loop
+// run of the manager over the open algorithm.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
+#include "cell_outcome.h"
 #include "eval_options.h"
+#include "host_log.h"
+#include "tuning_override.h"
 
 namespace flicker_eval {
 namespace {
@@ -33,6 +37,48 @@ TEST(EvalOptions, RefusesBadInputWithAReason) {
     std::string error;
     EXPECT_EQ(parse(row.args, &o, &error), ParseStatus::kError);
     EXPECT_NE(error.find(row.reasonPart), std::string::npos) << error;
+  }
+}
+
+TEST(EvalCells, FormerFailuresStayFixed) {
+  struct Row {
+    const char* why;
+    EvalCell cell;
+    int maxLockMovingPairs;  // -1: the state must not move at all
+  } rows[] = {
+      // 1920x1080 reads 1.35 periods of 100 Hz: the lamp's 200 Hz harmonic
+      // must be fitted, or it leaks into the cancelled 120 Hz column and
+      // vetoes the switch pair after pair.
+      {"short readout, distorted ripple",
+       {"fluorescent", 0.5, "50", "long", 25, "normal", "still", "natural", "1920x1080", 60, 4},
+       2},
+      // Right from the switch on, then a pan: the harmonic column must not
+      // lend motion the coherence of a ripple and switch back and forth.
+      {"pan after the lock",
+       {"fluorescent", 1, "60", "long", 60, "normal", "pan", "natural", "4000x3000", 50, 81},
+       2},
+      // A grating near the 100 Hz band period, shaken: never a switch.
+      {"shaken grating",
+       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "grating", "1920x1080", 50,
+        245},
+       -1},
+  };
+  flicker_host::setLogsQuiet(true);
+  FlickerExtPara tuning{};
+  std::string error;
+  ASSERT_TRUE(applyTuning("open", {}, &tuning, &error)) << error;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.why);
+    const CellOutcome o = evaluate(row.cell, 4.0);
+    ASSERT_TRUE(o.ok) << o.error;
+    EXPECT_TRUE(o.right);
+    if (row.maxLockMovingPairs < 0) {
+      EXPECT_EQ(o.switches, 0);
+    } else {
+      EXPECT_EQ(o.switches, 1);
+      EXPECT_GE(o.lockMovingPairs, 1);
+      EXPECT_LE(o.lockMovingPairs, row.maxLockMovingPairs);
+    }
   }
 }
 
