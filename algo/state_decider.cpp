@@ -91,9 +91,8 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     e.amplitude[f] = static_cast<float>(amplitude[f]);
   }
   for (int f = 0; f < kRipples; ++f) {
-    const int other = 1 - f;
     if (ev.temporalEvidence[f] >= kVoteEvidence &&
-        amplitude[f] >= knobs_.dominance * amplitude[other]) {
+        amplitude[f] >= knobs_.dominance * rival(ev, amplitude, f)) {
       e.vote = static_cast<int8_t>(f);
       e.temporal = true;
       return e;
@@ -108,6 +107,18 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     }
   }
   return e;
+}
+
+double StateDecider::rival(const PairEvidence& ev, const double* amplitude, int f) {
+  const int other = 1 - f;
+  if (!ev.cancelled[other] || ev.frozen[other] || ev.visibility[f] <= 0.0) {
+    return amplitude[other];
+  }
+  // The exposure leaves no ripple of the other frequency: its column holds
+  // texture and motion, which enter the difference alike at both frequencies.
+  // Compare what the difference shows, not the frame ripples behind it (the
+  // lower visibility would otherwise inflate the one that votes).
+  return ev.temporalAmplitude[other] * ev.visibility[other] / ev.visibility[f];
 }
 
 bool StateDecider::returnWouldNotHelp(int32_t code) const {

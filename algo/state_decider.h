@@ -57,6 +57,8 @@ class StateDecider {
   int historySize() const { return history_.size(); }
 
  private:
+  // Amplitude of the other ripple that a temporal vote for `f` must dominate.
+  static double rival(const PairEvidence& ev, const double* amplitude, int f);
   bool maySwitchTo(int32_t code, bool holdOff) const;
   // True when a return to the state just left would not reduce the banding.
   bool returnWouldNotHelp(int32_t code) const;
