@@ -74,4 +74,15 @@ double EvidenceHistory::runBanding(int code) const {
   return n > 0 ? sum / n : 0.0;
 }
 
+bool EvidenceHistory::recentAmplitude(int ripple, int ages, double* amplitude) const {
+  for (int age = 0; age < std::min(ages, count_); ++age) {
+    const EvidenceEntry& e = at(age);
+    if (e.measured && e.seen[ripple]) {
+      *amplitude = e.amplitude[ripple];
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace open_algo

@@ -21,6 +21,9 @@ struct EvidenceEntry {
   // not frozen). A pair that could not, and backs nothing, abstains for that
   // ripple: it neither breaks a run of votes for it nor dilutes its score.
   bool seen[kRipples];
+  // The pair measured the ripples in its difference: analysable, no scene
+  // change. `amplitude` of a seen ripple is then a measurement.
+  bool measured;
 };
 
 class EvidenceHistory {
@@ -39,6 +42,9 @@ class EvidenceHistory {
   int trailingVotes(int code, bool temporalOnly) const;
   // Mean banding of `code` over the newest run of temporal votes for it.
   double runBanding(int code) const;
+  // Amplitude of `ripple` measured by the newest of the last `ages` entries
+  // that could see it in its difference; false when none could.
+  bool recentAmplitude(int ripple, int ages, double* amplitude) const;
   // Newest entry; only valid when size() > 0.
   const EvidenceEntry& newest() const { return at(0); }
 

@@ -9,6 +9,9 @@ namespace {
 
 // Evidence (0..1) a pair needs to vote.
 constexpr double kVoteEvidence = 0.5;
+// A frozen ripple's stand-in may come from a difference measured this many
+// pairs back.
+constexpr int kRecentPairs = 2;
 // Evidence of a single frame for the frequency not applied counts half in the
 // scores: it is as likely scene texture as banding.
 constexpr double kForeignSpatialWeight = 0.5;
@@ -77,6 +80,7 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     e.seen[0] = e.seen[1] = ev.analysable;
     return e;
   }
+  e.measured = true;
   for (int f = 0; f < kRipples; ++f) {
     e.seen[f] = !ev.frozen[f];
   }
@@ -86,8 +90,18 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     e.evidence[f] =
         static_cast<float>(std::max(ev.temporalEvidence[f], spatialWeight * ev.spatialEvidence[f]));
     // A frozen frequency has no temporal amplitude: its single-frame ripple
-    // stands in (scene texture can only make it larger, which is cautious).
-    amplitude[f] = ev.frozen[f] ? ev.frozenStandIn[f] : ev.temporalAmplitude[f];
+    // stands in (scene texture can only make it larger, which is cautious),
+    // unless a pair just before measured it smaller in its difference: texture
+    // sits still in a frame as a frozen ripple does, a lamp does not change
+    // from one pair to the next.
+    amplitude[f] = ev.temporalAmplitude[f];
+    double recent = 0.0;
+    if (ev.frozen[f]) {
+      amplitude[f] = ev.frozenStandIn[f];
+      if (history_.recentAmplitude(f, kRecentPairs, &recent)) {
+        amplitude[f] = std::min(amplitude[f], recent);
+      }
+    }
     e.amplitude[f] = static_cast<float>(amplitude[f]);
   }
   for (int f = 0; f < kRipples; ++f) {
