@@ -86,6 +86,20 @@ struct PairEvidence {
   // two frames' ripples less twice its standard error, so that an insignificant
   // single-frame fit (texture) does not outweigh a clear difference.
   double frozenStandIn[kRipples];
+  // The difference could be fitted in enough windows. When it could not (a
+  // deep ripple leaves most bins dark in both frames), the residual says
+  // nothing about motion.
+  bool differenceFitted;
+  // Period test of a deep difference: per ripple, the median over the windows
+  // of the concordance between the difference and itself one ripple period
+  // later (1 = periodic), the median spread (rms) of the compared values, and
+  // the windows with enough compared bins.
+  bool periodTested;
+  double periodicity[kRipples];
+  double periodSpread[kRipples];
+  int periodWindows[kRipples];
+  // Ripple whose period alone explains the difference, -1 when none does.
+  int periodRipple;
 };
 
 class RippleAnalyzer {
@@ -116,6 +130,11 @@ class RippleAnalyzer {
                         const AlgoKnobs& knobs) const;
   void summariseTemporal(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
   void summariseSpatial(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
+  bool planSubBins(const PairInput& in, int searchRange);
+  void binSubFrame(const PairInput& in, const AlgoKnobs& knobs, int frame);
+  bool isDeep(int windows) const;
+  void testPeriods(int windows, PairEvidence* out) const;
+  static int periodicRipple(const PairEvidence& e, int windows);
 
   // Series: 0 = frame slot 0, 1 = frame slot 1, 2 = difference (1 - 0).
   static constexpr int kSeries = 3;
@@ -143,6 +162,14 @@ class RippleAnalyzer {
   double sum_[2][kMaxWindows][kMaxBins] = {};
   uint8_t level_[2][kMaxWindows][kMaxBins] = {};
   WindowFit fits_[kSeries][kMaxWindows] = {};
+  // Fine sub-bins of each frame for the period test, and the ripple periods
+  // in sub-bins.
+  static constexpr int kMaxSubBins = 1024;
+  int subBins_ = 0;
+  int subLines_ = 0;
+  int periodSub_[kRipples] = {};
+  double subSum_[2][kMaxWindows][kMaxSubBins] = {};
+  uint8_t subLevel_[2][kMaxWindows][kMaxSubBins] = {};
 };
 
 }  // namespace open_algo

@@ -77,8 +77,22 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     e.seen[0] = e.seen[1] = ev.analysable;
     return e;
   }
+  if (ev.periodRipple >= 0) {
+    // A deep ripple whose period alone explains the difference. It speaks
+    // against the other ripple even when that one's phase is frozen: a frozen
+    // lamp leaves the difference flat, or periodic with its own period.
+    const int f = ev.periodRipple;
+    e.seen[f] = true;
+    e.seen[1 - f] = true;
+    e.evidence[f] = 1.0f;
+    e.amplitude[f] = static_cast<float>(std::max(ev.temporalAmplitude[f], ev.frozenStandIn[f]));
+    e.vote = static_cast<int8_t>(f);
+    e.temporal = true;
+    return e;
+  }
   for (int f = 0; f < kRipples; ++f) {
-    e.seen[f] = !ev.frozen[f];
+    // Without a fitted difference the pair could not show either ripple.
+    e.seen[f] = !ev.frozen[f] && ev.differenceFitted;
   }
   double amplitude[kRipples];
   for (int f = 0; f < kRipples; ++f) {
