@@ -88,6 +88,7 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     e.amplitude[f] = static_cast<float>(std::max(ev.temporalAmplitude[f], ev.frozenStandIn[f]));
     e.vote = static_cast<int8_t>(f);
     e.temporal = true;
+    e.periodic = true;
     return e;
   }
   for (int f = 0; f < kRipples; ++f) {
@@ -151,6 +152,11 @@ bool StateDecider::maySwitchTo(int32_t code, bool holdOff) const {
   }
   if (mixedLeft_ > 0 && returnWouldNotHelp(code)) {
     return false;
+  }
+  if (history_.trailingPeriodVotes(code) >= knobs_.minPastFrames) {
+    // A deep ripple's period names the lamp in every pair of the run; the
+    // older entries of the history may predate a change of light.
+    return true;
   }
   const bool switchBack = code == previous_ && switchBackLeft_ > 0;
   const int need = knobs_.switchScore + (switchBack ? knobs_.switchBackMargin : 0);
