@@ -153,12 +153,13 @@ bool StateDecider::maySwitchTo(int32_t code, bool holdOff) const {
   if (mixedLeft_ > 0 && returnWouldNotHelp(code)) {
     return false;
   }
-  if (history_.trailingPeriodVotes(code) >= knobs_.minPastFrames) {
+  const bool switchBack = code == previous_ && switchBackLeft_ > 0;
+  if (!switchBack && history_.trailingPeriodVotes(code) >= knobs_.minPastFrames) {
     // A deep ripple's period names the lamp in every pair of the run; the
-    // older entries of the history may predate a change of light.
+    // older entries of the history may predate a change of light. A return
+    // to the state just left still needs the score and its margin.
     return true;
   }
-  const bool switchBack = code == previous_ && switchBackLeft_ > 0;
   const int need = knobs_.switchScore + (switchBack ? knobs_.switchBackMargin : 0);
   const int other = 1 - code;
   return history_.score(code) >= need && history_.score(code) > history_.score(other);
