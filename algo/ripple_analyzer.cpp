@@ -294,26 +294,67 @@ void RippleAnalyzer::binFrame(const PairInput& in, const AlgoKnobs& knobs, int f
   const uint64_t clipTest = static_cast<uint64_t>(std::max<int64_t>(clipSum, 1));
   const int64_t* data = in.frame[frame];
   const double logLines = std::log(static_cast<double>(binLines_));
-  for (int b = 0; b < bins_; ++b) {
-    uint64_t acc[kMaxWindows] = {};
-    int bad[kMaxWindows] = {};
-    int high[kMaxWindows] = {};
-    const int64_t* row = data + static_cast<size_t>(b) * binLines_ * windows;
+  // One pass over the lines serves the bins and the period test's sub-bins:
+  // running sums, read at either grid's boundaries, give both by differences
+  // (exact in unsigned arithmetic, even where they wrap).
+  const int binEnd = bins_ * binLines_;
+  const int subEnd = subBins_ * subLines_;
+  const int end = std::max(binEnd, subEnd);
+  uint64_t run[kMaxWindows] = {}, binMark[kMaxWindows] = {}, subMark[kMaxWindows] = {};
+  int runBad[kMaxWindows] = {}, binMarkBad[kMaxWindows] = {}, subMarkBad[kMaxWindows] = {};
+  int runHigh[kMaxWindows] = {}, binMarkHigh[kMaxWindows] = {}, subMarkHigh[kMaxWindows] = {};
+  int nextBin = binEnd > 0 ? binLines_ : end + 1;
+  int nextSub = subEnd > 0 ? subLines_ : end + 1;
+  for (int line = 0; line < end;) {
+    const int next = std::min(nextBin, nextSub);
+    const int64_t* row = data + static_cast<size_t>(line) * windows;
     if (windows == kMaxWindows) {
-      sumRows<kMaxWindows>(row, binLines_, windows, floorSum, span, clipTest, acc, bad, high);
+      sumRows<kMaxWindows>(row, next - line, windows, floorSum, span, clipTest, run, runBad,
+                           runHigh);
     } else {
-      sumRows<0>(row, binLines_, windows, floorSum, span, clipTest, acc, bad, high);
+      sumRows<0>(row, next - line, windows, floorSum, span, clipTest, run, runBad, runHigh);
     }
-    for (int w = 0; w < windows; ++w) {
-      ok_[frame][w][b] = bad[w] != 0 ? 0 : 1;
-      profile_[frame][w][b] = bad[w] != 0 ? 0.0 : std::log(static_cast<double>(acc[w])) - logLines;
-      // For the difference a bin with clipped (or broken, negative) entries
-      // reads as saturated; dark entries keep their sum.
-      sum_[frame][w][b] =
-          high[w] != 0 ? static_cast<double>(clipTest) * binLines_ : static_cast<double>(acc[w]);
-      level_[frame][w][b] =
-          static_cast<uint8_t>((high[w] != 0 ? kClipped : 0) | (bad[w] > high[w] ? kDark : 0));
+    if (next == nextBin) {
+      storeBin(frame, next / binLines_ - 1, windows, logLines, clipTest, run, runBad, runHigh,
+               binMark, binMarkBad, binMarkHigh);
+      nextBin = next + binLines_ <= binEnd ? next + binLines_ : end + 1;
     }
+    if (next == nextSub) {
+      const int k = next / subLines_ - 1;
+      for (int w = 0; w < windows; ++w) {
+        const int bad = runBad[w] - subMarkBad[w];
+        const int high = runHigh[w] - subMarkHigh[w];
+        subSum_[frame][w][k] = static_cast<double>(run[w] - subMark[w]);
+        subLevel_[frame][w][k] =
+            static_cast<uint8_t>((high != 0 ? kClipped : 0) | (bad > high ? kDark : 0));
+        subMark[w] = run[w];
+        subMarkBad[w] = runBad[w];
+        subMarkHigh[w] = runHigh[w];
+      }
+      nextSub = next + subLines_ <= subEnd ? next + subLines_ : end + 1;
+    }
+    line = next;
+  }
+}
+
+void RippleAnalyzer::storeBin(int frame, int b, int windows, double logLines, uint64_t clipTest,
+                              const uint64_t* run, const int* runBad, const int* runHigh,
+                              uint64_t* mark, int* markBad, int* markHigh) {
+  for (int w = 0; w < windows; ++w) {
+    const uint64_t acc = run[w] - mark[w];
+    const int bad = runBad[w] - markBad[w];
+    const int high = runHigh[w] - markHigh[w];
+    ok_[frame][w][b] = bad != 0 ? 0 : 1;
+    profile_[frame][w][b] = bad != 0 ? 0.0 : std::log(static_cast<double>(acc)) - logLines;
+    // For the difference a bin with clipped (or broken, negative) entries
+    // reads as saturated; dark entries keep their sum.
+    sum_[frame][w][b] =
+        high != 0 ? static_cast<double>(clipTest) * binLines_ : static_cast<double>(acc);
+    level_[frame][w][b] =
+        static_cast<uint8_t>((high != 0 ? kClipped : 0) | (bad > high ? kDark : 0));
+    mark[w] = run[w];
+    markBad[w] = runBad[w];
+    markHigh[w] = runHigh[w];
   }
 }
 
@@ -329,34 +370,10 @@ bool RippleAnalyzer::planSubBins(const PairInput& in, int searchRange) {
   for (int f = 0; f < kRipples; ++f) {
     periodSub_[f] = static_cast<int>(std::lround(1.0 / (kRippleHz[f] * in.lineTime * subLines)));
   }
-  return periodSub_[0] >= kCombSubBins &&
-         periodSub_[0] + kMinPeriodSamples * kCombSubBins <= subBins_;
-}
-
-void RippleAnalyzer::binSubFrame(const PairInput& in, const AlgoKnobs& knobs, int frame) {
-  const int windows = in.windows;
-  const int64_t floorSum =
-      std::max<int64_t>(0, static_cast<int64_t>(knobs.noiseFloor * in.winWidth));
-  const int64_t clipSum = static_cast<int64_t>(knobs.clipFraction * knobs.fullScale * in.winWidth);
-  const uint64_t span = clipSum > floorSum + 1 ? static_cast<uint64_t>(clipSum - floorSum - 1) : 0;
-  const uint64_t clipTest = static_cast<uint64_t>(std::max<int64_t>(clipSum, 1));
-  const int64_t* data = in.frame[frame];
-  for (int k = 0; k < subBins_; ++k) {
-    uint64_t acc[kMaxWindows] = {};
-    int bad[kMaxWindows] = {};
-    int high[kMaxWindows] = {};
-    const int64_t* row = data + static_cast<size_t>(k) * subLines_ * windows;
-    if (windows == kMaxWindows) {
-      sumRows<kMaxWindows>(row, subLines_, windows, floorSum, span, clipTest, acc, bad, high);
-    } else {
-      sumRows<0>(row, subLines_, windows, floorSum, span, clipTest, acc, bad, high);
-    }
-    for (int w = 0; w < windows; ++w) {
-      subSum_[frame][w][k] = static_cast<double>(acc[w]);
-      subLevel_[frame][w][k] =
-          static_cast<uint8_t>((high[w] != 0 ? kClipped : 0) | (bad[w] > high[w] ? kDark : 0));
-    }
+  if (periodSub_[0] < kCombSubBins || periodSub_[0] + kMinPeriodSamples * kCombSubBins > subBins_) {
+    subBins_ = 0;  // too short a readout to compare a 100 Hz period on
   }
+  return subBins_ > 0;
 }
 
 bool RippleAnalyzer::isDeep(int windows) const {
@@ -661,6 +678,7 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   }
   out->bins = bins_;
   out->binLines = binLines_;
+  const bool periodsFit = planSubBins(in, knobs.searchRange);
   binFrame(in, knobs, 0);
   binFrame(in, knobs, 1);
   buildDifference(in.windows);
@@ -670,9 +688,7 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   summariseTemporal(in, knobs, out);
   summariseSpatial(in, knobs, out);
   out->periodRipple = -1;
-  if (isDeep(in.windows) && planSubBins(in, knobs.searchRange)) {
-    binSubFrame(in, knobs, 0);
-    binSubFrame(in, knobs, 1);
+  if (periodsFit && isDeep(in.windows)) {
     testPeriods(in.windows, out);
     const int f = periodicRipple(*out, in.windows);
     out->periodRipple = f;

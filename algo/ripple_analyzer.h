@@ -120,7 +120,13 @@ class RippleAnalyzer {
 
   bool planBins(const PairInput& in, int searchRange);
   void buildBasis();
+  // Bins one frame, and its sub-bins for the period test, in one pass.
   void binFrame(const PairInput& in, const AlgoKnobs& knobs, int frame);
+  // Stores bin `bin` of `frame` from the running sums less their marks at the
+  // bin's start, and moves the marks to its end.
+  void storeBin(int frame, int bin, int windows, double logLines, uint64_t clipTest,
+                const uint64_t* run, const int* runBad, const int* runHigh, uint64_t* mark,
+                int* markBad, int* markHigh);
   void buildDifference(int windows);
   // Fits with the frame series' cubic trend (model 0), or the difference's
   // linear trend with the harmonics (model 1) or without them (model 2).
@@ -131,7 +137,6 @@ class RippleAnalyzer {
   void summariseTemporal(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
   void summariseSpatial(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
   bool planSubBins(const PairInput& in, int searchRange);
-  void binSubFrame(const PairInput& in, const AlgoKnobs& knobs, int frame);
   bool isDeep(int windows) const;
   void testPeriods(int windows, PairEvidence* out) const;
   static int periodicRipple(const PairEvidence& e, int windows);
