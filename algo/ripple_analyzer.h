@@ -14,6 +14,12 @@
 // combined robustly (component-wise median of the ripple phasors, agreement count, median noise),
 // so that motion or a bright object in a minority of windows does not decide.
 //
+// A deep difference (a rectified LED under a short exposure: a pulse train
+// whose harmonics match its fundamental) is also compared with itself one
+// 100 Hz and one 120 Hz period later; the difference is periodic with the
+// lamp's period whatever its shape, so the period names the lamp where one
+// sinusoid fit over a short readout cannot.
+//
 // The temporal ripple is the frame ripple times 2|sin(phase advance / 2)|,
 // with the advance 2 pi f_r x frame interval; the sign of the interval does
 // not matter. When that factor is small the pair's phase is frozen and the
