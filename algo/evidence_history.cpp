@@ -59,6 +59,19 @@ int EvidenceHistory::trailingVotes(int code, bool temporalOnly) const {
   return n;
 }
 
+int EvidenceHistory::trailingPeriodVotes(int code) const {
+  int n = 0;
+  for (int age = 0; age < count_; ++age) {
+    const EvidenceEntry& e = at(age);
+    if (e.vote == code && e.periodic) {
+      ++n;
+    } else if (!passesOver(e, code)) {
+      break;
+    }
+  }
+  return n;
+}
+
 double EvidenceHistory::runBanding(int code) const {
   double sum = 0.0;
   int n = 0;

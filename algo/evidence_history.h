@@ -17,6 +17,7 @@ struct EvidenceEntry {
   float amplitude[kRipples];  // banding the pair shows per ripple, log units
   int8_t vote;                // frequency code the pair backs; FLK_FREQ_NONE for none
   bool temporal;              // the vote rests on the frame difference, not on one frame
+  bool periodic;              // the vote rests on the period test of a deep difference
   // The pair could show the ripple in its frame difference (analysable, phase
   // not frozen). A pair that could not, and backs nothing, abstains for that
   // ripple: it neither breaks a run of votes for it nor dilutes its score.
@@ -40,6 +41,9 @@ class EvidenceHistory {
   // Number of newest consecutive entries voting `code` (temporal votes only
   // when `temporalOnly`), passing over entries that abstained for it.
   int trailingVotes(int code, bool temporalOnly) const;
+  // Number of newest consecutive entries whose period test names `code`,
+  // passing over entries that abstained for it.
+  int trailingPeriodVotes(int code) const;
   // Mean banding of `code` over the newest run of temporal votes for it.
   double runBanding(int code) const;
   // Amplitude of `ripple` measured by the newest of the last `ages` entries

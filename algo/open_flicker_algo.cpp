@@ -235,6 +235,14 @@ void OpenFlickerAlgo::logEvidence() const {
   const PairEvidence& e = evidence_;
   ALGO_LOGV(log_, "analysable(%d) bins(%d x %d lines) residual(%.4f) change(%d)", e.analysable,
             e.bins, e.binLines, e.sceneResidual, e.sceneChange);
+  if (e.periodTested) {
+    ALGO_LOGV(log_,
+              "period: 100 Hz ccc(%.2f) spread(%.3f) win(%d) | 120 Hz ccc(%.2f) spread(%.3f) "
+              "win(%d) -> %s",
+              e.periodicity[0], e.periodSpread[0], e.periodWindows[0], e.periodicity[1],
+              e.periodSpread[1], e.periodWindows[1],
+              e.periodRipple < 0 ? "none" : (e.periodRipple == 0 ? "100 Hz" : "120 Hz"));
+  }
   for (int f = 0; f < kRipples; ++f) {
     ALGO_LOGV(log_,
               "%.0f Hz: gain(%.3f) vis(%.3f%s) diff amp(%.4f) snr(%.1f) agree(%.2f) ev(%.2f) | "

@@ -64,6 +64,25 @@ constexpr double kStandInErrors = 2.0;
 constexpr double kConsistencyLow = 0.3;
 constexpr double kConsistencyHigh = 0.6;
 
+// Period test: sub-bins per 120 Hz band period (the lag of a ripple period
+// is rounded to a sub-bin), sub-bins per compared bin, and the fewest compared
+// bins a window needs.
+constexpr int kSubBinsPerPeriod = 96;
+constexpr int kCombSubBins = 4;
+constexpr int kMinPeriodSamples = 4;
+// A difference is deep when its spread over the bins (rms, median over the
+// windows) reaches this: texture under motion stays under 0.03.
+constexpr double kDeepSpread = 0.05;
+// The period test names a ripple when the difference matches itself one of
+// its periods later (concordance at least kPeriodic) with a spread of at least
+// kPeriodSpread in either test, and the other period does not (concordance at
+// most kAperiodic over a spread of at least kDeepSpread, or too few bins to
+// compare). A sinusoid one 120 Hz period on matches its 100 Hz self with
+// cos(60 deg) = 0.5, a 120 Hz sinusoid one 100 Hz period on cos(72 deg).
+constexpr double kPeriodic = 0.8;
+constexpr double kAperiodic = 0.6;
+constexpr double kPeriodSpread = 0.1;
+
 double ramp(double x, double lo, double hi) {
   if (hi <= lo) {
     return x >= hi ? 1.0 : 0.0;
@@ -338,26 +357,181 @@ void RippleAnalyzer::binFrame(const PairInput& in, const AlgoKnobs& knobs, int f
   const uint64_t clipTest = static_cast<uint64_t>(std::max<int64_t>(clipSum, 1));
   const int64_t* data = in.frame[frame];
   const double logLines = std::log(static_cast<double>(binLines_));
-  for (int b = 0; b < bins_; ++b) {
-    uint64_t acc[kMaxWindows] = {};
-    int bad[kMaxWindows] = {};
-    int high[kMaxWindows] = {};
-    const int64_t* row = data + static_cast<size_t>(b) * binLines_ * windows;
+  // One pass over the lines serves the bins and the period test's sub-bins:
+  // running sums, read at either grid's boundaries, give both by differences
+  // (exact in unsigned arithmetic, even where they wrap).
+  const int binEnd = bins_ * binLines_;
+  const int subEnd = subBins_ * subLines_;
+  const int end = std::max(binEnd, subEnd);
+  uint64_t run[kMaxWindows] = {}, binMark[kMaxWindows] = {}, subMark[kMaxWindows] = {};
+  int runBad[kMaxWindows] = {}, binMarkBad[kMaxWindows] = {}, subMarkBad[kMaxWindows] = {};
+  int runHigh[kMaxWindows] = {}, binMarkHigh[kMaxWindows] = {}, subMarkHigh[kMaxWindows] = {};
+  int nextBin = binEnd > 0 ? binLines_ : end + 1;
+  int nextSub = subEnd > 0 ? subLines_ : end + 1;
+  for (int line = 0; line < end;) {
+    const int next = std::min(nextBin, nextSub);
+    const int64_t* row = data + static_cast<size_t>(line) * windows;
     if (windows == kMaxWindows) {
-      sumRows<kMaxWindows>(row, binLines_, windows, floorSum, span, clipTest, acc, bad, high);
+      sumRows<kMaxWindows>(row, next - line, windows, floorSum, span, clipTest, run, runBad,
+                           runHigh);
     } else {
-      sumRows<0>(row, binLines_, windows, floorSum, span, clipTest, acc, bad, high);
+      sumRows<0>(row, next - line, windows, floorSum, span, clipTest, run, runBad, runHigh);
     }
+    if (next == nextBin) {
+      storeBin(frame, next / binLines_ - 1, windows, logLines, clipTest, run, runBad, runHigh,
+               binMark, binMarkBad, binMarkHigh);
+      nextBin = next + binLines_ <= binEnd ? next + binLines_ : end + 1;
+    }
+    if (next == nextSub) {
+      const int k = next / subLines_ - 1;
+      for (int w = 0; w < windows; ++w) {
+        const int bad = runBad[w] - subMarkBad[w];
+        const int high = runHigh[w] - subMarkHigh[w];
+        subSum_[frame][w][k] = static_cast<double>(run[w] - subMark[w]);
+        subLevel_[frame][w][k] =
+            static_cast<uint8_t>((high != 0 ? kClipped : 0) | (bad > high ? kDark : 0));
+        subMark[w] = run[w];
+        subMarkBad[w] = runBad[w];
+        subMarkHigh[w] = runHigh[w];
+      }
+      nextSub = next + subLines_ <= subEnd ? next + subLines_ : end + 1;
+    }
+    line = next;
+  }
+}
+
+void RippleAnalyzer::storeBin(int frame, int b, int windows, double logLines, uint64_t clipTest,
+                              const uint64_t* run, const int* runBad, const int* runHigh,
+                              uint64_t* mark, int* markBad, int* markHigh) {
+  for (int w = 0; w < windows; ++w) {
+    const uint64_t acc = run[w] - mark[w];
+    const int bad = runBad[w] - markBad[w];
+    const int high = runHigh[w] - markHigh[w];
+    ok_[frame][w][b] = bad != 0 ? 0 : 1;
+    profile_[frame][w][b] = bad != 0 ? 0.0 : std::log(static_cast<double>(acc)) - logLines;
+    // For the difference a bin with clipped (or broken, negative) entries
+    // reads as saturated; dark entries keep their sum.
+    sum_[frame][w][b] =
+        high != 0 ? static_cast<double>(clipTest) * binLines_ : static_cast<double>(acc);
+    level_[frame][w][b] =
+        static_cast<uint8_t>((high != 0 ? kClipped : 0) | (bad > high ? kDark : 0));
+    mark[w] = run[w];
+    markBad[w] = runBad[w];
+    markHigh[w] = runHigh[w];
+  }
+}
+
+bool RippleAnalyzer::planSubBins(const PairInput& in, int searchRange) {
+  const int lines = searchRange > 0 && searchRange < in.lines ? searchRange : in.lines;
+  const double period120 = 1.0 / (kRippleHz[1] * in.lineTime);  // lines
+  int subLines = std::max(1, static_cast<int>(period120 / kSubBinsPerPeriod));
+  if (lines / subLines > kMaxSubBins) {
+    subLines = (lines + kMaxSubBins - 1) / kMaxSubBins;
+  }
+  subLines_ = subLines;
+  subBins_ = std::min(kMaxSubBins, lines / subLines);
+  for (int f = 0; f < kRipples; ++f) {
+    periodSub_[f] = static_cast<int>(std::lround(1.0 / (kRippleHz[f] * in.lineTime * subLines)));
+  }
+  if (periodSub_[0] < kCombSubBins || periodSub_[0] + kMinPeriodSamples * kCombSubBins > subBins_) {
+    subBins_ = 0;  // too short a readout to compare a 100 Hz period on
+  }
+  return subBins_ > 0;
+}
+
+bool RippleAnalyzer::isDeep(int windows) const {
+  double spread[kMaxWindows];
+  for (int w = 0; w < windows; ++w) {
+    int n = 0;
+    double sum = 0.0, sum2 = 0.0;
+    for (int b = 0; b < bins_; ++b) {
+      if (ok_[kDiff][w][b] != 0) {
+        const double d = profile_[kDiff][w][b];
+        ++n;
+        sum += d;
+        sum2 += d * d;
+      }
+    }
+    const double mean = n > 0 ? sum / n : 0.0;
+    spread[w] = n > 1 ? std::sqrt(std::max(0.0, sum2 / n - mean * mean)) : 0.0;
+  }
+  return median(spread, windows) >= kDeepSpread;
+}
+
+int RippleAnalyzer::periodicRipple(const PairEvidence& e, int windows) {
+  const int minWindows = std::max(1, (windows + 1) / 2);
+  bool usable[kRipples];
+  double spread = 0.0;
+  for (int f = 0; f < kRipples; ++f) {
+    usable[f] = e.periodWindows[f] >= minWindows;
+    spread = usable[f] ? std::max(spread, e.periodSpread[f]) : spread;
+  }
+  if (spread < kPeriodSpread) {
+    return -1;
+  }
+  for (int f = 0; f < kRipples; ++f) {
+    const int other = 1 - f;
+    const bool otherFails = !usable[other] || (e.periodicity[other] <= kAperiodic &&
+                                               e.periodSpread[other] >= kDeepSpread);
+    if (usable[f] && e.periodicity[f] >= kPeriodic && otherFails) {
+      return f;
+    }
+  }
+  return -1;
+}
+
+void RippleAnalyzer::testPeriods(int windows, PairEvidence* out) const {
+  out->periodTested = true;
+  for (int f = 0; f < kRipples; ++f) {
+    double ccc[kMaxWindows];
+    double spread[kMaxWindows];
+    int n = 0;
     for (int w = 0; w < windows; ++w) {
-      ok_[frame][w][b] = bad[w] != 0 ? 0 : 1;
-      profile_[frame][w][b] = bad[w] != 0 ? 0.0 : std::log(static_cast<double>(acc[w])) - logLines;
-      // For the difference a bin with clipped (or broken, negative) entries
-      // reads as saturated; dark entries keep their sum.
-      sum_[frame][w][b] =
-          high[w] != 0 ? static_cast<double>(clipTest) * binLines_ : static_cast<double>(acc[w]);
-      level_[frame][w][b] =
-          static_cast<uint8_t>((high[w] != 0 ? kClipped : 0) | (bad[w] > high[w] ? kDark : 0));
+      // d at a compared bin from its sub-bins; false when the bin says nothing.
+      const auto diffAt = [&](int k, double* d) {
+        double a = 0.0, c = 0.0;
+        int la = 0, lc = 0;
+        for (int i = k; i < k + kCombSubBins; ++i) {
+          a += subSum_[0][w][i];
+          c += subSum_[1][w][i];
+          la |= subLevel_[0][w][i];
+          lc |= subLevel_[1][w][i];
+        }
+        if (((la | lc) & kClipped) != 0 || (la & lc & kDark) != 0 || !(a + c > 0.0)) {
+          return false;
+        }
+        *d = 2.0 * (c - a) / (c + a);
+        return true;
+      };
+      int m = 0;
+      double sx = 0.0, sy = 0.0, sxx = 0.0, syy = 0.0, sxy = 0.0;
+      for (int k = 0; k + periodSub_[f] + kCombSubBins <= subBins_; k += kCombSubBins) {
+        double x, y;
+        if (!diffAt(k, &x) || !diffAt(k + periodSub_[f], &y)) {
+          continue;
+        }
+        ++m;
+        sx += x;
+        sy += y;
+        sxx += x * x;
+        syy += y * y;
+        sxy += x * y;
+      }
+      if (m < kMinPeriodSamples) {
+        continue;
+      }
+      const double mx = sx / m, my = sy / m;
+      const double vx = std::max(0.0, sxx / m - mx * mx);
+      const double vy = std::max(0.0, syy / m - my * my);
+      const double cov = sxy / m - mx * my;
+      const double denom = vx + vy + (mx - my) * (mx - my);
+      ccc[n] = denom > 0.0 ? 2.0 * cov / denom : 0.0;
+      spread[n] = std::sqrt(0.5 * (vx + vy));
+      ++n;
     }
+    out->periodWindows[f] = n;
+    out->periodicity[f] = n > 0 ? median(ccc, n) : 0.0;
+    out->periodSpread[f] = n > 0 ? median(spread, n) : 0.0;
   }
 }
 
@@ -547,9 +721,11 @@ void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& kno
   }
   // A strong ripple leaves harmonics (the log is not linear) that the fit does
   // not model; they are allowed for before the residual counts as motion.
+  out->differenceFitted = n >= std::max(1, (in.windows + 1) / 2);
   out->sceneResidual =
       n > 0 ? std::max(0.0, median(sigma, n) - kHarmonicAllowance * strongest) : 1.0;
-  out->sceneChange = out->sceneResidual >= kResidualHigh;
+  // Without enough fitted windows the residual says nothing about motion.
+  out->sceneChange = out->differenceFitted && out->sceneResidual >= kResidualHigh;
   const double stillness = 1.0 - ramp(out->sceneResidual, kResidualLow, kResidualHigh);
   for (int f = 0; f < kRipples; ++f) {
     out->temporalEvidence[f] = out->frozen[f] ? 0.0 : out->temporal[f].evidence * stillness;
@@ -596,6 +772,7 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   chooseModels(out);
   out->bins = bins_;
   out->binLines = binLines_;
+  const bool periodsFit = planSubBins(in, knobs.searchRange);
   binFrame(in, knobs, 0);
   binFrame(in, knobs, 1);
   buildDifference(in.windows);
@@ -604,6 +781,19 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   fitDifference(in.windows, knobs);
   summariseTemporal(in, knobs, out);
   summariseSpatial(in, knobs, out);
+  out->periodRipple = -1;
+  if (periodsFit && isDeep(in.windows)) {
+    testPeriods(in.windows, out);
+    const int f = periodicRipple(*out, in.windows);
+    out->periodRipple = f;
+    if (f >= 0) {
+      // The ripple's period explains the difference, whatever its shape: not
+      // motion, and not the other ripple.
+      out->sceneChange = false;
+      out->temporalEvidence[f] = 1.0;
+      out->temporalEvidence[1 - f] = 0.0;
+    }
+  }
   out->analysable = true;
   return true;
 }

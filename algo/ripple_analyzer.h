@@ -16,6 +16,12 @@
 // combined robustly (component-wise median of the ripple phasors, agreement count, median noise),
 // so that motion or a bright object in a minority of windows does not decide.
 //
+// A deep difference (a rectified LED under a short exposure: a pulse train
+// whose harmonics match its fundamental) is also compared with itself one
+// 100 Hz and one 120 Hz period later; the difference is periodic with the
+// lamp's period whatever its shape, so the period names the lamp where one
+// sinusoid fit over a short readout cannot.
+//
 // The temporal ripple is the frame ripple times 2|sin(phase advance / 2)|,
 // with the advance 2 pi f_r x frame interval; the sign of the interval does
 // not matter. When that factor is small the pair's phase is frozen and the
@@ -91,6 +97,20 @@ struct PairEvidence {
   // two frames' ripples less twice its standard error, so that an insignificant
   // single-frame fit (texture) does not outweigh a clear difference.
   double frozenStandIn[kRipples];
+  // The difference could be fitted in enough windows. When it could not (a
+  // deep ripple leaves most bins dark in both frames), the residual says
+  // nothing about motion.
+  bool differenceFitted;
+  // Period test of a deep difference: per ripple, the median over the windows
+  // of the concordance between the difference and itself one ripple period
+  // later (1 = periodic), the median spread (rms) of the compared values, and
+  // the windows with enough compared bins.
+  bool periodTested;
+  double periodicity[kRipples];
+  double periodSpread[kRipples];
+  int periodWindows[kRipples];
+  // Ripple whose period alone explains the difference, -1 when none does.
+  int periodRipple;
 };
 
 class RippleAnalyzer {
@@ -120,7 +140,13 @@ class RippleAnalyzer {
   // Factor of the all-bins normal matrix of a model, built on first use.
   bool fullFactor(int key);
   void chooseModels(PairEvidence* out);
+  // Bins one frame, and its sub-bins for the period test, in one pass.
   void binFrame(const PairInput& in, const AlgoKnobs& knobs, int frame);
+  // Stores bin `bin` of `frame` from the running sums less their marks at the
+  // bin's start, and moves the marks to its end.
+  void storeBin(int frame, int bin, int windows, double logLines, uint64_t clipTest,
+                const uint64_t* run, const int* runBad, const int* runHigh, uint64_t* mark,
+                int* markBad, int* markHigh);
   void buildDifference(int windows);
   void fitSeries(int series, int windows, int key, WindowFit* fits);
   void fitDifference(int windows, const AlgoKnobs& knobs);
@@ -130,6 +156,10 @@ class RippleAnalyzer {
                         const AlgoKnobs& knobs) const;
   void summariseTemporal(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
   void summariseSpatial(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
+  bool planSubBins(const PairInput& in, int searchRange);
+  bool isDeep(int windows) const;
+  void testPeriods(int windows, PairEvidence* out) const;
+  static int periodicRipple(const PairEvidence& e, int windows);
 
   // Series: 0 = frame slot 0, 1 = frame slot 1, 2 = difference (1 - 0).
   static constexpr int kSeries = 3;
@@ -164,6 +194,14 @@ class RippleAnalyzer {
   uint8_t level_[2][kMaxWindows][kMaxBins] = {};
   WindowFit fits_[kSeries][kMaxWindows] = {};
   WindowFit altFits_[kMaxWindows] = {};
+  // Fine sub-bins of each frame for the period test, and the ripple periods
+  // in sub-bins.
+  static constexpr int kMaxSubBins = 1024;
+  int subBins_ = 0;
+  int subLines_ = 0;
+  int periodSub_[kRipples] = {};
+  double subSum_[2][kMaxWindows][kMaxSubBins] = {};
+  uint8_t subLevel_[2][kMaxWindows][kMaxSubBins] = {};
 };
 
 }  // namespace open_algo

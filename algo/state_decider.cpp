@@ -81,8 +81,23 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     return e;
   }
   e.measured = true;
+  if (ev.periodRipple >= 0) {
+    // A deep ripple whose period alone explains the difference. It speaks
+    // against the other ripple even when that one's phase is frozen: a frozen
+    // lamp leaves the difference flat, or periodic with its own period.
+    const int f = ev.periodRipple;
+    e.seen[f] = true;
+    e.seen[1 - f] = true;
+    e.evidence[f] = 1.0f;
+    e.amplitude[f] = static_cast<float>(std::max(ev.temporalAmplitude[f], ev.frozenStandIn[f]));
+    e.vote = static_cast<int8_t>(f);
+    e.temporal = true;
+    e.periodic = true;
+    return e;
+  }
   for (int f = 0; f < kRipples; ++f) {
-    e.seen[f] = !ev.frozen[f];
+    // Without a fitted difference the pair could not show either ripple.
+    e.seen[f] = !ev.frozen[f] && ev.differenceFitted;
   }
   double amplitude[kRipples];
   for (int f = 0; f < kRipples; ++f) {
@@ -164,6 +179,12 @@ bool StateDecider::maySwitchTo(int32_t code, bool holdOff) const {
     return false;
   }
   const bool switchBack = code == previous_ && switchBackLeft_ > 0;
+  if (!switchBack && history_.trailingPeriodVotes(code) >= knobs_.minPastFrames) {
+    // A deep ripple's period names the lamp in every pair of the run; the
+    // older entries of the history may predate a change of light. A return
+    // to the state just left still needs the score and its margin.
+    return true;
+  }
   const int need = knobs_.switchScore + (switchBack ? knobs_.switchBackMargin : 0);
   const int other = 1 - code;
   return history_.score(code) >= need && history_.score(code) > history_.score(other);

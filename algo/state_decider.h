@@ -8,6 +8,10 @@
 // history lengths of the change, needs the switch-back margin on top.
 // Evidence from one frame alone (frozen phase) may confirm the applied state
 // but never switches it.
+// A run of minPastFrames pairs whose deep difference is periodic with the
+// other frequency's period switches without the score (the older entries may
+// predate a change of light), except as a return within the switch-back
+// window.
 //
 // Mixed light (lamps on both mains): with whole-period exposures each state
 // cancels its own ripple and shows the other lamp's, so each has a reason to
