@@ -330,17 +330,38 @@ namespace {
 // clipSum, tested as one unsigned comparison; entries at or over the clip (and
 // negative ones, which wrap to huge values) are counted as well. The sums wrap
 // harmlessly in unsigned arithmetic: a bin with such an entry is not used.
-template <int W>
+// Sums `lines` rows of windows [first, first + G) of rows `stride` entries
+// long, into local accumulators: the statistics (int64_t) may alias the
+// caller's sums (uint64_t), and six windows' sums and counts would not fit
+// the registers at once.
+template <int G>
+void sumGroup(const int64_t* row, int lines, int stride, int first, uint64_t floorSum,
+              uint64_t span, uint64_t clipSum, uint64_t* acc, int* bad, int* high) {
+  uint64_t a[G] = {}, b[G] = {}, h[G] = {};
+  row += first;
+  for (int l = 0; l < lines; ++l, row += stride) {
+    for (int w = 0; w < G; ++w) {
+      const uint64_t v = static_cast<uint64_t>(row[w]);
+      b[w] += (v - floorSum - 1) >= span ? 1 : 0;
+      h[w] += v >= clipSum ? 1 : 0;  // negative entries wrap to huge values
+      a[w] += v;
+    }
+  }
+  for (int w = 0; w < G; ++w) {
+    acc[first + w] += a[w];
+    bad[first + w] += static_cast<int>(b[w]);
+    high[first + w] += static_cast<int>(h[w]);
+  }
+}
+
 void sumRows(const int64_t* row, int lines, int windows, uint64_t floorSum, uint64_t span,
              uint64_t clipSum, uint64_t* acc, int* bad, int* high) {
-  const int n = W > 0 ? W : windows;
-  for (int l = 0; l < lines; ++l, row += n) {
-    for (int w = 0; w < n; ++w) {
-      const uint64_t v = static_cast<uint64_t>(row[w]);
-      bad[w] += (v - floorSum - 1) >= span ? 1 : 0;
-      high[w] += v >= clipSum ? 1 : 0;  // negative entries wrap to huge values
-      acc[w] += v;
-    }
+  int w = 0;
+  for (; w + 3 <= windows; w += 3) {
+    sumGroup<3>(row, lines, windows, w, floorSum, span, clipSum, acc, bad, high);
+  }
+  for (; w < windows; ++w) {
+    sumGroup<1>(row, lines, windows, w, floorSum, span, clipSum, acc, bad, high);
   }
 }
 
@@ -371,12 +392,7 @@ void RippleAnalyzer::binFrame(const PairInput& in, const AlgoKnobs& knobs, int f
   for (int line = 0; line < end;) {
     const int next = std::min(nextBin, nextSub);
     const int64_t* row = data + static_cast<size_t>(line) * windows;
-    if (windows == kMaxWindows) {
-      sumRows<kMaxWindows>(row, next - line, windows, floorSum, span, clipTest, run, runBad,
-                           runHigh);
-    } else {
-      sumRows<0>(row, next - line, windows, floorSum, span, clipTest, run, runBad, runHigh);
-    }
+    sumRows(row, next - line, windows, floorSum, span, clipTest, run, runBad, runHigh);
     if (next == nextBin) {
       storeBin(frame, next / binLines_ - 1, windows, logLines, clipTest, run, runBad, runHigh,
                binMark, binMarkBad, binMarkHigh);
