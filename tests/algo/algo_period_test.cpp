@@ -35,17 +35,9 @@ double ledLight(double mainsHz, double t, double exposure) {
 // Statistics of a 1920 x 1080 frame: six windows of 320 pixels, three rows.
 std::vector<int64_t> ledFrame(double mainsHz, double start, double exposure, double gain,
                               const Scene& scene, int index) {
-  std::vector<int64_t> out(static_cast<size_t>(kShortLines) * kWindows);
-  for (int y = 0; y < kShortLines; ++y) {
-    const double lamp = ledLight(mainsHz, start + y * kShortLineTime, exposure);
-    for (int w = 0; w < kWindows; ++w) {
-      const size_t i = static_cast<size_t>(y) * kWindows + w;
-      const double noise = 6.0 * std::sin(i * 12.9898 + index * 78.233 + start * 1e3);
-      const double pixel = std::min(1023.0, gain * scene(y, w, index) * lamp);
-      out[i] = std::llround(std::max(0.0, pixel * kShortWinW + noise));
-    }
-  }
-  return out;
+  return synthFrame(
+      kShortLines, kShortWinW, kShortLineTime, start,
+      [&](double t) { return ledLight(mainsHz, t, exposure); }, gain, 6.0, scene, index);
 }
 
 FlkInitPara shortInit() {

@@ -60,19 +60,30 @@ inline double meanLight(const Light& l, double t, double exposure) {
   return v;
 }
 
-inline std::vector<int64_t> frame(const Light& light, double start, double exposure,
-                                  const Scene& scene, int index) {
-  std::vector<int64_t> out(static_cast<size_t>(kLines) * kWindows);
-  for (int y = 0; y < kLines; ++y) {
-    const double lamp = meanLight(light, start + y * kLineTime, exposure);
+// Statistics of `lines` lines of six windows `winW` pixels wide; line y
+// starts its exposure at start + y * lineTime, and `lamp(t)` is the light
+// averaged over an exposure starting at t. Pixels clip at 1023.
+inline std::vector<int64_t> synthFrame(int lines, int winW, double lineTime, double start,
+                                       const std::function<double(double)>& lamp, double gain,
+                                       double noise, const Scene& scene, int index) {
+  std::vector<int64_t> out(static_cast<size_t>(lines) * kWindows);
+  for (int y = 0; y < lines; ++y) {
+    const double light = lamp(start + y * lineTime);
     for (int w = 0; w < kWindows; ++w) {
       const size_t i = static_cast<size_t>(y) * kWindows + w;
-      const double noise = 13.0 * std::sin(i * 12.9898 + index * 78.233 + start * 1e3);
-      const double pixel = std::min(1023.0, 400.0 * scene(y, w, index) * lamp);
-      out[i] = std::llround(std::max(0.0, pixel * kWinW + noise));
+      const double n = noise * std::sin(i * 12.9898 + index * 78.233 + start * 1e3);
+      const double pixel = std::min(1023.0, gain * scene(y, w, index) * light);
+      out[i] = std::llround(std::max(0.0, pixel * winW + n));
     }
   }
   return out;
+}
+
+inline std::vector<int64_t> frame(const Light& light, double start, double exposure,
+                                  const Scene& scene, int index) {
+  return synthFrame(
+      kLines, kWinW, kLineTime, start, [&](double t) { return meanLight(light, t, exposure); },
+      400.0, 13.0, scene, index);
 }
 
 inline FlkInitPara genericInit(uint32_t lineLength = 4800, double pixelClk = 480e6) {
