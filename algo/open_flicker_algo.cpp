@@ -233,8 +233,11 @@ void OpenFlickerAlgo::logEvidence() const {
     return;
   }
   const PairEvidence& e = evidence_;
-  ALGO_LOGV(log_, "analysable(%d) bins(%d x %d lines) residual(%.4f) change(%d)", e.analysable,
-            e.bins, e.binLines, e.sceneResidual, e.sceneChange);
+  ALGO_LOGV(log_,
+            "analysable(%d) bins(%d x %d lines) residual(%.4f) change(%d) shift(%.2f +- %.2f "
+            "lines%s)",
+            e.analysable, e.bins, e.binLines, e.sceneResidual, e.sceneChange, e.shift, e.shiftError,
+            e.shiftRemoved ? ", removed" : "");
   if (e.periodTested) {
     ALGO_LOGV(log_,
               "period: 100 Hz ccc(%.2f) spread(%.3f) win(%d) | 120 Hz ccc(%.2f) spread(%.3f) "

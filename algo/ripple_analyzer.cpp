@@ -82,6 +82,13 @@ constexpr double kDeepSpread = 0.05;
 constexpr double kPeriodic = 0.8;
 constexpr double kAperiodic = 0.6;
 constexpr double kPeriodSpread = 0.1;
+// A vertical scene shift is removed from the difference when it is this many
+// standard errors from zero, changes the difference by at least this rms (a
+// quarter of the default amplitude floor), and explains at least this share
+// of the difference's residual.
+constexpr double kShiftSignificance = 3.0;
+constexpr double kMinShiftRms = 0.001;
+constexpr double kMinShiftShare = 0.5;
 
 double ramp(double x, double lo, double hi) {
   if (hi <= lo) {
@@ -571,8 +578,7 @@ void RippleAnalyzer::buildDifference(int windows) {
   }
 }
 
-bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int key, WindowFit* fit) {
-  fit->valid = false;
+bool RippleAnalyzer::solveWindow(const double* y, const uint8_t* ok, int key, Solution* sol) {
   int n = 0;
   double mean = 0.0;
   for (int b = 0; b < bins_; ++b) {
@@ -585,10 +591,8 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int key, Wind
   }
   mean /= n;
 
-  Matrix ownChol;
   const double(*chol)[kFitParams] = fullChol_[key];
-  double ownVar[kRippleCols];
-  const double* var = fullVar_[key];
+  sol->var = fullVar_[key];
   if (n != bins_ || !fullFactor(key)) {
     Matrix g = {};
     for (int b = 0; b < bins_; ++b) {
@@ -602,12 +606,12 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int key, Wind
       }
     }
     maskUnused(g, key);
-    if (!cholesky(g, ownChol)) {
+    if (!cholesky(g, sol->ownChol)) {
       return false;
     }
-    rippleVariances(ownChol, ownVar);
-    chol = ownChol;
-    var = ownVar;
+    rippleVariances(sol->ownChol, sol->ownVar);
+    chol = sol->ownChol;
+    sol->var = sol->ownVar;
   }
 
   double rhs[kFitParams] = {};
@@ -625,21 +629,137 @@ bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int key, Wind
   for (int j = 0; j < kFitParams; ++j) {
     rhs[j] = columnUsed(key, j) ? rhs[j] : 0.0;
   }
-  double beta[kFitParams];
-  cholSolve(chol, rhs, beta);
+  cholSolve(chol, rhs, sol->beta);
   double explained = 0.0;
   for (int j = 0; j < kFitParams; ++j) {
-    explained += beta[j] * rhs[j];
+    explained += sol->beta[j] * rhs[j];
   }
-  const double sigma2 = std::max(0.0, yy - explained) / (n - params);
+  sol->mean = mean;
+  sol->rss = std::max(0.0, yy - explained);
+  sol->dof = n - params;
+  return true;
+}
+
+bool RippleAnalyzer::fitWindow(const double* y, const uint8_t* ok, int key, WindowFit* fit) {
+  fit->valid = false;
+  Solution sol;
+  if (!solveWindow(y, ok, key, &sol)) {
+    return false;
+  }
+  const double sigma2 = sol.rss / sol.dof;
   fit->sigma = std::sqrt(sigma2);
   for (int c = 0; c < kComponents; ++c) {
-    fit->re[c] = beta[kMaxTrendTerms + 2 * c];
-    fit->im[c] = beta[kMaxTrendTerms + 1 + 2 * c];
-    fit->se[c] = std::sqrt(sigma2 * 0.5 * (var[2 * c] + var[2 * c + 1]));
+    fit->re[c] = sol.beta[kMaxTrendTerms + 2 * c];
+    fit->im[c] = sol.beta[kMaxTrendTerms + 1 + 2 * c];
+    fit->se[c] = std::sqrt(sigma2 * 0.5 * (sol.var[2 * c] + sol.var[2 * c + 1]));
   }
   fit->valid = true;
   return true;
+}
+
+double RippleAnalyzer::residualAt(const double* y, const Solution& sol, int b) const {
+  double fitted = sol.mean;
+  for (int j = 0; j < kFitParams; ++j) {
+    fitted += basis_[b][j] * sol.beta[j];
+  }
+  return y[b] - fitted;
+}
+
+bool RippleAnalyzer::buildGradient(int w) {
+  // A shift of s lines moves each bin's borders: the bin gains s times the
+  // line level at its end and loses it at its start. The levels at the
+  // borders come from the sub-bins (a few lines each), interpolated between
+  // their centres, since texture finer than a bin makes the bins' own
+  // differences a poor derivative.
+  const auto levelAt = [&](int line, bool* fine) {
+    const double x = (line - 0.5 * subLines_) / subLines_;
+    int j0 = static_cast<int>(std::floor(x));
+    double frac = x - j0;
+    if (j0 < 0) {
+      j0 = 0;
+      frac = 0.0;
+    }
+    if (j0 >= subBins_ - 1) {
+      j0 = subBins_ - 1;
+      frac = 0.0;
+    }
+    const int j1 = std::min(j0 + 1, subBins_ - 1);
+    const int flags =
+        subLevel_[0][w][j0] | subLevel_[1][w][j0] | subLevel_[0][w][j1] | subLevel_[1][w][j1];
+    *fine = *fine && flags == 0;
+    const double v0 = subSum_[0][w][j0] + subSum_[1][w][j0];
+    const double v1 = subSum_[0][w][j1] + subSum_[1][w][j1];
+    return ((1.0 - frac) * v0 + frac * v1) / subLines_;
+  };
+  bool fine = true;
+  double start = levelAt(0, &fine);
+  for (int b = 0; b < bins_; ++b) {
+    const double end = levelAt((b + 1) * binLines_, &fine);
+    const double bin = sum_[0][w][b] + sum_[1][w][b];
+    fine = fine && (level_[0][w][b] | level_[1][w][b]) == 0 && bin > 0.0;
+    // The difference 2 (c - a) / (c + a) of a bin changed by s (end - start)
+    // per frame.
+    grad_[w][b] = fine ? (end - start) / bin : 0.0;
+    start = end;
+  }
+  return fine;
+}
+
+void RippleAnalyzer::removeShift(int windows, PairEvidence* out) {
+  if (subBins_ == 0) {
+    return;
+  }
+  // One shift for all windows: regress the difference's residual on the
+  // gradient's residual, both after the difference's model, pooled over the
+  // windows. A ripple's own derivative lies in the model's ripple columns, so
+  // it does not bias the estimate.
+  double sxx = 0.0, sxy = 0.0, rss = 0.0;
+  int dof = 0, count = 0;
+  bool used[kMaxWindows] = {};
+  for (int w = 0; w < windows; ++w) {
+    const double* d = profile_[kDiff][w];
+    const uint8_t* ok = ok_[kDiff][w];
+    Solution sd, sg;
+    if (!buildGradient(w) || !solveWindow(d, ok, diffModel_, &sd) ||
+        !solveWindow(grad_[w], ok, diffModel_, &sg)) {
+      continue;
+    }
+    used[w] = true;
+    for (int b = 0; b < bins_; ++b) {
+      if (ok[b] != 0) {
+        // The gradient's residual is orthogonal to the model, the mean
+        // included: its product with the difference is the one with the
+        // difference's residual.
+        const double rg = residualAt(grad_[w], sg, b);
+        sxy += rg * d[b];
+        sxx += rg * rg;
+        ++count;
+      }
+    }
+    rss += sd.rss;
+    dof += sd.dof;
+  }
+  if (!(sxx > 0.0) || !(rss > 0.0) || dof < 2) {
+    return;
+  }
+  const double s = sxy / sxx;
+  out->shift = s;
+  out->shiftError = std::sqrt(std::max(0.0, rss - s * sxy) / (dof - 1) / sxx);
+  // Significant, within the linear range, large enough to matter (in a still
+  // scene a tiny shift only fits the ripple's own shape errors), and what the
+  // residual is made of (a deep ripple's shape errors also correlate with the
+  // gradient, but explain little of the residual).
+  const double rms = std::fabs(s) * std::sqrt(sxx / count);
+  if (std::fabs(s) < kShiftSignificance * out->shiftError || std::fabs(s) > binLines_ ||
+      rms < kMinShiftRms || s * sxy < kMinShiftShare * rss) {
+    return;
+  }
+  out->shiftRemoved = true;
+  for (int w = 0; w < windows; ++w) {
+    for (int b = 0; used[w] && b < bins_; ++b) {
+      profile_[kDiff][w][b] -= ok_[kDiff][w][b] != 0 ? s * grad_[w][b] : 0.0;
+    }
+  }
 }
 
 void RippleAnalyzer::fitSeries(int series, int windows, int key, WindowFit* fits) {
@@ -794,6 +914,7 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   buildDifference(in.windows);
   fitSeries(0, in.windows, frameModel_, fits_[0]);
   fitSeries(1, in.windows, frameModel_, fits_[1]);
+  removeShift(in.windows, out);
   fitDifference(in.windows, knobs);
   summariseTemporal(in, knobs, out);
   summariseSpatial(in, knobs, out);

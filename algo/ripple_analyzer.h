@@ -15,6 +15,10 @@
 // leak into the other fundamental's nearly parallel column. Windows are then
 // combined robustly (component-wise median of the ripple phasors, agreement count, median noise),
 // so that motion or a bright object in a minority of windows does not decide.
+// Before the difference is fitted, a vertical shift of the scene between the
+// frames, one for all windows, is estimated from the profiles' gradient and
+// removed when it is what the difference's residual is made of: moving
+// texture would otherwise read as ripple and as noise.
 //
 // A deep difference (a rectified LED under a short exposure: a pulse train
 // whose harmonics match its fundamental) is also compared with itself one
@@ -111,6 +115,12 @@ struct PairEvidence {
   int periodWindows[kRipples];
   // Ripple whose period alone explains the difference, -1 when none does.
   int periodRipple;
+  // Vertical scene shift between the frames (lines, frame 1 against frame 0,
+  // shared by the windows), its standard error, and whether it was removed
+  // from the difference before the difference's fit.
+  double shift;
+  double shiftError;
+  bool shiftRemoved;
 };
 
 class RippleAnalyzer {
@@ -151,7 +161,26 @@ class RippleAnalyzer {
   void fitSeries(int series, int windows, int key, WindowFit* fits);
   void fitDifference(int windows, const AlgoKnobs& knobs);
   static double medianSigma(const WindowFit* fits, int windows);
+  // One least-squares solve of a window's series (mean removed) under a model.
+  struct Solution {
+    double beta[kFitParams];
+    double mean;
+    double rss;         // residual sum of squares
+    int dof;            // residual degrees of freedom
+    const double* var;  // ripple-coefficient variances over sigma^2
+    double ownChol[kFitParams][kFitParams];
+    double ownVar[kRippleCols];
+  };
+  bool solveWindow(const double* y, const uint8_t* ok, int key, Solution* sol);
+  // Residual of a solved series at bin b (meaningful where the series is kept).
+  double residualAt(const double* y, const Solution& sol, int b) const;
   bool fitWindow(const double* y, const uint8_t* ok, int key, WindowFit* fit);
+  // Builds, per window, the change of each difference bin that a vertical
+  // shift of one line brings; false when the window's levels do not allow it.
+  bool buildGradient(int window);
+  // Estimates one vertical shift of the scene between the frames, shared by
+  // the windows, and removes it from the difference when it is significant.
+  void removeShift(int windows, PairEvidence* out);
   RippleSummary combine(const WindowFit* fits, int component, int windows, double amplitudeScale,
                         const AlgoKnobs& knobs) const;
   void summariseTemporal(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
@@ -194,6 +223,8 @@ class RippleAnalyzer {
   uint8_t level_[2][kMaxWindows][kMaxBins] = {};
   WindowFit fits_[kSeries][kMaxWindows] = {};
   WindowFit altFits_[kMaxWindows] = {};
+  // Per window: difference change per line of vertical scene shift.
+  double grad_[kMaxWindows][kMaxBins] = {};
   // Fine sub-bins of each frame for the period test, and the ripple periods
   // in sub-bins.
   static constexpr int kMaxSubBins = 1024;
