@@ -293,9 +293,23 @@ bool RippleAnalyzer::fullFactor(int key) {
       }
     }
     maskUnused(g, key);
-    fullOk_[key] = cholesky(g, fullChol_[key]);
+    Matrix chol;
+    fullOk_[key] = cholesky(g, chol);
     if (fullOk_[key]) {
-      rippleVariances(fullChol_[key], fullVar_[key]);
+      // The inverse itself: a window without masked bins then solves with one
+      // product instead of two triangular solves and their divisions.
+      for (int j = 0; j < kFitParams; ++j) {
+        double e[kFitParams] = {};
+        double column[kFitParams];
+        e[j] = 1.0;
+        cholSolve(chol, e, column);
+        for (int i = 0; i < kFitParams; ++i) {
+          fullInverse_[key][i][j] = column[i];
+        }
+      }
+      for (int j = 0; j < kRippleCols; ++j) {
+        fullVar_[key][j] = fullInverse_[key][kMaxTrendTerms + j][kMaxTrendTerms + j];
+      }
     }
     fullBuilt_[key] = true;
   }
@@ -591,7 +605,7 @@ bool RippleAnalyzer::solveWindow(const double* y, const uint8_t* ok, int key, So
   }
   mean /= n;
 
-  const double(*chol)[kFitParams] = fullChol_[key];
+  const double(*chol)[kFitParams] = nullptr;
   sol->var = fullVar_[key];
   if (n != bins_ || !fullFactor(key)) {
     Matrix g = {};
@@ -629,7 +643,17 @@ bool RippleAnalyzer::solveWindow(const double* y, const uint8_t* ok, int key, So
   for (int j = 0; j < kFitParams; ++j) {
     rhs[j] = columnUsed(key, j) ? rhs[j] : 0.0;
   }
-  cholSolve(chol, rhs, sol->beta);
+  if (chol != nullptr) {
+    cholSolve(chol, rhs, sol->beta);
+  } else {
+    for (int i = 0; i < kFitParams; ++i) {
+      double v = 0.0;
+      for (int j = 0; j < kFitParams; ++j) {
+        v += fullInverse_[key][i][j] * rhs[j];
+      }
+      sol->beta[i] = v;
+    }
+  }
   double explained = 0.0;
   for (int j = 0; j < kFitParams; ++j) {
     explained += sol->beta[j] * rhs[j];

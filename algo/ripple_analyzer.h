@@ -200,9 +200,9 @@ class RippleAnalyzer {
   bool basisValid_ = false;
   double basis_[kMaxBins][kFitParams] = {};
   double gram_[kFitParams][kFitParams] = {};  // all-bins normal matrix, every column
-  // Per model key: Cholesky factor and ripple-coefficient variances of the
+  // Per model key: inverse normal matrix and ripple-coefficient variances of the
   // all-bins fit, shared by every window without masked bins.
-  double fullChol_[kModels][kFitParams][kFitParams] = {};
+  double fullInverse_[kModels][kFitParams][kFitParams] = {};
   double fullVar_[kModels][kRippleCols] = {};
   bool fullOk_[kModels] = {};
   bool fullBuilt_[kModels] = {};
