@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "algo_tuning.h"
+#include "probe_comparison.h"
 #include "ripple_analyzer.h"
 
 namespace open_algo {
@@ -25,6 +26,8 @@ struct EvidenceEntry {
   // The pair measured the ripples in its difference: analysable, no scene
   // change. `amplitude` of a seen ripple is then a measurement.
   bool measured;
+  // The ripple not applied against the cancelled probe, for the slow path.
+  ProbeSample probe;
 };
 
 class EvidenceHistory {

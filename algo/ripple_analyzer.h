@@ -71,6 +71,7 @@ struct PairInput {
 // One series at one ripple frequency with the windows combined.
 struct RippleSummary {
   double amplitude;  // combined ripple amplitude in log units
+  double phasor;     // the same before any scaling (as the series shows it)
   double snr;        // amplitude over its combined standard error
   double agreement;  // fraction of windows whose phasor agrees with the combined one
   double evidence;   // 0..1

@@ -22,6 +22,10 @@ constexpr int kSwitchBackHistories = 3;
 constexpr double kMixedReturnRatio = 1.5;
 // The mixed-light hold lasts at most this many history lengths.
 constexpr int kMixedHoldHistories = 4;
+// The probe (a cancelled ripple's column) calibrates the other ripple only
+// while it shows no structure of its own: a grating or strong texture near
+// the band periods makes it significant, and leaks into the other column.
+constexpr double kQuietProbeSnr = 3.0;
 
 bool isFrequency(int32_t code) {
   return code == FLK_FREQ_50HZ || code == FLK_FREQ_60HZ;
@@ -37,6 +41,7 @@ void StateDecider::configure(const AlgoKnobs& knobs) {
 
 void StateDecider::clearHistory() {
   history_.clear();
+  probes_.clear();
   holdOffLeft_ = 0;
   switchBackLeft_ = 0;
   mixedWindowLeft_ = 0;
@@ -64,16 +69,41 @@ void StateDecider::setApplied(int32_t code) {
   }
   verdictBanding_[0] = verdictBanding_[1] = 0.0;
   applied_ = code;
+  probes_.clear();
 }
 
 void StateDecider::resetTo(int32_t code) {
   history_.clear();
+  probes_.clear();
   setApplied(code);
+}
+
+ProbeSample StateDecider::probeSample(const PairEvidence& ev) const {
+  ProbeSample s{};
+  if (!isFrequency(applied_) || !ev.analysable || ev.sceneChange || !ev.differenceFitted ||
+      ev.periodRipple >= 0) {
+    return s;
+  }
+  const int probe = applied_;
+  const int other = 1 - probe;
+  if (!ev.cancelled[probe] || ev.cancelled[other] || ev.frozen[other] ||
+      ev.temporal[probe].snr >= kQuietProbeSnr || ev.visibility[other] <= 0.0) {
+    return s;
+  }
+  s.valid = true;
+  s.ripple = static_cast<int8_t>(other);
+  s.snr = static_cast<float>(ev.temporal[other].snr);
+  s.probeSnr = static_cast<float>(ev.temporal[probe].snr);
+  s.amplitude = static_cast<float>(ev.temporalAmplitude[other]);
+  // As the difference shows it, scaled like the other ripple (see rival()).
+  s.probeRipple = static_cast<float>(0.5 * ev.temporal[probe].phasor / ev.visibility[other]);
+  return s;
 }
 
 EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   EvidenceEntry e{};
   e.vote = FLK_FREQ_NONE;
+  e.probe = probeSample(ev);
   if (!ev.analysable || ev.sceneChange) {
     // A cut or unusable pair backs nothing; a cut still counts against a run
     // of votes (it saw the frames change), an unusable pair abstains.
@@ -171,14 +201,20 @@ void StateDecider::updateMixed() {
   }
 }
 
-bool StateDecider::maySwitchTo(int32_t code, bool holdOff) const {
-  if (holdOff || history_.trailingVotes(code, true) < knobs_.minPastFrames) {
+bool StateDecider::maySwitchTo(int32_t code, bool holdOff, bool slow) const {
+  const bool votes = history_.trailingVotes(code, true) >= knobs_.minPastFrames;
+  if (holdOff || (!votes && !slow)) {
     return false;
   }
   if (mixedLeft_ > 0 && returnWouldNotHelp(code)) {
     return false;
   }
   const bool switchBack = code == previous_ && switchBackLeft_ > 0;
+  if (!votes) {
+    // The slow path: no return within the switch-back window, and the applied
+    // ripple must not have shown more than the other one.
+    return !switchBack && history_.score(code) >= history_.score(1 - code);
+  }
   if (!switchBack && history_.trailingPeriodVotes(code) >= knobs_.minPastFrames) {
     // A deep ripple's period names the lamp in every pair of the run; the
     // older entries of the history may predate a change of light. A return
@@ -192,6 +228,7 @@ bool StateDecider::maySwitchTo(int32_t code, bool holdOff) const {
 
 Decision StateDecider::decide(const EvidenceEntry& entry) {
   history_.push(entry);
+  probes_.push(entry.probe);
   const bool holdOff = holdOffLeft_ > 0;
   holdOffLeft_ = std::max(0, holdOffLeft_ - 1);
   switchBackLeft_ = std::max(0, switchBackLeft_ - 1);
@@ -200,9 +237,14 @@ Decision StateDecider::decide(const EvidenceEntry& entry) {
 
   Decision d{FLK_FREQ_NONE, history_.score(0), history_.score(1)};
   for (int32_t code = FLK_FREQ_50HZ; code <= FLK_FREQ_60HZ; ++code) {
-    if (code != applied_ && maySwitchTo(code, holdOff)) {
+    if (code == applied_) {
+      continue;
+    }
+    double slowBanding = 0.0;
+    const bool slow = probes_.backs(code, knobs_, &slowBanding);
+    if (maySwitchTo(code, holdOff, slow)) {
       d.state = code;
-      verdictBanding_[code] = history_.runBanding(code);
+      verdictBanding_[code] = std::max(history_.runBanding(code), slowBanding);
       return d;
     }
   }

@@ -12,6 +12,11 @@
 // other frequency's period switches without the score (the older entries may
 // predate a change of light), except as a return within the switch-back
 // window.
+// Slow path: when the exposure cancels the applied ripple, its column is a
+// probe of texture and motion; the newest pairs that consistently show the
+// other ripple above that probe (ProbeComparison) switch even though no single
+// pair reaches the vote level, with the same hold-off and mixed-light rules,
+// never as a return within the switch-back window.
 //
 // Mixed light (lamps on both mains): with whole-period exposures each state
 // cancels its own ripple and shows the other lamp's, so each has a reason to
@@ -63,13 +68,17 @@ class StateDecider {
  private:
   // Amplitude of the other ripple that a temporal vote for `f` must dominate.
   static double rival(const PairEvidence& ev, const double* amplitude, int f);
-  bool maySwitchTo(int32_t code, bool holdOff) const;
+  // The pair's sample for the slow path.
+  ProbeSample probeSample(const PairEvidence& ev) const;
+  // `slow`: the probe comparison backs `code`.
+  bool maySwitchTo(int32_t code, bool holdOff, bool slow) const;
   // True when a return to the state just left would not reduce the banding.
   bool returnWouldNotHelp(int32_t code) const;
   void updateMixed();
 
   AlgoKnobs knobs_ = AlgoTuning::defaults();
   EvidenceHistory history_;
+  ProbeComparison probes_;
   int32_t applied_ = 2;   // FLK_FREQ_NONE until known
   int32_t previous_ = 2;  // state before the last change
   int holdOffLeft_ = 0;

@@ -76,6 +76,22 @@ TEST(EvalCells, FormerFailuresStayFixed) {
        {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "grating", "1920x1080", 50,
         245},
        -1},
+      // A 1.25 % ripple under a pan, 100 Hz cancelled: no single pair reaches
+      // the vote level, but pair after pair 120 Hz beats the probe column, and
+      // the slow path switches (it never locked).
+      {"pan, small ripple, cancelled probe",
+       {"incandescent", 1, "60", "long", 24, "normal", "pan", "natural", "4000x3000", 50, 121},
+       8},
+      // A panned grating in state 60: its texture near 100 Hz beats the
+      // 120 Hz probe pair after pair; the slow path must not switch on it.
+      {"panned grating, state 60",
+       {"daylight", 1, "none", "long", 25, "dim", "pan", "grating", "1920x1080", 60, 268},
+       -1},
+      // A pan without flicker whose 120 Hz column beats the probe in runs of
+      // pairs (consecutive pairs see similar texture): never a switch.
+      {"pan without flicker",
+       {"daylight", 1, "none", "long", 25, "normal", "pan", "natural", "4000x3000", 50, 195},
+       -1},
   };
   flicker_host::setLogsQuiet(true);
   FlickerExtPara tuning{};
