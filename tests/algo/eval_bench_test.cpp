@@ -25,11 +25,12 @@ TEST(EvalOptions, RefusesBadInputWithAReason) {
     std::vector<const char*> args;
     const char* reasonPart;  // what the one-line reason must name
   } rows[] = {
-      {{"--bogus"}, "unknown option"},    {{"--seconds"}, "needs a value"},
-      {{"--seconds", "0"}, "--seconds"},   // below the 0.2 s minimum
-      {{"--quick", "--full"}, "one of"},   // two sizes
-      {{"--by", "fps,colour"}, "colour"},  // unknown dimension in a list
-      {{"--set", "35=1"}, "WORD 0..34"},   // word out of the record
+      {{"--bogus"}, "unknown option"},        {{"--seconds"}, "needs a value"},
+      {{"--seconds", "0"}, "--seconds"},       // below the 0.2 s minimum
+      {{"--quick", "--full"}, "one of"},       // two sizes
+      {{"--by", "fps,colour"}, "colour"},      // unknown dimension in a list
+      {{"--set", "35=1"}, "WORD 0..34"},       // word out of the record
+      {{"--seed-base", "-1"}, "--seed-base"},  // seeds count up from 1
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.reasonPart);

@@ -275,13 +275,13 @@ bool EvalCell::scenario(double seconds, flicker_sim::SimScenario* out, int* fram
   return true;
 }
 
-std::vector<EvalCell> buildGrid(GridSize size) {
+std::vector<EvalCell> buildGrid(GridSize size, uint64_t seedBase) {
   const GridAxes a = axesOf(size);
   std::vector<EvalCell> cells;
   std::set<std::string> seen;
   size_t index = 0;
   auto add = [&](EvalCell c) {
-    c.seed = static_cast<uint64_t>(index) + 1;
+    c.seed = seedBase + static_cast<uint64_t>(index) + 1;
     ++index;
     if (seen.insert(keyOf(c)).second) {
       cells.push_back(c);

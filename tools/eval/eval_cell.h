@@ -58,8 +58,10 @@ struct EvalCell {
 // Dimension names, in CSV and --by order.
 std::vector<std::string> evalDimensions();
 
-// The cells of a grid, without duplicates, in a fixed order.
-std::vector<EvalCell> buildGrid(GridSize size);
+// The cells of a grid, without duplicates, in a fixed order. Cell i gets the
+// simulator seed seedBase + i + 1: the default set is the one the algorithm was
+// tuned on, another base gives the same scenes with fresh textures and noise.
+std::vector<EvalCell> buildGrid(GridSize size, uint64_t seedBase = 0);
 
 // Readout start of the first frame (seconds on the light's clock) and the
 // time a light switch happens in a run of `seconds`.

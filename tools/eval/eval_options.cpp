@@ -11,6 +11,7 @@ namespace {
 constexpr double kQuickSeconds = 3.0;
 constexpr double kDefaultSeconds = 4.0;
 constexpr long kMaxTimingRuns = 1000000;
+constexpr long kMaxSeedBase = 1000000000;
 constexpr int kTuningWords = 35;
 
 bool isDimension(const std::string& name) {
@@ -77,6 +78,9 @@ const char kEvalHelp[] =
     "                     every row (repeatable), e.g. --set 11=2\n"
     "  --timing-runs N    detections timed at 4000x3000 (default 2000; 0 skips)\n"
     "  --failures N       failing cells listed (default 30)\n"
+    "  --seed-base N      added to every cell's simulator seed (default 0, the\n"
+    "                     set the algorithm was tuned on): the same scenes with\n"
+    "                     other textures and noise, to check what generalises\n"
     "  --help             this text\n"
     "\n"
     "Exit status: 0 when every run completed (targets are reported, not\n"
@@ -98,7 +102,8 @@ ParseStatus parseEvalOptions(int argc, const char* const* argv, EvalOptions* out
     const std::string arg = argv[i] != nullptr ? argv[i] : "";
     const bool takesValue = arg == "--seconds" || arg == "--by" || arg == "--only" ||
                             arg == "--csv" || arg == "--log" || arg == "--tuning" ||
-                            arg == "--set" || arg == "--timing-runs" || arg == "--failures";
+                            arg == "--set" || arg == "--timing-runs" || arg == "--failures" ||
+                            arg == "--seed-base";
     if (takesValue && (i + 1 >= argc || argv[i + 1] == nullptr)) {
       *error = arg + " needs a value";
       return ParseStatus::kError;
@@ -161,6 +166,12 @@ ParseStatus parseEvalOptions(int argc, const char* const* argv, EvalOptions* out
         return ParseStatus::kError;
       }
       o.failureLines = static_cast<int>(n);
+    } else if (arg == "--seed-base") {
+      if (!flicker_loop::parseInt(value, 0, kMaxSeedBase, &n)) {
+        *error = "bad --seed-base '" + value + "': expected 0.." + std::to_string(kMaxSeedBase);
+        return ParseStatus::kError;
+      }
+      o.seedBase = n;
     } else {
       *error = "unknown option '" + arg + "' (see --help)";
       return ParseStatus::kError;

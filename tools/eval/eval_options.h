@@ -22,6 +22,7 @@ struct EvalOptions {
   std::vector<std::pair<std::string, std::string>> only;  // --only DIM=VALUE filters
   int timingRuns = 2000;
   int failureLines = 30;
+  long seedBase = 0;  // added to every cell's seed (0: the tuning set)
   bool help = false;
 
   // Simulated seconds per run for the chosen size.

@@ -54,8 +54,8 @@ int main(int argc, char** argv) {
     case flicker_eval::ParseStatus::kRun:
       break;
   }
-  const std::vector<flicker_eval::EvalCell> cells =
-      flicker_eval::filterCells(flicker_eval::buildGrid(options.size), options);
+  const std::vector<flicker_eval::EvalCell> cells = flicker_eval::filterCells(
+      flicker_eval::buildGrid(options.size, static_cast<uint64_t>(options.seedBase)), options);
   if (cells.empty()) {
     std::cerr << "flicker-eval: no cell of the " << sizeName(options.size)
               << " grid passes the --only filters\n";
@@ -87,7 +87,11 @@ int main(int argc, char** argv) {
 
   const double seconds = options.secondsPerRun();
   std::cout << "grid " << sizeName(options.size) << ": " << cells.size() << " cells, " << seconds
-            << " s simulated each\n";
+            << " s simulated each";
+  if (options.seedBase != 0) {
+    std::cout << ", seeds from " << options.seedBase + 1;
+  }
+  std::cout << "\n";
   printTuning(tuning);
   const bool terminal = isatty(STDERR_FILENO) != 0;
   std::vector<flicker_eval::CellOutcome> outcomes;
