@@ -86,7 +86,11 @@ ProbeSample StateDecider::probeSample(const PairEvidence& ev) const {
   }
   const int probe = applied_;
   const int other = 1 - probe;
-  if (!ev.cancelled[probe] || ev.cancelled[other] || ev.frozen[other] ||
+  // Only a 100 Hz probe: scene motion shows more at the longer band period,
+  // so a pan over natural texture lifts the 100 Hz column above a 120 Hz
+  // probe pair after pair (a held 60 Hz scene left its right state so), while
+  // against a 100 Hz probe it can only hide a 120 Hz ripple.
+  if (probe != FLK_FREQ_50HZ || !ev.cancelled[probe] || ev.cancelled[other] || ev.frozen[other] ||
       ev.temporal[probe].snr >= kQuietProbeSnr || ev.visibility[other] <= 0.0) {
     return s;
   }

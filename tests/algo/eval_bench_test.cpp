@@ -88,6 +88,13 @@ TEST(EvalCells, FormerFailuresStayFixed) {
       {"panned grating, state 60",
        {"daylight", 1, "none", "long", 25, "dim", "pan", "grating", "1920x1080", 60, 268},
        -1},
+      // A held 60 Hz scene under a pan, 120 Hz cancelled: the pan lifts the
+      // 100 Hz column above the probe pair after pair (motion shows more at
+      // the longer band period); it must not leave the right state. Seed of
+      // a set the algorithm was not tuned on.
+      {"pan in the right state, 120 Hz probe",
+       {"incandescent", 1, "60", "long", 29.97, "dim", "pan", "natural", "1920x1080", 60, 10126},
+       -1},
       // A pan without flicker whose 120 Hz column beats the probe in runs of
       // pairs (consecutive pairs see similar texture): never a switch.
       {"pan without flicker",
