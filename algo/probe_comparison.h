@@ -4,7 +4,9 @@
 // When the exposure integrates whole periods of the applied ripple, that
 // ripple's column of the difference holds only scene texture and motion, which
 // enter the other ripple's column alike: the cancelled column is a probe that
-// calibrates the other one. Under a pan a small ripple (1..4 %) stays under
+// calibrates the other one (the decider offers only a 100 Hz probe: motion
+// shows more at the longer band period, which would favour 100 Hz against a
+// 120 Hz probe). Under a pan a small ripple (1..4 %) stays under
 // the vote level in every single pair, yet beats the probe pair after pair.
 // The comparison keeps, per recent detection, the temporal SNR and amplitude
 // of the other ripple and of the probe, and backs the other ripple when the
@@ -24,7 +26,7 @@ namespace open_algo {
 
 // One pair's view of the ripple that is not applied and of the probe.
 struct ProbeSample {
-  bool valid;         // the pair could compare the two (see StateDecider::entryFor)
+  bool valid;         // the pair could compare the two (see StateDecider::probeSample)
   int8_t ripple;      // the ripple not applied: 0 = 100 Hz, 1 = 120 Hz
   float snr;          // its temporal SNR
   float probeSnr;     // temporal SNR of the probe column
