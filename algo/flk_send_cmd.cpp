@@ -4,7 +4,9 @@
 // to the same object, so pairs from several sensors share one history (the
 // flicker state they feed is process-wide as well). A mutex serialises the
 // commands, which makes concurrent calls from several worker threads
-// memory-safe; its cost is one uncontended lock per command.
+// memory-safe; its cost is one uncontended lock per command. Neither is ever
+// destroyed: a manager's worker may be inside a detection while the process
+// exits.
 #include <mutex>
 
 #include "flicker_algo_cmd.h"
@@ -13,13 +15,13 @@
 namespace {
 
 std::mutex& algoMutex() {
-  static std::mutex mutex;
-  return mutex;
+  static auto* const mutex = new std::mutex;
+  return *mutex;
 }
 
 open_algo::OpenFlickerAlgo& algo() {
-  static open_algo::OpenFlickerAlgo instance;
-  return instance;
+  static auto* const instance = new open_algo::OpenFlickerAlgo;
+  return *instance;
 }
 
 }  // namespace

@@ -18,3 +18,13 @@ function(flicker_target_options target)
     target_link_options(${target} PRIVATE -fsanitize=${FLICKER_SANITIZE})
   endif()
 endfunction()
+
+# Libraries whose code a worker thread may still be running when the process
+# exits (the manager, the host platform, the open algorithm): none of their
+# static objects may have a destructor that runs at exit. gcc has no such
+# warning; the clang builds (fuzzing, the device check) enforce it.
+function(flicker_exit_safe target)
+  if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    target_compile_options(${target} PRIVATE -Wexit-time-destructors)
+  endif()
+endfunction()

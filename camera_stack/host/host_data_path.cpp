@@ -20,8 +20,8 @@ struct RootChoice {
 };
 
 RootChoice& rootChoice() {
-  static RootChoice c;
-  return c;
+  static auto* const c = new RootChoice;  // never destroyed: workers may read it during exit
+  return *c;
 }
 
 bool underDeviceFolder(const char* path) {

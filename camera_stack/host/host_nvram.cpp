@@ -30,8 +30,8 @@ struct ImageChoice {
 };
 
 ImageChoice& imageChoice() {
-  static ImageChoice c;
-  return c;
+  static auto* const c = new ImageChoice;  // never destroyed: workers may read it during exit
+  return *c;
 }
 
 void putLe(uint8_t* out, uint64_t value, size_t bytes) {

@@ -41,8 +41,8 @@ struct Store {
 constexpr size_t kMaxEnvName = 256;
 
 Store& store() {
-  static Store s;
-  return s;
+  static auto* const s = new Store;  // never destroyed: workers may read it during exit
+  return *s;
 }
 
 std::string trim(const std::string& text) {

@@ -155,9 +155,9 @@ TEST_F(LifecycleTest, CallsOutOfOrderAreLoggedOrIgnored) {
   EXPECT_EQ(fp::countLogged("thread end"), 2);
 }
 
-// A forgotten Stop must not turn process exit into a crash: the instance of a
-// worker still waiting for a wake-up is left alive when the instance table is
-// destroyed. (Re-executes the binary: left out under user-mode emulation.)
+// A forgotten Stop must not turn process exit into a crash: the worker still
+// waits on its instance, which is never destroyed. (Re-executes the binary:
+// left out under user-mode emulation.)
 TEST_F(LifecycleTest, ProcessExitWithAWorkerStillRunning) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(

@@ -155,28 +155,18 @@ std::atomic<int32_t> FlickerMgr::flicker_state_{0};
 int32_t FlickerMgr::attach_count_ = 0;
 std::mutex FlickerMgr::attach_lock_;
 
-// The twenty per-index holders. At process exit an instance whose worker is
-// still running (Stop was never called) is left alive instead of destroyed:
-// its worker is blocked on the instance's semaphore and must not wake on a
-// destroyed object. Such instances stay reachable through `abandoned`. An
-// analysis still in progress at exit is not covered: it runs on against
-// whatever the platform's own statics have already released.
-struct FlickerMgrInstanceTable {
-  NS3Av3::INST_T<FlickerMgr> slots[FlickerMgr::kMaxSensors];
-  FlickerMgr* abandoned[FlickerMgr::kMaxSensors] = {};
-
-  ~FlickerMgrInstanceTable() {
-    for (int i = 0; i < FlickerMgr::kMaxSensors; ++i) {
-      FlickerMgr* mgr = slots[i].instance.get();
-      if (mgr != nullptr && mgr->thread_running_.load(std::memory_order_relaxed) != 0) {
-        abandoned[i] = slots[i].instance.release();
-      }
-    }
-  }
-};
-
 namespace {
-FlickerMgrInstanceTable g_instances;
+
+// The twenty per-index holders. The table is never destroyed: the process may
+// end while a worker is still inside its instance (waiting for a wake-up or in
+// the middle of a detection) or while a framework thread still calls in, so
+// every instance lives until the process is gone. The instances stay reachable
+// through the table, which leak checkers see.
+NS3Av3::INST_T<FlickerMgr>& instanceSlot(int sensorIdx) {
+  static auto* const slots = new NS3Av3::INST_T<FlickerMgr>[FlickerMgr::kMaxSensors];
+  return slots[sensorIdx];
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------
@@ -187,7 +177,7 @@ FlickerMgr* FlickerMgr::GetInstance(int sensorIdx) {
     FLK_LOGE("Unsupport sensor Index: %d\n", sensorIdx);
     return nullptr;
   }
-  NS3Av3::INST_T<FlickerMgr>& slot = g_instances.slots[sensorIdx];
+  NS3Av3::INST_T<FlickerMgr>& slot = instanceSlot(sensorIdx);
   std::call_once(slot.onceFlag,
                  [&slot, sensorIdx] { slot.instance.reset(new FlickerMgr(sensorIdx)); });
   return slot.instance.get();

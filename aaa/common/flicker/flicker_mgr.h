@@ -14,8 +14,8 @@
 //    ordering between the per-frame path and the worker is the semaphore post.
 //  - Init and Uninit end a worker left running (no Stop): the adapter's init
 //    and uninit replace the statistics buffers that its detection reads.
-//  - At process exit an instance whose worker still waits for a wake-up is
-//    left alive instead of destroyed, so the worker never wakes on freed state.
+//  - Instances are never destroyed, so the process may end at any moment, also
+//    while a worker detects: nothing a worker touches goes away before it.
 //  - attach_lock_ is process-wide; lock order is mutex_ before attach_lock_.
 //  - Fields read without a lock by design (flicker_state_, the scores and flags
 //    GetResult reports, the values handed to the worker) are relaxed atomics:
@@ -146,9 +146,6 @@ class FlickerMgr : public IFlickerMgr {
   Relaxed<int32_t> thread_running_{0};
   sem_t thread_sem_;
   pthread_t thread_ = 0;
-
-  // Leaves instances with a running worker alive at process exit.
-  friend struct FlickerMgrInstanceTable;
 
   static std::atomic<int32_t> flicker_state_;
   static int32_t attach_count_;  // guarded by attach_lock_

@@ -23,9 +23,14 @@ namespace {
 
 flicker_log::FileLevel g_adapterLogLevel{0};
 
-// One adapter per sensor index. An array's elements are destroyed in reverse
-// order, so at process exit slot 19 goes first and slot 0 last.
-NS3Av3::INST_T<FlickerPlatformAdapter> g_adapters[FlickerPlatformAdapter::kMaxSensors];
+// One adapter per sensor index. The table is never destroyed: a manager's
+// worker may still be detecting on an adapter's buffers while the process
+// exits, so every adapter lives until the process is gone.
+NS3Av3::INST_T<FlickerPlatformAdapter>& adapterSlot(int sensorIdx) {
+  static auto* const slots =
+      new NS3Av3::INST_T<FlickerPlatformAdapter>[FlickerPlatformAdapter::kMaxSensors];
+  return slots[sensorIdx];
+}
 
 constexpr const char* kPropLogLevel = "vendor.debug.flicker_mgr.log.level";
 constexpr const char* kPropDump = "vendor.debug.flk_dump";
@@ -160,7 +165,7 @@ FlickerPlatformAdapter* FlickerPlatformAdapter::getInstance(int sensorIdx) {
     FLK_LOGE("Unsupport SensorIdx: %d\n", sensorIdx);
     return nullptr;
   }
-  NS3Av3::INST_T<FlickerPlatformAdapter>& slot = g_adapters[sensorIdx];
+  NS3Av3::INST_T<FlickerPlatformAdapter>& slot = adapterSlot(sensorIdx);
   std::call_once(slot.onceFlag, [&slot, sensorIdx] {
     slot.instance.reset(new FlickerPlatformAdapter(sensorIdx));
   });
@@ -169,8 +174,7 @@ FlickerPlatformAdapter* FlickerPlatformAdapter::getInstance(int sensorIdx) {
 
 FlickerPlatformAdapter::FlickerPlatformAdapter(int sensorIdx) : sensor_idx_(sensorIdx) {}
 
-// Runs only at process exit, when the logging platform may already be gone:
-// frees silently.
+// Adapters of the instance table are never destroyed; others free silently.
 FlickerPlatformAdapter::~FlickerPlatformAdapter() {
   free(column_vector_data_1_);
   free(column_vector_data_2_);
