@@ -24,8 +24,6 @@ constexpr int kWidth = 4000;
 constexpr int kHeight = 3225;
 constexpr int32_t kExposureUs = 10000;
 constexpr int64_t kFrameIntervalNs = 33333333;  // 30 frames per second
-// The largest statistics block the adapter reads: 36000 64-bit entries.
-constexpr size_t kStatsBytes = 36000 * sizeof(int64_t);
 
 flicker_config_info makeConfig() {
   flicker_config_info config{};
@@ -84,7 +82,10 @@ int main() {
   ok &= check(mgr->Config(makeConfig()), "Config");
   ok &= check(mgr->Start(flicker_start_info{}) == 0, "Start");
 
-  const std::vector<uint8_t> stats(kStatsBytes, 0);
+  // The block carries no size: it holds what the manager reads for this
+  // frame size.
+  const std::vector<uint8_t> stats(
+      IFlickerMgr::StatBlockEntries(kWidth, kHeight) * kFlickerStatEntryBytes, 0);
   std::vector<uint8_t> result;
   for (int frame = 0; frame < kFrames; ++frame) {
     mgr->SetParam(makeInput());

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "adapter_test_support.h"
+#include "iflicker_mgr.h"
 
 namespace adapter_test {
 namespace {
@@ -12,18 +13,20 @@ namespace {
 constexpr int kPathGeneric = 0, kPathSensor = 1;
 constexpr int64_t kMarker = 0x7F7E7D7C7B7A7978;
 
+// The window of an image size, and the statistics entries a frame of that
+// size must carry (the public helper's answer): 18 per window row.
 TEST_F(AdapterTest, WindowArithmeticAtItsBoundaries) {
   struct Row {
-    int width, height, imgW, imgH, winW, winH;
+    int width, height, imgW, imgH, winW, winH, entries;
   } rows[] = {
-      {4000, 3000, 4000, 2955, 666, 984},   // typical sensor
-      {4000, 6039, 4000, 5994, 666, 1998},  // tallest uncapped image
-      {4000, 6040, 4000, 5994, 666, 1998},  // first capped image
-      {4000, 8000, 4000, 5994, 666, 1998},  // far above the cap
-      {11, 100, 11, 55, 0, 18},             // width below 12, height 100
-      {12, 45, 12, 0, 2, 0},                // narrowest window, no rows left
-      {23, 50, 23, 5, 2, 0},                // H below 6 rounds down to 0
-      {0, 0, 0, -45, 0, -14},               // empty image: negative H as computed
+      {4000, 3000, 4000, 2955, 666, 984, 17712},   // typical sensor
+      {4000, 6039, 4000, 5994, 666, 1998, 35964},  // tallest uncapped image
+      {4000, 6040, 4000, 5994, 666, 1998, 35964},  // first capped image
+      {4000, 8000, 4000, 5994, 666, 1998, 35964},  // far above the cap
+      {11, 100, 11, 55, 0, 18, 324},               // width below 12, height 100
+      {12, 45, 12, 0, 2, 0, 0},                    // narrowest window, no rows left
+      {23, 50, 23, 5, 2, 0, 0},                    // H below 6 rounds down to 0
+      {0, 0, 0, -45, 0, -14, 0},                   // empty image: negative H as computed
   };
   for (const Row& row : rows) {
     int imgW = -1, imgH = -1, winW = -1, winH = -1;
@@ -31,6 +34,28 @@ TEST_F(AdapterTest, WindowArithmeticAtItsBoundaries) {
     EXPECT_EQ(std::vector<int>({imgW, imgH, winW, winH}),
               std::vector<int>({row.imgW, row.imgH, row.winW, row.winH}))
         << row.width << "x" << row.height;
+    EXPECT_EQ(IFlickerMgr::StatBlockEntries(row.width, row.height),
+              static_cast<size_t>(row.entries))
+        << row.width << "x" << row.height;
+  }
+  // Sizes the window set-up refuses need no block.
+  EXPECT_EQ(IFlickerMgr::StatBlockEntries(-1, 3000), 0u);
+  EXPECT_EQ(IFlickerMgr::StatBlockEntries(4000, INT_MIN), 0u);
+}
+
+// A block of exactly the helper's entry count is read whole and not one byte
+// further (the sanitizers see an over-read of the heap block).
+TEST_F(AdapterTest, BlockOfTheHelpersSizeIsReadWholeAndNoFurther) {
+  for (const auto& [width, height] :
+       {std::pair{kSmallW, kSmallH}, {1920, 1080}, {4000, 3000}, {8160, 6144}, {640, 51}}) {
+    SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height));
+    const size_t entries = IFlickerMgr::StatBlockEntries(width, height);
+    ASSERT_GT(entries, 0u);
+    const std::vector<int64_t> stats = pattern64(entries, 3);
+    int d = 0;
+    ASSERT_EQ(adapter_->setWindowInfo(&d, &d, &d, &d, width, height), 0);
+    ASSERT_EQ(setBuf(kPathGeneric, stats.data(), 1), 0);
+    EXPECT_EQ(capture(entries).slot1, stats);
   }
 }
 

@@ -187,6 +187,10 @@ IFlickerMgr* IFlickerMgr::GetInstance(int sensorIdx) {
   return FlickerMgr::GetInstance(sensorIdx);
 }
 
+size_t IFlickerMgr::StatBlockEntries(int32_t width, int32_t height) {
+  return static_cast<size_t>(FlickerPlatformAdapter::statEntries(width, height));
+}
+
 FlickerMgr::FlickerMgr(int sensorIdx) : sensor_idx_(sensorIdx) {
   // Plain C allocations: the NVRAM layer writes into these blocks in place.
   flicker_para_array_ = static_cast<FLICKER_CUST_PARA**>(

@@ -95,6 +95,9 @@ static_assert(offsetof(FlickerResultRecord, hdrFlkSrc) == 76, "layout");
 static_assert(offsetof(FlickerResultRecord, sensorModeChanged) == 80, "layout");
 constexpr size_t kFlickerResultSize = sizeof(FlickerResultRecord);
 
+// Bytes per statistics entry on the common sensor path (little-endian int64).
+constexpr size_t kFlickerStatEntryBytes = 8;
+
 // Values of FlickerResultRecord::flickerState.
 enum : int32_t { FLICKER_RESULT_50HZ = 1, FLICKER_RESULT_60HZ = 2 };
 
@@ -104,6 +107,14 @@ class IFlickerMgr {
 
   // The manager of sensor index 0..19, created on first use; null otherwise.
   static IFlickerMgr* GetInstance(int sensorIdx);
+
+  // Entries of the statistics block (flicker_calc_info::mVa) that
+  // DoCalculation reads for a frame of `width` x `height` (the frame's own
+  // size as passed in flicker_calc_info) on the common sensor path:
+  // 18 x 2 x ((min(height, 6039) - 45) / 6) entries of kFlickerStatEntryBytes
+  // each; 0 when the size leaves no statistics window. The block carries no
+  // size of its own: it must hold at least this many entries.
+  static size_t StatBlockEntries(int32_t width, int32_t height);
 
   virtual int Init(int sensorDev, int sensorId) = 0;
   virtual int Uninit() = 0;

@@ -90,6 +90,17 @@ constexpr int32_t kDetectCols8581 = 1;
 constexpr int32_t kDetectWin1398W = 2;
 constexpr int32_t kDetectWin1398H = 32;
 
+// Image rows of the statistics window for an image height: the hidden rows
+// come off, and the tallest images are capped.
+int windowImageHeight(int height) {
+  return height <= kTallestImage ? height - kHiddenRows : kMaxWindowImageHeight;
+}
+
+// Statistics rows of the window: two per six image rows.
+int windowRows(int height) {
+  return 2 * (windowImageHeight(height) / 6);
+}
+
 int32_t hzToFreqCode(int hz) {
   if (hz == 60) {
     return FLK_FREQ_60HZ;
@@ -368,16 +379,23 @@ int FlickerPlatformAdapter::setWindowInfo(int* imgW, int* imgH, int* winW, int* 
   FLK_LOGD("tgImg(%d,%d)", width, height);
   const int w = width;
   // Capping the image height keeps 18 x win_h_ inside one statistics buffer.
-  const int h = height <= kTallestImage ? height - kHiddenRows : kMaxWindowImageHeight;
+  const int h = windowImageHeight(height);
   tg_img_width_ = w;
   tg_img_height_ = h;
   win_w_ = 2 * (w / 12);
-  win_h_ = 2 * (h / 6);
+  win_h_ = windowRows(height);
   *imgW = w;
   *imgH = h;
   *winW = win_w_;
   *winH = win_h_;
   return 0;
+}
+
+int32_t FlickerPlatformAdapter::statEntries(int width, int height) {
+  if (width < 0 || height < 0)
+    return 0;  // setWindowInfo refuses the size
+  const int rows = windowRows(height);
+  return rows > 0 ? kEntriesPerWindowRow * rows : 0;
 }
 
 int FlickerPlatformAdapter::getFLKStatConfig(flk_stat_config* out) {

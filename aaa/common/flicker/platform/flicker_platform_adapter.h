@@ -60,6 +60,9 @@ class FlickerPlatformAdapter {
   int getFlickerScore(int* score50, int* score60);
 
   // Statistics window and conversion.
+  // Entries of the generic path's statistics block for a frame of the given
+  // size (18 per window row); 0 when the size leaves no window to read.
+  static int32_t statEntries(int width, int height);
   int setWindowInfo(int* imgW, int* imgH, int* winW, int* winH, int width, int height);
   int getFLKStatConfig(flk_stat_config* out);
   int getSensorMode(int sensorMode, int unused, int* out);
