@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 #include <mutex>
+#include <string_view>
 
 #include "cam_log.h"
 #include "cam_string.h"
@@ -60,6 +61,31 @@ void writeLine(FILE* file, char level, const char* tag, const char* message, siz
   line[total++] = '\n';
   fwrite(line, 1, total, file);
   fflush(file);
+}
+
+// Error lines end with " (function){#line:source path}", the path as the
+// compiler saw it. The device's log control shows the file name alone, and so
+// does the host: the folders of the build tree are cut from the tail. Returns
+// the message's new length.
+size_t withFileNameOnly(char* message, size_t length) {
+  const std::string_view text(message, length);
+  const size_t open = text.rfind("{#");
+  if (text.empty() || text.back() != '}' || open == std::string_view::npos)
+    return length;
+  const size_t colon = text.find(':', open);
+  if (colon == std::string_view::npos || colon == open + 2 || text.find('}', colon) != length - 1)
+    return length;
+  for (size_t i = open + 2; i < colon; ++i) {
+    if (text[i] < '0' || text[i] > '9')
+      return length;
+  }
+  const size_t slash = text.rfind('/');
+  if (slash == std::string_view::npos || slash < colon)
+    return length;
+  const size_t cut = slash - colon;  // the folders and their last slash
+  memmove(message + colon + 1, message + slash + 1, length - slash - 1);
+  message[length - cut] = '\0';
+  return length - cut;
 }
 
 FILE* openAppend(const std::string& path) {
@@ -132,7 +158,7 @@ void log_dbg_print(const char* tag, int level, const char* format, ...) {
   va_end(args);
   if (written < 0)
     return;
-  const size_t length = strnlen(message, sizeof(message));
+  const size_t length = flicker_host::withFileNameOnly(message, strnlen(message, sizeof(message)));
   std::lock_guard<std::mutex> lock(logState().mutex);
   if (logState().quiet)
     return;

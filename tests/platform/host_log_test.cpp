@@ -65,6 +65,32 @@ TEST_F(HostLogTest, EachSinkWritesLogcatLinesToItsOwnFile) {
       << unified;
 }
 
+// The tail of an error line names the source file alone, as on a device;
+// anything that only looks like a tail is left as it is.
+TEST_F(HostLogTest, ErrorTailNamesTheSourceFileWithoutItsFolders) {
+  const struct {
+    const char* tail;  // what follows "[f] msg " in the message
+    const char* shown;
+  } rows[] = {
+      {"(f){#12:/build/tree/aaa/common/flicker/flicker_mgr.cpp}", "(f){#12:flicker_mgr.cpp}"},
+      {"(f){#7:relative/dir/adapter.cpp}", "(f){#7:adapter.cpp}"},
+      {"(f){#7:adapter.cpp}", "(f){#7:adapter.cpp}"},        // already a file name
+      {"(f){#x7:/a/b.cpp}", "(f){#x7:/a/b.cpp}"},            // not a line number
+      {"(f){#:/a/b.cpp}", "(f){#:/a/b.cpp}"},                // no line number
+      {"{#7:/a/b.cpp} and more", "{#7:/a/b.cpp} and more"},  // not at the end
+      {"(f){#7:/a/b.cpp}/}", "(f){#7:/a/b.cpp}/}"},          // a slash after the tail
+  };
+  std::string expected;
+  for (const auto& row : rows) {
+    log_dbg_print("FlickerMgr", 1, "[%s] msg %s", "f", row.tail);
+    expected += lineOf('E', "FlickerMgr",
+                       std::regex_replace(std::string("[f] msg ") + row.shown,
+                                          std::regex(R"([\[\](){}.])"), R"(\$&)"));
+  }
+  const std::string logged = logSince();
+  EXPECT_TRUE(std::regex_match(logged, std::regex(expected))) << logged;
+}
+
 TEST_F(HostLogTest, TraceTagsFromTheirPropertyAndMarkersAsWholeStandardLines) {
   EXPECT_EQ(atrace_get_enabled_tags(), 0u);                             // unset: off
   flicker_host::setProperty("debug.atrace.tags.enableflags", "0x401");  // hex, as the phone has it
