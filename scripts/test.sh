@@ -21,7 +21,8 @@ cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
 jobs=${FLICKER_TEST_JOBS:-$(nproc)}
-packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev)
+packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev
+  libcli11-dev nlohmann-json3-dev)
 tsan_targets=(flicker_manager_concurrency_test flicker_stress_test)
 
 

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "cli_common.h"
+#include "cli_json.h"
 #include "closed_loop_runner.h"
 #include "run_plot.h"
 #include "run_summary.h"
@@ -61,17 +62,6 @@ std::string fixed(double v, int decimals) {
   return buf;
 }
 
-std::string jsonString(const std::string& text) {
-  std::string out = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') {
-      out += '\\';
-    }
-    out += c;
-  }
-  return out + "\"";
-}
-
 void printText(const flicker_sim::SimScenario& scenario, const flicker_loop::LoopResult& result,
                const flicker_loop::RunSummary& s, std::ostream& out) {
   const flicker_sim::SimSensorParams& first = scenario.sensors.front();
@@ -119,21 +109,29 @@ void printCsv(const flicker_loop::LoopResult& result, std::ostream& out) {
 
 void printJson(const flicker_sim::SimScenario& scenario, const flicker_loop::LoopResult& result,
                const flicker_loop::RunSummary& s, std::ostream& out) {
-  out << "{\n  \"scenario\": " << jsonString(scenario.name) << ",\n  \"pairs\": [";
-  for (size_t i = 0; i < result.pairs.size(); ++i) {
-    const flicker_loop::PairRow& p = result.pairs[i];
-    out << (i == 0 ? "\n" : ",\n") << "    {\"frame\": " << p.frame << ", \"sensor\": " << p.sensor
-        << ", \"time_ms\": " << fixed(p.timeMs, 3) << ", \"exposure_us\": " << p.exposureUs
-        << ", \"state\": " << p.stateHz << ", \"score50\": " << p.score50
-        << ", \"score60\": " << p.score60 << ", \"rate_active\": " << p.rateActive
-        << ", \"truth_hz\": " << p.truthHz
-        << ", \"interval_us\": " << fixed(p.intervalNs / 1000.0, 3) << "}";
+  Json pairs = Json::array();
+  for (const flicker_loop::PairRow& p : result.pairs) {
+    pairs.push_back({{"frame", p.frame},
+                     {"sensor", p.sensor},
+                     {"time_ms", rounded(p.timeMs)},
+                     {"exposure_us", p.exposureUs},
+                     {"state", p.stateHz},
+                     {"score50", p.score50},
+                     {"score60", p.score60},
+                     {"rate_active", p.rateActive},
+                     {"truth_hz", p.truthHz},
+                     {"interval_us", rounded(p.intervalNs / 1000.0)}});
   }
-  out << "\n  ],\n  \"summary\": {\"frames\": " << s.frames << ", \"pairs\": " << s.pairs
-      << ", \"locked_hz\": " << s.lockedHz << ", \"lock_frame\": " << s.lockFrame
-      << ", \"lock_ms\": " << fixed(s.lockMs, 3) << ", \"pairs_to_lock\": " << s.pairsToLock
-      << ", \"switches\": " << s.switches << ", \"expected_hz\": " << s.expectedHz
-      << ", \"right\": " << (s.right ? "true" : "false") << "}\n}\n";
+  const Json summary = {{"frames", s.frames},
+                        {"pairs", s.pairs},
+                        {"locked_hz", s.lockedHz},
+                        {"lock_frame", s.lockFrame},
+                        {"lock_ms", rounded(s.lockMs)},
+                        {"pairs_to_lock", s.pairsToLock},
+                        {"switches", s.switches},
+                        {"expected_hz", s.expectedHz},
+                        {"right", s.right}};
+  out << Json{{"scenario", scenario.name}, {"pairs", pairs}, {"summary", summary}}.dump(2) << "\n";
 }
 
 }  // namespace
