@@ -3,6 +3,8 @@
 // their documented shapes.
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "tools_test_util.h"
 
 namespace {
@@ -65,7 +67,47 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{{"run"}, "# a scene\nfps = 25\nmains = 55\n", ":3: bad value '55' for mains"},
         UsageCase{{"run"}, "fps 30\n", ":1: expected 'key = value'"},
         UsageCase{{"run"}, "# x\ncolour = red\n", ":2: unknown key 'colour'"},
-        UsageCase{{"run"}, "light = candle\n", ":1: bad value 'candle' for light"}));
+        UsageCase{{"run"}, "light = candle\n", ":1: bad value 'candle' for light"},
+        // A tuning that is neither open, host nor a file; an image too short
+        // to be one; settings without '=' or of no field; a stray argument.
+        UsageCase{
+            {"run", "--tuning", "nosuch.bin"}, nullptr, "bad value 'nosuch.bin' for --tuning"},
+        UsageCase{{"run", "--tuning"}, "short", " is shorter than 23520 bytes"},
+        UsageCase{{"replay", "/tmp", "--set", "hold_off"}, nullptr, "expected NAME=VALUE"},
+        UsageCase{{"tuning", "--set", "nope=1"}, nullptr, "unknown tuning field 'nope'"},
+        UsageCase{{"tuning", "extra"}, nullptr, "takes no arguments"}));
+
+// --keys lists every key once, with the default of the scenario given and
+// of the options before it.
+TEST(CliTest, KeysShowTheScenariosDefaults) {
+  struct Row {
+    std::vector<std::string> args;
+    const char* key;
+    const char* value;
+  } rows[] = {
+      {{"run", "--keys"}, "scenario", "office-50hz"},
+      {{"run", "home-60hz", "--keys"}, "mains", "60"},
+      {{"run", "home-60hz", "--fps", "25", "--keys"}, "fps", "25"},
+      {{"run", "light-switch", "--keys"}, "switch_at", "4"},
+      {{"run", "--keys"}, "switch_at", "none"},
+  };
+  for (const Row& row : rows) {
+    const tools_test::CommandOutput r = runFlickerSim(row.args);
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::istringstream lines(r.out);
+    std::string line;
+    std::map<std::string, std::string> defaults;
+    for (std::getline(lines, line), std::getline(lines, line); std::getline(lines, line);) {
+      std::istringstream fields(line);
+      std::string key, value;
+      fields >> key >> value;
+      EXPECT_EQ(defaults.count(key), 0u) << "listed twice: " << key;
+      defaults[key] = value;
+    }
+    EXPECT_EQ(defaults.size(), flicker_loop::ScenarioBuilder::keys().size());
+    EXPECT_EQ(defaults[row.key], row.value) << r.out;
+  }
+}
 
 // The CSV has its fixed header and one well-formed row per analysed pair;
 // JSON and text give the lock; the plot is an SVG with the last pair drawn.

@@ -22,12 +22,13 @@ const char kReplayHelp[] =
     "                         dumps do not record it)\n"
     "  --csv                  'step,state,score50,score60' rows; state 50, 60 or 0\n"
     "  --tuning T             open (default), host or an NVRAM image file\n"
+    "  --set NAME=VALUE       a tuning field by name (repeatable; see flicker-sim tuning)\n"
     "  --log FILE, --trace FILE   as for run\n"
     "  --help                 this text\n";
 
 const std::vector<OptionDef> kReplayOptions = {
-    {"help", false},  {"csv", false}, {"frame-interval-us", true},
-    {"tuning", true}, {"log", true},  {"trace", true},
+    {"help", false}, {"csv", false},  {"frame-interval-us", true}, {"tuning", true}, {"set", true},
+    {"log", true},   {"trace", true},
 };
 
 constexpr long kDefaultIntervalUs = 33333;  // one frame at 30 fps
@@ -55,8 +56,8 @@ int replayCommand(const std::vector<std::string>& args, CliIo io) {
                     "bad value '" + interval + "' for --frame-interval-us: expected 0..1000000");
   }
   FlickerExtPara tuning{};
-  if (!setUpPlatform(options, &tuning, &error)) {
-    return failWith(io, kExitFailed, error);
+  if (const int status = setUpPlatform(options, &tuning, io, &error)) {
+    return failWith(io, status, error);
   }
   flicker_loop::DumpReplayer replayer(tuning);
   const flicker_loop::ReplayResult result =

@@ -33,19 +33,23 @@ const char kRunHelp[] =
     "  --plot FILE      SVG of state, scores, exposure and the last pair's profile\n"
     "  --tuning T       open (default: the open algorithm's recommended record),\n"
     "                   host (the host platform's table) or an NVRAM image file\n"
+    "  --set NAME=VALUE a tuning field by name, e.g. --set hold_off=2 (repeatable;\n"
+    "                   'flicker-sim tuning' lists the fields)\n"
     "  --log FILE       write the library's logs to FILE (they are on when\n"
     "                   vendor.debug.flicker_mgr.log.level is set)\n"
     "  --trace FILE     write trace markers to FILE (debug.atrace.tags.enableflags)\n"
     "  --list           list the built-in scenarios\n"
-    "  --keys           list the scenario keys\n"
+    "  --keys           list the scenario keys with unit, range and default (the\n"
+    "                   defaults of the scenario given, office-50hz without one)\n"
     "  --help           this text\n"
     "\n"
     "Properties come from the file named by FLICKER_PROPS; with vendor.debug.flk_dump=1\n"
     "every analysed pair is dumped under $FLICKER_DATA_ROOT/data/vendor/flicker/flko/.\n";
 
 const std::vector<OptionDef> kRunOptions = {
-    {"help", false}, {"list", false}, {"keys", false},  {"csv", false}, {"json", false},
-    {"plot", true},  {"file", true},  {"tuning", true}, {"log", true},  {"trace", true},
+    {"help", false}, {"list", false}, {"keys", false}, {"csv", false},
+    {"json", false}, {"plot", true},  {"file", true},  {"tuning", true},
+    {"set", true},   {"log", true},   {"trace", true},
 };
 
 // Number of frames from which a run on a terminal shows its progress.
@@ -94,6 +98,21 @@ void printText(const flicker_sim::SimScenario& scenario, const flicker_loop::Loo
           << " pairs) later";
     }
     out << "\n";
+  }
+}
+
+// The keys with what each takes and its value in the chosen scenario.
+void printKeys(const flicker_loop::ScenarioBuilder& builder, std::ostream& out) {
+  const std::string scenario = builder.value("scenario");
+  out << "scenario keys (--KEY VALUE or 'key = value' in a file); defaults of " << scenario << "\n";
+  char line[240];
+  snprintf(line, sizeof(line), "%-13s %-12s %-12s %-57s %s\n", "key", "default", "unit",
+           "range or values", "meaning");
+  out << line;
+  for (const flicker_loop::ScenarioBuilder::KeyInfo& k : builder.describeKeys()) {
+    snprintf(line, sizeof(line), "%-13s %-12s %-12s %-57s %s\n", k.name.c_str(), k.value.c_str(),
+             k.unit.c_str(), k.allowed.c_str(), k.meaning.c_str());
+    out << line;
   }
 }
 
@@ -150,13 +169,9 @@ int runCommand(const std::vector<std::string>& args, CliIo io) {
     for (const std::string& name : flicker_loop::ScenarioBuilder::presetNames()) {
       flicker_loop::ScenarioBuilder b;
       b.selectPreset(name, nullptr);
-      io.out << name << "  " << b.scenario().description << "\n";
-    }
-    return kExitOk;
-  }
-  if (options.has("keys")) {
-    for (const std::string& key : flicker_loop::ScenarioBuilder::keys()) {
-      io.out << key << "\n";
+      char line[240];
+      snprintf(line, sizeof(line), "%-22s %s\n", name.c_str(), b.scenario().description.c_str());
+      io.out << line;
     }
     return kExitOk;
   }
@@ -194,8 +209,12 @@ int runCommand(const std::vector<std::string>& args, CliIo io) {
     }
   }
 
-  if (!setUpPlatform(options, nullptr, &error)) {
-    return failWith(io, kExitFailed, error);
+  if (options.has("keys")) {
+    printKeys(builder, io.out);
+    return kExitOk;
+  }
+  if (const int status = setUpPlatform(options, nullptr, io, &error)) {
+    return failWith(io, status, error);
   }
   const flicker_sim::SimScenario scenario = builder.scenario();
   flicker_loop::LoopOptions loopOptions = builder.options();
