@@ -2,10 +2,14 @@
 // give status 2 and one line naming the problem; the outputs of a run have
 // their documented shapes.
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 
 #include <map>
 
+#include "host_properties.h"
+#include "host_trace.h"
 #include "tools_test_util.h"
+#include "trace_events.h"
 
 namespace {
 
@@ -155,6 +159,50 @@ TEST(CliTest, RunOutputs) {
   const tools_test::CommandOutput unwritable = run({"--plot", "/nonexistent-folder/x.svg"});
   EXPECT_EQ(unwritable.status, 1);
   EXPECT_NE(unwritable.err.find("cannot write the plot"), std::string::npos) << unwritable.err;
+}
+
+// --trace writes a trace a viewer opens: per frame on the 3A thread the
+// manager's part of the frame with the statistics intake and the post, on
+// the worker each wake-up with the detection in it.
+TEST(CliTest, TraceShowsEachFrameAndEachAnalysis) {
+  tools_test::TempDir dir;
+  const std::string file = dir.path() + "/trace.json";
+  std::vector<std::string> args = {"run", "office-50hz", "--frames", "12", "--start_state",
+                                   "60",  "--csv",       "--trace",  file};
+  for (const auto& kv : tools_test::smallGeometry())
+    args.insert(args.end(), {"--" + kv.first, kv.second});
+  char before[16] = {};
+  prctl(PR_GET_NAME, before, 0, 0, 0);
+  const tools_test::CommandOutput r = runFlickerSim(args);
+  flicker_host::setTraceFile("");  // closes the file, as the program's exit does
+  flicker_host::clearProperty("debug.atrace.tags.enableflags");
+  ASSERT_EQ(r.status, 0) << r.err;
+  char after[16] = {};
+  prctl(PR_GET_NAME, after, 0, 0, 0);
+  EXPECT_STREQ(after, before) << "the caller's thread gets its name back";
+  const size_t pairs = static_cast<size_t>(std::count(r.out.begin(), r.out.end(), '\n')) - 1;
+
+  std::stringstream text;
+  text << std::ifstream(file).rdbuf();
+  const trace_test::TraceFile trace = trace_test::readTraceEvents(text.str());
+  ASSERT_EQ(trace.error, "");
+  std::map<std::string, std::vector<trace_test::Slice>> byThread;  // "thread/slice" -> slices
+  for (const trace_test::Slice& s : trace.slices) {
+    const std::string name = s.name.rfind("frame ", 0) == 0 ? "frame" : s.name;
+    byThread[trace.threads.at(s.tid) + "/" + name + "/" + std::to_string(s.depth)].push_back(s);
+  }
+  EXPECT_EQ(byThread["3A thread/frame/0"].size(), 12u);
+  // Statistics are taken inside a frame, at least for every pair analysed.
+  EXPECT_GE(byThread["3A thread/parseFLK/1"].size(), pairs);
+  EXPECT_LE(byThread["3A thread/parseFLK/1"].size(), 12u);
+  EXPECT_EQ(byThread["3A thread/post/1"].size(), pairs) << "one post per analysed pair";
+  EXPECT_EQ(byThread["FlickerMgrThd/FLK algo/1"].size(), pairs) << "a detection per wake-up";
+  EXPECT_GE(byThread["FlickerMgrThd/wake-up/0"].size(), pairs);
+  // Each detection starts after the post that asked for it.
+  const auto& posts = byThread["3A thread/post/1"];
+  const auto& detections = byThread["FlickerMgrThd/FLK algo/1"];
+  for (size_t i = 0; i < std::min(posts.size(), detections.size()); ++i)
+    EXPECT_GE(detections[i].beginUs, posts[i].beginUs) << i;
 }
 
 }  // namespace

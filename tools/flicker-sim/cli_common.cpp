@@ -6,8 +6,10 @@
 #include <cstring>
 
 #include "cam_properties.h"
+#include "cam_trace.h"
 #include "host_data_path.h"
 #include "host_log.h"
+#include "host_properties.h"
 #include "host_trace.h"
 #include "tuning_choice.h"
 #include "tuning_fields.h"
@@ -17,6 +19,9 @@ namespace flicker_cli {
 namespace {
 
 using NSCam::Utils::Properties::property_get_int32;
+using NSCam::Utils::Properties::property_get_int64;
+
+const char kTraceTagsProperty[] = "debug.atrace.tags.enableflags";
 
 constexpr int kBarWidth = 30;
 
@@ -74,9 +79,15 @@ int setUpPlatform(const CliOptions& options, FlickerExtPara* algoPart, CliIo io,
     *error = "cannot open log file " + options.value("log");
     return kExitFailed;
   }
-  if (options.has("trace") && !flicker_host::setTraceMarkerFile(options.value("trace"))) {
-    *error = "cannot open trace file " + options.value("trace");
-    return kExitFailed;
+  if (options.has("trace")) {
+    if (!flicker_host::setTraceFile(options.value("trace"))) {
+      *error = "cannot open trace file " + options.value("trace");
+      return kExitFailed;
+    }
+    // Asking for a trace file turns the camera tag on.
+    flicker_host::setProperty(
+        kTraceTagsProperty,
+        static_cast<int64_t>(property_get_int64(kTraceTagsProperty, 0) | ATRACE_TAG_CAMERA));
   }
   if (property_get_int32("vendor.debug.flk_dump", 0) != 0) {
     // The dump step writes its counter file into flko/ before it creates

@@ -28,8 +28,9 @@ int failWith(CliIo io, int code, const std::string& reason);
 //    set vendor.debug.flicker_mgr.log.level or
 //    vendor.debug.flicker_algo.log.level to a non-zero value; --log FILE
 //    sends them to a file.
-//  - --trace FILE writes the trace markers to a file (tracing itself is
-//    turned on by debug.atrace.tags.enableflags).
+//  - --trace FILE writes the trace sections to a file in the trace-event
+//    format (host_trace.h) and turns on the camera trace tag
+//    (debug.atrace.tags.enableflags).
 //  - With vendor.debug.flk_dump set, the dump folder
 //    <data root>/data/vendor/flicker/flko is created, as it exists on a device.
 // `algoPart` (may be null) receives the tuning's algorithm record. Returns

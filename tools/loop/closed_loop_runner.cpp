@@ -1,11 +1,14 @@
 #include "closed_loop_runner.h"
 
+#include <sys/prctl.h>
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
 #include <utility>
 
 #include "host_properties.h"
+#include "loop_trace.h"
 #include "sem_watch.h"
 #include "sim_records.h"
 #include "sim_rig.h"
@@ -31,6 +34,25 @@ FlickerResultRecord readResult(IFlickerMgr* mgr) {
 int stateHz(const FlickerResultRecord& r) {
   return r.flickerState == FLICKER_RESULT_60HZ ? 60 : 50;
 }
+
+// Name of the thread that drives the manager during a run: the framework
+// calls the manager from its 3A thread, and traces show it under this name.
+const char k3AThreadName[] = "3A thread";
+
+// Gives the calling thread a name for the object's life.
+class ThreadName {
+ public:
+  explicit ThreadName(const char* name) {
+    prctl(PR_GET_NAME, previous_, 0, 0, 0);
+    prctl(PR_SET_NAME, name, 0, 0, 0);
+  }
+  ~ThreadName() { prctl(PR_SET_NAME, previous_, 0, 0, 0); }
+  ThreadName(const ThreadName&) = delete;
+  ThreadName& operator=(const ThreadName&) = delete;
+
+ private:
+  char previous_[16] = {};  // the kernel's limit, with the terminator
+};
 
 // Per-sensor state of a run.
 struct Lane {
@@ -165,9 +187,17 @@ bool Run::driveFrame(int index) {
   }
   lane.nextTimeS = f.sofS + lane.periodS;
 
-  lane.mgr->SetParam(toInputInfo(lane.config));
   const uint64_t postsBefore = SemWatch::postsByThisThread();
-  const int calc = lane.mgr->DoCalculation(toCalcInfo(f));
+  int calc = 0;
+  {
+    // What the 3A thread spends on the manager per frame; the wait for the
+    // worker below is the runner's own.
+    const TraceSection section(cameraTraceOn() ? "frame " + std::to_string(f.frameIndex) +
+                                                     " sensor " + std::to_string(index)
+                                               : std::string());
+    lane.mgr->SetParam(toInputInfo(lane.config));
+    calc = lane.mgr->DoCalculation(toCalcInfo(f));
+  }
   const bool posted = SemWatch::postsByThisThread() != postsBefore;
   if (posted && !SemWatch::instance().awaitWorkerIdle(SemWatch::lastPostByThisThread(),
                                                       options_.workerTimeout)) {
@@ -274,6 +304,7 @@ ClosedLoopRunner::ClosedLoopRunner(const flicker_sim::SimScenario& scenario,
 }
 
 LoopResult ClosedLoopRunner::run() {
+  const ThreadName name(k3AThreadName);
   Run run(scenario_, options_);
   return run.execute();
 }
