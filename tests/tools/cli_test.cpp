@@ -61,6 +61,7 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{{"run", "office-70hz"}, nullptr, "unknown scenario 'office-70hz'"},
         // Mutually exclusive output formats and grid sizes.
         UsageCase{{"run", "--csv", "--json"}, nullptr, "exclude each other"},
+        UsageCase{{"replay", "/tmp", "--csv", "--json"}, nullptr, "exclude each other"},
         UsageCase{{"sweep", "--quick", "--full"}, nullptr, "exclude each other"},
         UsageCase{{"sweep", "--by", "colour"}, nullptr, "for --by"},
         // Replay without its folder; a negative frame interval.
@@ -154,7 +155,17 @@ TEST(CliTest, RunOutputs) {
   std::stringstream picture;
   picture << std::ifstream(dir.path() + "/run.svg").rdbuf();
   EXPECT_EQ(picture.str().rfind("<svg", 0), 0u);
-  EXPECT_NE(picture.str().find("100 Hz fit"), std::string::npos) << "the last pair is drawn";
+  // The profile drawn is the pair that switched, named and marked; counts
+  // agree with their nouns.
+  EXPECT_NE(picture.str().find("The pair that switched to 50 Hz (frame"), std::string::npos);
+  EXPECT_NE(picture.str().find("100 Hz fit"), std::string::npos);
+  const std::string svg = picture.str();
+  size_t marks = 0;
+  for (size_t at = svg.find("deciding pair: switch"); at != std::string::npos;
+       at = svg.find("deciding pair: switch", at + 1))
+    ++marks;
+  EXPECT_EQ(marks, 2u) << "marked on the state and the score panels";
+  EXPECT_NE(picture.str().find("1 switch,"), std::string::npos);
 
   const tools_test::CommandOutput unwritable = run({"--plot", "/nonexistent-folder/x.svg"});
   EXPECT_EQ(unwritable.status, 1);

@@ -38,7 +38,7 @@ struct LoopOptions {
   int frames = 0;            // per sensor; 0 takes the scenario's suggested length
   int startStateHz = 50;     // 50 or 60: state before the first frame; 0: leave as it is
   bool keepFrames = true;    // fill LoopResult::frames
-  bool keepLastPair = true;  // fill LoopResult::lastPair
+  bool keepLastPair = true;  // fill LoopResult::lastPair and LoopResult::decidingPair
   std::chrono::milliseconds workerTimeout{20000};  // longest wait for one analysis
   // Called after every frame with the frames driven so far and the total
   // (all sensors); may be empty.
