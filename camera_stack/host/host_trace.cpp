@@ -98,6 +98,13 @@ void writeEvent(Destination& d, const std::string& json) {
   writeAll(d.fd, json.data(), json.size());
 }
 
+// A metadata event: `kind` is process_name or thread_name. Caller holds the lock.
+void writeNameEvent(Destination& d, const char* kind, long pid, long tid, const char* name) {
+  writeEvent(d, std::string("{\"name\":\"") + kind + "\",\"ph\":\"M\",\"pid\":" +
+                    std::to_string(pid) + ",\"tid\":" + std::to_string(tid) +
+                    ",\"args\":{\"name\":\"" + jsonText(name) + "\"}}");
+}
+
 // Metadata naming `tid` when its name is new or changed. Caller holds the lock.
 void nameThread(Destination& d, long pid, long tid) {
   char name[kThreadNameSize] = {};
@@ -106,12 +113,7 @@ void nameThread(Destination& d, long pid, long tid) {
   if (known != d.threadNames.end() && known->second == name)
     return;
   d.threadNames[tid] = name;
-  char event[160];
-  snprintf(event, sizeof(event),
-           "{\"name\":\"thread_name\",\"ph\":\"M\",\"pid\":%ld,\"tid\":%ld,"
-           "\"args\":{\"name\":\"%s\"}}",
-           pid, tid, jsonText(name).c_str());
-  writeEvent(d, event);
+  writeNameEvent(d, "thread_name", pid, tid, name);
 }
 
 void traceEvent(Destination& d, char phase, const char* name) {
@@ -200,12 +202,7 @@ bool setTraceFile(const std::string& path, TraceFileFormat format) {
     (void)registered;
     writeAll(fd, "[", 1);
     const long pid = static_cast<long>(getpid());
-    char event[160];
-    snprintf(event, sizeof(event),
-             "{\"name\":\"process_name\",\"ph\":\"M\",\"pid\":%ld,\"tid\":%ld,"
-             "\"args\":{\"name\":\"%s\"}}",
-             pid, pid, jsonText(program_invocation_short_name).c_str());
-    writeEvent(d, event);
+    writeNameEvent(d, "process_name", pid, pid, program_invocation_short_name);
   }
   return true;
 }
