@@ -1,10 +1,12 @@
 # Install rules and the exported package of the host build.
 #
-# Installs the static libraries that exist in this tree (the manager, the host
-# platform, the open algorithm and the simulator), their headers, a CMake
-# package (find_package(flicker), targets flicker::mgr, flicker::host_platform,
-# flicker::open_algo, flicker::sim, flicker::platform_api and the bundle
-# flicker::host) and a pkg-config file (flicker.pc).
+# Installs the static libraries that exist in this tree (the manager, the
+# time-zone guess of the mains frequency, the host platform, the open
+# algorithm and the simulator), their headers, a CMake package
+# (find_package(flicker), targets flicker::mgr, flicker::zone_mains,
+# flicker::host_platform, flicker::open_algo, flicker::sim,
+# flicker::platform_api and the bundle flicker::host) and a pkg-config file
+# (flicker.pc).
 #
 # The libraries are static archives and the manager calls its platform and its
 # algorithm through plain symbols, so a program links the manager first, then
@@ -60,6 +62,7 @@ endfunction()
 set(flicker_install_parts
   "flicker_platform_api|platform_api|"
   "flicker_mgr|mgr|"
+  "flicker_zone_mains|zone_mains|"
   "flicker_host_platform|host_platform|/host"
   "flicker_open_algo|open_algo|/algo"
   "flicker_sim|sim|/sim")
@@ -134,7 +137,7 @@ install(FILES
 # pkg-config: one module with the host stack, libraries in link order. The
 # prefix is found from the .pc file's own place, so the tree can be moved.
 set(FLICKER_PC_LIBS "")
-foreach(target flicker_mgr flicker_host_platform flicker_open_algo)
+foreach(target flicker_mgr flicker_host_platform flicker_zone_mains flicker_open_algo)
   if(TARGET ${target})
     string(APPEND FLICKER_PC_LIBS " -l${target}")
   endif()

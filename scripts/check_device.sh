@@ -247,7 +247,7 @@ install_targets=()
 if logged "$scratch/configure.log" cmake -S . -B "$build_dir" -G Ninja \
   -DCMAKE_BUILD_TYPE="$build_type" -DFLICKER_SANITIZE= -DFLICKER_BUILD_TESTS=OFF \
   -DFLICKER_BUILD_TOOLS=OFF -DFLICKER_BUILD_BENCH=OFF -DFLICKER_BUILD_FUZZ=OFF; then
-  for t in flicker_mgr flicker_host_platform flicker_open_algo flicker_sim; do
+  for t in flicker_mgr flicker_zone_mains flicker_host_platform flicker_open_algo flicker_sim; do
     if grep -q "flicker install: $t not in this tree" "$scratch/configure.log"; then
       skip "install: $t not in the tree yet"
     else

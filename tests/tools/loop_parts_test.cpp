@@ -2,6 +2,9 @@
 // simulator's parameters, and the run summary reads hand-made records right.
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <set>
+#include <sstream>
 #include <tuple>
 
 #include "run_summary.h"
@@ -48,6 +51,64 @@ TEST(ScenarioBuilderTest, LightKeysRebuildTheLampTheSwitchAndTheMix) {
   EXPECT_DOUBLE_EQ(lamps[1].mainsHz, 50.0);
   EXPECT_DOUBLE_EQ(light.segments[1].startS, 2.0);
   EXPECT_DOUBLE_EQ(light.segments[1].components.front().mainsHz, 50.0);
+}
+
+// What --keys lists is what set() accepts: both ends of a range pass and a
+// value beyond either end is refused with the listed range in the reason;
+// every listed word passes, any other is refused; the listed default sets
+// again unchanged.
+TEST(ScenarioBuilderTest, ListedRangesAndDefaultsAreWhatSetAccepts) {
+  for (const flicker_loop::ScenarioBuilder::KeyInfo& k :
+       flicker_loop::ScenarioBuilder().describeKeys()) {
+    SCOPED_TRACE(k.name + " = " + k.value + ", allowed " + k.allowed);
+    std::string error;
+    if (k.value != "none") {
+      flicker_loop::ScenarioBuilder b;
+      EXPECT_TRUE(b.set(k.name, k.value, &error)) << error;
+      EXPECT_EQ(b.value(k.name), k.value);
+    }
+    const size_t dots = k.allowed.find("..");
+    std::vector<std::string> good, bad;
+    if (dots != std::string::npos) {
+      const double lo = std::stod(k.allowed.substr(0, dots));
+      const double hi = std::stod(k.allowed.substr(dots + 2));
+      const double beyond = std::max(1.0, 0.5 * (hi - lo));
+      good = {k.allowed.substr(0, dots), k.allowed.substr(dots + 2)};
+      bad = {std::to_string(lo - beyond), std::to_string(hi + beyond)};
+    } else if (k.name != "scenario") {
+      std::string words = k.allowed;
+      for (const char* sep : {", ", " or "}) {
+        for (size_t at; (at = words.find(sep)) != std::string::npos;)
+          words.replace(at, strlen(sep), " ");
+      }
+      std::istringstream in(words);
+      for (std::string w; in >> w;) good.push_back(w);
+      bad = {"bogus"};
+    }
+    for (const std::string& v : good) {
+      flicker_loop::ScenarioBuilder b;
+      EXPECT_TRUE(b.set(k.name, v, &error)) << v << ": " << error;
+    }
+    for (const std::string& v : bad) {
+      flicker_loop::ScenarioBuilder b;
+      EXPECT_FALSE(b.set(k.name, v, &error)) << v;
+      EXPECT_NE(error.find(k.allowed), std::string::npos) << error;
+    }
+  }
+}
+
+// Each built-in scenario is one scene under one name.
+TEST(ScenarioBuilderTest, EachSceneHasOneName) {
+  std::set<std::string> names, descriptions;
+  for (const std::string& name : flicker_loop::ScenarioBuilder::presetNames()) {
+    flicker_loop::ScenarioBuilder b;
+    std::string error;
+    ASSERT_TRUE(b.selectPreset(name, &error)) << error;
+    EXPECT_EQ(b.scenario().name, name);
+    EXPECT_TRUE(names.insert(name).second) << name;
+    EXPECT_TRUE(descriptions.insert(b.scenario().description).second)
+        << name << " is the scene of another name: " << b.scenario().description;
+  }
 }
 
 // One frame per 10 ms, a pair analysed on every frame; states and truths as

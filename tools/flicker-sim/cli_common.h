@@ -8,6 +8,7 @@
 #include "cli_options.h"
 #include "flicker_algo_cmd.h"
 #include "flicker_sim_cli.h"
+#include "tuning_choice.h"
 
 namespace flicker_cli {
 
@@ -19,17 +20,28 @@ constexpr int kExitUsage = 2;
 int failWith(CliIo io, int code, const std::string& reason);
 
 // Options every subcommand that runs the manager or the algorithm accepts:
-// --tuning, --log, --trace.
+// --tuning, --set, --log, --trace.
+//  - --tuning T (open, host or an NVRAM image file) and any --set NAME=VALUE
+//    (TuningFields) give the tuning; a setting the open algorithm reads as
+//    another value is warned about on `io.err`.
 //  - Logs are silenced unless the properties (FLICKER_PROPS, environment)
 //    set vendor.debug.flicker_mgr.log.level or
 //    vendor.debug.flicker_algo.log.level to a non-zero value; --log FILE
 //    sends them to a file.
-//  - --trace FILE writes the trace markers to a file (tracing itself is
-//    turned on by debug.atrace.tags.enableflags).
+//  - --trace FILE writes the trace sections to a file in the trace-event
+//    format (host_trace.h) and turns on the camera trace tag
+//    (debug.atrace.tags.enableflags).
 //  - With vendor.debug.flk_dump set, the dump folder
 //    <data root>/data/vendor/flicker/flko is created, as it exists on a device.
-// `algoPart` receives the tuning's algorithm record. False with a reason.
-bool setUpPlatform(const CliOptions& options, FlickerExtPara* algoPart, std::string* error);
+// `algoPart` (may be null) receives the tuning's algorithm record. Returns
+// kExitOk, or kExitUsage (bad tuning or setting) / kExitFailed with a reason.
+int setUpPlatform(const CliOptions& options, FlickerExtPara* algoPart, CliIo io,
+                  std::string* error);
+
+// Reads --tuning and applies the --set options to it, warning on `io.err`
+// about clamped values; kExitUsage with a reason on bad input.
+int readTuning(const CliOptions& options, flicker_loop::TuningTable* table, CliIo io,
+               std::string* error);
 
 // Draws "[#####.....]  50%" on a terminal, erased again by clear().
 class ProgressBar {

@@ -17,6 +17,7 @@ const char kMainHelp[] =
     "  run [SCENARIO]   closed-loop run of a scenario (default office-50hz)\n"
     "  replay DIR       the algorithm's verdicts on a tree of flk.raw dumps\n"
     "  sweep            evaluation grid with accuracy and lock times\n"
+    "  tuning           show and edit a tuning record, write an NVRAM image\n"
     "\n"
     "'flicker-sim COMMAND --help' describes each command. Properties come from the\n"
     "file named by FLICKER_PROPS (name=value lines), dumps go under FLICKER_DATA_ROOT.\n";
@@ -43,7 +44,11 @@ int flickerSimMain(const std::vector<std::string>& args, CliIo io) {
   if (command == "sweep") {
     return sweepCommand(rest, io);
   }
-  return failWith(io, kExitUsage, "unknown command '" + command + "' (run, replay or sweep)");
+  if (command == "tuning") {
+    return tuningCommand(rest, io);
+  }
+  return failWith(io, kExitUsage,
+                  "unknown command '" + command + "' (run, replay, sweep or tuning)");
 }
 
 }  // namespace flicker_cli

@@ -29,5 +29,6 @@ int flickerSimMain(const std::vector<std::string>& args, CliIo io);
 int runCommand(const std::vector<std::string>& args, CliIo io);
 int replayCommand(const std::vector<std::string>& args, CliIo io);
 int sweepCommand(const std::vector<std::string>& args, CliIo io);
+int tuningCommand(const std::vector<std::string>& args, CliIo io);
 
 }  // namespace flicker_cli

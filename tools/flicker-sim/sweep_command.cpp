@@ -104,8 +104,8 @@ int sweepCommand(const std::vector<std::string>& args, CliIo io) {
   if (!known) {
     return failWith(io, kExitUsage, "bad value '" + by + "' for --by: expected a grid dimension");
   }
-  if (!setUpPlatform(options, nullptr, &error)) {
-    return failWith(io, kExitFailed, error);
+  if (const int status = setUpPlatform(options, nullptr, io, &error)) {
+    return failWith(io, status, error);
   }
 
   const flicker_loop::EvalGrid grid(

@@ -1,7 +1,9 @@
 #include "scenario_builder.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -11,8 +13,6 @@ namespace flicker_loop {
 namespace {
 
 const char kDefaultPreset[] = "office-50hz";
-const char kFrozenAlias[] = "frozen-30fps";
-const char kFrozenPreset[] = "static-120hz-30fps";
 // Extra sensors start this much later than the one before, so their frames
 // do not line up with the first sensor's.
 constexpr double kSensorStaggerS = 0.007;
@@ -62,15 +62,110 @@ std::string trim(const std::string& text) {
   return text.substr(first, text.find_last_not_of(spaces) - first + 1);
 }
 
-const std::vector<std::string>& keyList() {
-  static const std::vector<std::string> keys = {
-      "scenario",     "frames",      "seed",       "start_state", "sensors",     "fps",
-      "mode",         "width",       "height",     "pixel_mode",  "pixel_clock", "line_length",
-      "binning",      "sensor_mode", "light",      "mains",       "level",       "depth",
-      "drift",        "pwm_hz",      "mix_mains",  "mix_share",   "switch_at",   "switch_light",
-      "switch_mains", "texture",     "pan_x",      "pan_y",       "shake",       "shake_hz",
-      "exposure_ms",  "ae_target",   "read_noise", "full_well"};
-  return keys;
+enum class KeyKind {
+  kWhole,   // a whole number lo..hi
+  kReal,    // a finite real lo..hi
+  kChoice,  // one of the words of `choices`
+  kPreset,  // a built-in scenario
+};
+
+// Every key: what it takes, its unit and what it sets. Values are checked
+// here before they reach the builder.
+struct KeySpec {
+  const char* name;
+  KeyKind kind;
+  double lo;
+  double hi;
+  const char* choices;  // kChoice: the allowed words, space-separated
+  const char* unit;
+  const char* meaning;
+};
+
+const char kLampChoices[] = "fluorescent led incandescent good-led pwm daylight";
+const char kMainsChoices[] = "50 60 0";
+
+const KeySpec kKeys[] = {
+    {"scenario", KeyKind::kPreset, 0, 0, "", "", "built-in scenario to start from (--list)"},
+    {"frames", KeyKind::kWhole, 1, kMaxFrames, "", "frames", "frames per sensor"},
+    {"seed", KeyKind::kWhole, 0, 2147483647, "", "", "seed of the scene's texture and noise"},
+    {"start_state", KeyKind::kChoice, 0, 0, "50 60 keep", "Hz",
+     "state before the first frame (keep: as an earlier run left it)"},
+    {"sensors", KeyKind::kWhole, 1, kMaxSensors, "", "",
+     "sensors: copies of sensor 0, each starting 7 ms later"},
+    {"fps", KeyKind::kReal, 1, 1000, "", "frames/s", "frame rate"},
+    {"mode", KeyKind::kWhole, 0, 3, "", "", "anti-banding mode: 1 = 50 Hz, 2 = 60 Hz, 3 = detect"},
+    {"width", KeyKind::kWhole, 16, 16000, "", "pixels",
+     "TG width (the frame keeps its ratio to the TG)"},
+    {"height", KeyKind::kWhole, 16, 16000, "", "pixels",
+     "TG height (the frame keeps its ratio to the TG)"},
+    {"pixel_mode", KeyKind::kWhole, 0, 3, "", "", "pixel mode: the width is shifted right by it"},
+    {"pixel_clock", KeyKind::kWhole, 1000, 4e9, "", "Hz", "pixel clock"},
+    {"line_length", KeyKind::kWhole, 16, 65535, "", "pixel clocks",
+     "line length, blanking included"},
+    {"binning", KeyKind::kWhole, 1, 8, "", "", "the sensor's own binning factor"},
+    {"sensor_mode", KeyKind::kWhole, 0, 34, "", "", "sensor mode (row of the tuning table)"},
+    {"light", KeyKind::kChoice, 0, 0, kLampChoices, "", "lamp type"},
+    {"mains", KeyKind::kChoice, 0, 0, kMainsChoices, "Hz", "mains of the lamp (0: steady)"},
+    {"level", KeyKind::kReal, 1, 1e9, "", "e-/s/pixel", "light level"},
+    {"depth", KeyKind::kReal, 0, 2.5, "", "", "scale of the lamp's ripple"},
+    {"drift", KeyKind::kReal, -2, 2, "", "Hz", "offset of the mains frequency"},
+    {"pwm_hz", KeyKind::kReal, 1, 100000, "", "Hz", "PWM frequency of light = pwm"},
+    {"mix_mains", KeyKind::kChoice, 0, 0, kMainsChoices, "Hz",
+     "a second lamp of the same type on this mains (0: none)"},
+    {"mix_share", KeyKind::kReal, 0, 1, "", "", "share of the light level the second lamp gives"},
+    {"switch_at", KeyKind::kReal, 0, 1e6, "", "s",
+     "time the light changes to switch_light / switch_mains"},
+    {"switch_light", KeyKind::kChoice, 0, 0, kLampChoices, "", "lamp type after the switch"},
+    {"switch_mains", KeyKind::kChoice, 0, 0, kMainsChoices, "Hz", "mains after the switch"},
+    {"texture", KeyKind::kChoice, 0, 0, "natural flat grating", "", "scene texture"},
+    {"pan_x", KeyKind::kReal, -100, 100, "", "frames/s", "horizontal pan speed"},
+    {"pan_y", KeyKind::kReal, -100, 100, "", "frames/s", "vertical pan speed"},
+    {"shake", KeyKind::kReal, -100, 100, "", "frames", "hand-shake amplitude"},
+    {"shake_hz", KeyKind::kReal, -100, 100, "", "Hz", "hand-shake frequency"},
+    {"exposure_ms", KeyKind::kReal, 0, 1000, "", "ms", "manual exposure (0: automatic)"},
+    {"ae_target", KeyKind::kReal, 0.001, 1, "", "", "AE's mean level, fraction of full scale"},
+    {"read_noise", KeyKind::kReal, 0, 1000, "", "e- rms", "read noise"},
+    {"full_well", KeyKind::kReal, 10, 1e7, "", "e-", "electrons at full scale"},
+};
+
+const KeySpec* findKey(const std::string& name) {
+  for (const KeySpec& k : kKeys) {
+    if (name == k.name) {
+      return &k;
+    }
+  }
+  return nullptr;
+}
+
+std::string number(double v) {
+  char buf[32];
+  snprintf(buf, sizeof(buf), "%.10g", v);
+  return buf;
+}
+
+std::vector<std::string> words(const char* text) {
+  std::istringstream in(text);
+  std::vector<std::string> out;
+  for (std::string w; in >> w;) {
+    out.push_back(w);
+  }
+  return out;
+}
+
+// "a, b or c" / "lo..hi": what a key accepts.
+std::string allowed(const KeySpec& k) {
+  if (k.kind == KeyKind::kPreset) {
+    return "a built-in scenario";
+  }
+  if (k.kind != KeyKind::kChoice) {
+    return number(k.lo) + ".." + number(k.hi);
+  }
+  const std::vector<std::string> w = words(k.choices);
+  std::string text;
+  for (size_t i = 0; i < w.size(); ++i) {
+    text += (i == 0 ? "" : i + 1 == w.size() ? " or " : ", ") + w[i];
+  }
+  return text;
 }
 
 bool bad(std::string* error, const std::string& key, const std::string& value,
@@ -116,16 +211,12 @@ ScenarioBuilder::ScenarioBuilder() {
 }
 
 bool ScenarioBuilder::selectPreset(const std::string& name, std::string* error) {
-  const std::string preset = name == kFrozenAlias ? kFrozenPreset : name;
   flicker_sim::SimScenario scenario;
-  if (!flicker_sim::makeSimPreset(preset, &scenario)) {
+  if (!flicker_sim::makeSimPreset(name, &scenario)) {
     if (error != nullptr) {
       *error = "unknown scenario '" + name + "' (see --list)";
     }
     return false;
-  }
-  if (name == kFrozenAlias) {
-    scenario.name = kFrozenAlias;
   }
   base_ = scenario;
   lightChanged_ = false;
@@ -151,112 +242,82 @@ bool ScenarioBuilder::selectPreset(const std::string& name, std::string* error) 
 }
 
 bool ScenarioBuilder::set(const std::string& key, const std::string& value, std::string* error) {
+  const KeySpec* spec = findKey(key);
+  if (spec == nullptr) {
+    if (error != nullptr) {
+      *error = "unknown key '" + key + "'";
+    }
+    return false;
+  }
   long n = 0;
-  if (key == "scenario") {
-    return selectPreset(value, error);
+  double x = 0;
+  bool valid = true;
+  switch (spec->kind) {
+    case KeyKind::kPreset:
+      return selectPreset(value, error);
+    case KeyKind::kWhole:
+      valid = parseInt(value, static_cast<long>(spec->lo), static_cast<long>(spec->hi), &n);
+      x = static_cast<double>(n);
+      break;
+    case KeyKind::kReal:
+      valid = parseReal(value, spec->lo, spec->hi, &x);
+      break;
+    case KeyKind::kChoice: {
+      const std::vector<std::string> w = words(spec->choices);
+      valid = std::find(w.begin(), w.end(), value) != w.end();
+      x = atof(value.c_str());  // the numeric choices (mains); 0 for words
+      break;
+    }
+  }
+  if (!valid) {
+    const std::string unit = spec->unit[0] != '\0' ? " (" + std::string(spec->unit) + ")" : "";
+    return bad(error, key, value, allowed(*spec) + unit);
   }
   if (key == "frames") {
-    if (!parseInt(value, 1, kMaxFrames, &n)) {
-      return bad(error, key, value, "a whole number 1.." + std::to_string(kMaxFrames));
-    }
     options_.frames = static_cast<int>(n);
-    return true;
-  }
-  if (key == "seed") {
-    if (!parseInt(value, 0, 0x7fffffffL, &n)) {
-      return bad(error, key, value, "a whole number 0..2147483647");
-    }
+  } else if (key == "seed") {
     base_.seed = static_cast<uint64_t>(n);
-    return true;
-  }
-  if (key == "start_state") {
-    if (value == "keep") {
-      options_.startStateHz = 0;
-    } else if (value == "50" || value == "60") {
-      options_.startStateHz = value == "50" ? 50 : 60;
-    } else {
-      return bad(error, key, value, "50, 60 or keep");
-    }
-    return true;
-  }
-  if (key == "sensors") {
-    if (!parseInt(value, 1, kMaxSensors, &n)) {
-      return bad(error, key, value, "1.." + std::to_string(kMaxSensors));
-    }
+  } else if (key == "start_state") {
+    options_.startStateHz = value == "keep" ? 0 : atoi(value.c_str());
+  } else if (key == "sensors") {
     sensors_ = static_cast<int>(n);
-    return true;
-  }
-  if (key == "light" || key == "mains" || key == "level" || key == "depth" || key == "drift" ||
-      key == "pwm_hz" || key == "mix_mains" || key == "mix_share" || key == "switch_at" ||
-      key == "switch_light" || key == "switch_mains") {
-    return setLight(key, value, error);
-  }
-  for (const std::string& k : keyList()) {
-    if (k == key) {
-      return setSensor(key, value, error);
+  } else if (key == "light" || key == "mains" || key == "level" || key == "depth" ||
+             key == "drift" || key == "pwm_hz" || key == "mix_mains" || key == "mix_share" ||
+             key == "switch_at" || key == "switch_light" || key == "switch_mains") {
+    setLight(key, value, x);
+  } else {
+    for (flicker_sim::SimSensorParams& s : base_.sensors) {
+      setSensor(key, value, x, &s);
     }
   }
-  if (error != nullptr) {
-    *error = "unknown key '" + key + "'";
-  }
-  return false;
+  return true;
 }
 
-bool ScenarioBuilder::setLight(const std::string& key, const std::string& value,
-                               std::string* error) {
-  double x = 0;
-  flicker_sim::SimLightType type;
+void ScenarioBuilder::setLight(const std::string& key, const std::string& value, double x) {
   const bool isSwitch = key.compare(0, 7, "switch_") == 0;
   Lamp& lamp = isSwitch ? switchLamp_ : lamp_;
   if (key == "light" || key == "switch_light") {
-    if (!lampType(value, &type)) {
-      return bad(error, key, value, "fluorescent, led, incandescent, good-led, pwm or daylight");
-    }
     lamp.type = value;
   } else if (key == "mains" || key == "switch_mains") {
-    if (value != "50" && value != "60" && value != "0") {
-      return bad(error, key, value, "50, 60 or 0");
-    }
-    lamp.mainsHz = atoi(value.c_str());
+    lamp.mainsHz = x;
   } else if (key == "level") {
-    if (!parseReal(value, 1.0, 1e9, &x)) {
-      return bad(error, key, value, "electrons per second, 1..1e9");
-    }
     lamp_.level = x;
     switchLamp_.level = x;
   } else if (key == "depth") {
-    if (!parseReal(value, 0.0, 2.5, &x)) {
-      return bad(error, key, value, "a ripple scale 0..2.5");
-    }
     lamp_.depth = x;
     switchLamp_.depth = x;
   } else if (key == "drift") {
-    if (!parseReal(value, -2.0, 2.0, &x)) {
-      return bad(error, key, value, "hertz, -2..2");
-    }
     lamp_.drift = x;
     switchLamp_.drift = x;
   } else if (key == "pwm_hz") {
-    if (!parseReal(value, 1.0, 100000.0, &x)) {
-      return bad(error, key, value, "hertz, 1..100000");
-    }
     lamp_.pwmHz = x;
   } else if (key == "mix_mains") {
-    if (value != "50" && value != "60" && value != "0") {
-      return bad(error, key, value, "50, 60 or 0");
-    }
-    lamp_.mixMainsHz = atoi(value.c_str());
-    switchLamp_.mixMainsHz = lamp_.mixMainsHz;
+    lamp_.mixMainsHz = x;
+    switchLamp_.mixMainsHz = x;
   } else if (key == "mix_share") {
-    if (!parseReal(value, 0.0, 1.0, &x)) {
-      return bad(error, key, value, "a share 0..1");
-    }
     lamp_.mixShare = x;
     switchLamp_.mixShare = x;
   } else if (key == "switch_at") {
-    if (!parseReal(value, 0.0, 1e6, &x)) {
-      return bad(error, key, value, "seconds >= 0");
-    }
     switchAtS_ = x;
   }
   if (isSwitch) {
@@ -264,103 +325,128 @@ bool ScenarioBuilder::setLight(const std::string& key, const std::string& value,
   } else {
     lightChanged_ = true;
   }
-  return true;
 }
 
-bool ScenarioBuilder::setSensor(const std::string& key, const std::string& value,
-                                std::string* error) {
-  long n = 0;
-  double x = 0;
-  // Every sensor of the scenario takes the setting.
-  for (flicker_sim::SimSensorParams& s : base_.sensors) {
-    flicker_sim::SimGeometry& g = s.geometry;
-    if (key == "fps") {
-      if (!parseReal(value, 1.0, 1000.0, &x)) {
-        return bad(error, key, value, "frames per second, 1..1000");
-      }
-      s.framesPerSecond = x;
-    } else if (key == "mode") {
-      if (!parseInt(value, 0, 3, &n)) {
-        return bad(error, key, value, "0..3 (1 = 50 Hz, 2 = 60 Hz, 3 = detect)");
-      }
-      s.flickerMode = static_cast<int>(n);
-    } else if (key == "width" || key == "height") {
-      if (!parseInt(value, 16, 16000, &n)) {
-        return bad(error, key, value, "pixels, 16..16000");
-      }
-      int& tg = key == "width" ? g.tgWidth : g.tgHeight;
-      int& frame = key == "width" ? g.frameWidth : g.frameHeight;
-      // Keep the frame-to-TG ratio (binned read-outs) while resizing.
-      const long ratio = tg > 0 ? std::max(1, frame / tg) : 1;
-      tg = static_cast<int>(n);
-      frame = static_cast<int>(n * ratio);
-    } else if (key == "pixel_mode") {
-      if (!parseInt(value, 0, 3, &n)) {
-        return bad(error, key, value, "0..3");
-      }
-      g.pixelMode = static_cast<int>(n);
-    } else if (key == "pixel_clock") {
-      if (!parseInt(value, 1000, 4000000000L, &n)) {
-        return bad(error, key, value, "hertz, 1000..4e9");
-      }
-      g.pixelClockHz = static_cast<uint32_t>(n);
-    } else if (key == "line_length") {
-      if (!parseInt(value, 16, 65535, &n)) {
-        return bad(error, key, value, "pixel clocks, 16..65535");
-      }
-      g.pixelsInLine = static_cast<uint32_t>(n);
-    } else if (key == "binning") {
-      if (!parseInt(value, 1, 8, &n)) {
-        return bad(error, key, value, "1..8");
-      }
-      g.sensorBinning = static_cast<int>(n);
-    } else if (key == "sensor_mode") {
-      if (!parseInt(value, 0, 34, &n)) {
-        return bad(error, key, value, "0..34");
-      }
-      g.sensorMode = static_cast<int>(n);
-    } else if (key == "texture") {
-      if (value == "natural") {
-        s.scene.texture = flicker_sim::SimTexture::kNatural;
-      } else if (value == "flat") {
-        s.scene.texture = flicker_sim::SimTexture::kFlatWall;
-      } else if (value == "grating") {
-        s.scene.texture = flicker_sim::SimTexture::kGrating;
-      } else {
-        return bad(error, key, value, "natural, flat or grating");
-      }
-    } else if (key == "pan_x" || key == "pan_y" || key == "shake" || key == "shake_hz") {
-      if (!parseReal(value, -100.0, 100.0, &x)) {
-        return bad(error, key, value, "a number -100..100");
-      }
-      double& field = key == "pan_x"   ? s.scene.panX
-                      : key == "pan_y" ? s.scene.panY
-                      : key == "shake" ? s.scene.shakeAmplitude
-                                       : s.scene.shakeHz;
-      field = x;
-    } else if (key == "exposure_ms") {
-      if (!parseReal(value, 0.0, 1000.0, &x)) {
-        return bad(error, key, value, "milliseconds, 0..1000");
-      }
-      s.ae.fixedExposureS = x / 1000.0;
-    } else if (key == "ae_target") {
-      if (!parseReal(value, 0.001, 1.0, &x)) {
-        return bad(error, key, value, "a level 0.001..1");
-      }
-      s.ae.targetLevel = x;
-    } else if (key == "read_noise") {
-      if (!parseReal(value, 0.0, 1000.0, &x)) {
-        return bad(error, key, value, "electrons, 0..1000");
-      }
-      s.pixel.readNoiseE = x;
-    } else if (key == "full_well") {
-      if (!parseReal(value, 10.0, 1e7, &x)) {
-        return bad(error, key, value, "electrons, 10..1e7");
-      }
-      s.pixel.fullWellE = x;
+void ScenarioBuilder::setSensor(const std::string& key, const std::string& value, double x,
+                                flicker_sim::SimSensorParams* s) {
+  flicker_sim::SimGeometry& g = s->geometry;
+  const int n = static_cast<int>(x);
+  if (key == "fps") {
+    s->framesPerSecond = x;
+  } else if (key == "mode") {
+    s->flickerMode = n;
+  } else if (key == "width" || key == "height") {
+    int& tg = key == "width" ? g.tgWidth : g.tgHeight;
+    int& frame = key == "width" ? g.frameWidth : g.frameHeight;
+    // Keep the frame-to-TG ratio (binned read-outs) while resizing.
+    const int ratio = tg > 0 ? std::max(1, frame / tg) : 1;
+    tg = n;
+    frame = n * ratio;
+  } else if (key == "pixel_mode") {
+    g.pixelMode = n;
+  } else if (key == "pixel_clock") {
+    g.pixelClockHz = static_cast<uint32_t>(x);
+  } else if (key == "line_length") {
+    g.pixelsInLine = static_cast<uint32_t>(x);
+  } else if (key == "binning") {
+    g.sensorBinning = n;
+  } else if (key == "sensor_mode") {
+    g.sensorMode = n;
+  } else if (key == "texture") {
+    s->scene.texture = value == "flat"      ? flicker_sim::SimTexture::kFlatWall
+                       : value == "grating" ? flicker_sim::SimTexture::kGrating
+                                            : flicker_sim::SimTexture::kNatural;
+  } else if (key == "pan_x") {
+    s->scene.panX = x;
+  } else if (key == "pan_y") {
+    s->scene.panY = x;
+  } else if (key == "shake") {
+    s->scene.shakeAmplitude = x;
+  } else if (key == "shake_hz") {
+    s->scene.shakeHz = x;
+  } else if (key == "exposure_ms") {
+    s->ae.fixedExposureS = x / 1000.0;
+  } else if (key == "ae_target") {
+    s->ae.targetLevel = x;
+  } else if (key == "read_noise") {
+    s->pixel.readNoiseE = x;
+  } else if (key == "full_well") {
+    s->pixel.fullWellE = x;
+  }
+}
+
+std::string ScenarioBuilder::value(const std::string& key) const {
+  const flicker_sim::SimSensorParams& s = base_.sensors.front();
+  const flicker_sim::SimGeometry& g = s.geometry;
+  const bool isSwitch = key.compare(0, 7, "switch_") == 0;
+  const Lamp& lamp = isSwitch ? switchLamp_ : lamp_;
+  if (key == "scenario") {
+    return base_.name;
+  }
+  if (key == "frames") {
+    return std::to_string(options_.frames > 0 ? options_.frames : base_.frameCount);
+  }
+  if (key == "seed") {
+    return std::to_string(base_.seed);
+  }
+  if (key == "start_state") {
+    return options_.startStateHz == 0 ? "keep" : std::to_string(options_.startStateHz);
+  }
+  if (key == "sensors") {
+    return std::to_string(sensors_ > 0 ? sensors_ : static_cast<int>(base_.sensors.size()));
+  }
+  if (key == "light" || key == "switch_light") {
+    return lamp.type;
+  }
+  if (key == "switch_at") {
+    return switchAtS_ < 0 ? "none" : number(switchAtS_);
+  }
+  const std::pair<const char*, double> numbers[] = {
+      {"fps", s.framesPerSecond},
+      {"mode", s.flickerMode},
+      {"width", g.tgWidth},
+      {"height", g.tgHeight},
+      {"pixel_mode", g.pixelMode},
+      {"pixel_clock", g.pixelClockHz},
+      {"line_length", g.pixelsInLine},
+      {"binning", g.sensorBinning},
+      {"sensor_mode", g.sensorMode},
+      {"mains", lamp.mainsHz},
+      {"switch_mains", lamp.mainsHz},
+      {"level", lamp.level},
+      {"depth", lamp.depth},
+      {"drift", lamp.drift},
+      {"pwm_hz", lamp.pwmHz},
+      {"mix_mains", lamp.mixMainsHz},
+      {"mix_share", lamp.mixShare},
+      {"pan_x", s.scene.panX},
+      {"pan_y", s.scene.panY},
+      {"shake", s.scene.shakeAmplitude},
+      {"shake_hz", s.scene.shakeHz},
+      {"exposure_ms", 1000.0 * s.ae.fixedExposureS},
+      {"ae_target", s.ae.targetLevel},
+      {"read_noise", s.pixel.readNoiseE},
+      {"full_well", s.pixel.fullWellE},
+  };
+  for (const auto& entry : numbers) {
+    if (key == entry.first) {
+      return number(entry.second);
     }
   }
-  return true;
+  if (key == "texture") {
+    return s.scene.texture == flicker_sim::SimTexture::kFlatWall  ? "flat"
+           : s.scene.texture == flicker_sim::SimTexture::kGrating ? "grating"
+                                                                  : "natural";
+  }
+  return "";
+}
+
+std::vector<ScenarioBuilder::KeyInfo> ScenarioBuilder::describeKeys() const {
+  std::vector<KeyInfo> out;
+  for (const KeySpec& k : kKeys) {
+    out.push_back(KeyInfo{k.name, k.unit, allowed(k), value(k.name), k.meaning});
+  }
+  return out;
 }
 
 bool ScenarioBuilder::loadFile(const std::string& path, std::string* error) {
@@ -465,13 +551,15 @@ flicker_sim::SimScenario ScenarioBuilder::scenario() const {
 }
 
 std::vector<std::string> ScenarioBuilder::keys() {
-  return keyList();
+  std::vector<std::string> names;
+  for (const KeySpec& k : kKeys) {
+    names.emplace_back(k.name);
+  }
+  return names;
 }
 
 std::vector<std::string> ScenarioBuilder::presetNames() {
-  std::vector<std::string> names = flicker_sim::simPresetNames();
-  names.emplace_back(kFrozenAlias);
-  return names;
+  return flicker_sim::simPresetNames();
 }
 
 }  // namespace flicker_loop
