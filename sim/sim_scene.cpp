@@ -21,6 +21,11 @@ constexpr int kOctaves = 6;
 // Reflectance limits of real surfaces (fresh snow to black velvet).
 constexpr double kMinReflectance = 0.01;
 constexpr double kMaxReflectance = 0.95;
+// A piecewise-constant room: pieces of furniture and picture frames
+// (rectangles from a twentieth to half a frame wide) and shelves (long bars a
+// few lines high), painted over a wall, per tile of two by two frames.
+constexpr int kPieces = 40;
+constexpr int kShelves = 12;
 
 double wrap(double x, double period) {
   return x - period * std::floor(x / period);
@@ -45,10 +50,15 @@ SimScene::SimScene(const SimSceneParams& params, uint64_t seed)
     : params_(params), map_(static_cast<size_t>(kRows) * kCols, params.meanReflectance) {
   if (params_.texture == SimTexture::kNatural) {
     buildNatural(seed);
+  } else if (params_.texture == SimTexture::kPiecewise) {
+    buildPiecewise(seed);
   } else {
     buildFlat();
   }
   buildPrefixSums();
+  for (const SimMovingObject& o : params_.objects) {
+    has_emissive_ = has_emissive_ || o.emissive;
+  }
 }
 
 void SimScene::buildNatural(uint64_t seed) {
@@ -111,6 +121,48 @@ void SimScene::buildFlat() {
   }
 }
 
+void SimScene::buildPiecewise(uint64_t seed) {
+  sharp_rows_ = true;
+  SimRandom rng(seed);
+  const double contrast = params_.textureContrast;
+  // Each piece has one reflectance, log-normal around the mean.
+  auto pieceReflectance = [&] {
+    return params_.meanReflectance *
+           std::exp(contrast * rng.gaussian() - 0.5 * contrast * contrast);
+  };
+  std::fill(map_.begin(), map_.end(), pieceReflectance());
+  const double colsPerFrame = kCols / kTileFrames;
+  const double rowsPerFrame = kRows / kTileFrames;
+  auto paint = [&](double widthFrames, double heightFrames) {
+    const double value = pieceReflectance();
+    const int c0 = static_cast<int>(rng.uniform(0.0, kCols));
+    const int r0 = static_cast<int>(rng.uniform(0.0, kRows));
+    const int cols = std::max(1, static_cast<int>(std::lround(widthFrames * colsPerFrame)));
+    const int rows = std::max(1, static_cast<int>(std::lround(heightFrames * rowsPerFrame)));
+    for (int r = r0; r < r0 + rows; ++r) {
+      for (int c = c0; c < c0 + cols; ++c) {
+        map_[static_cast<size_t>(r % kRows) * kCols + static_cast<size_t>(c % kCols)] = value;
+      }
+    }
+  };
+  for (int i = 0; i < kPieces; ++i) {
+    const double width = rng.uniform(0.05, 0.5);
+    paint(width, rng.uniform(0.03, 0.4));
+  }
+  for (int i = 0; i < kShelves; ++i) {
+    const double width = rng.uniform(0.3, 1.2);
+    paint(width, rng.uniform(0.008, 0.02));
+  }
+  double sum = 0.0;
+  for (const double r : map_) {
+    sum += r;
+  }
+  const double scale = params_.meanReflectance * static_cast<double>(map_.size()) / sum;
+  for (double& r : map_) {
+    r = std::min(kMaxReflectance, std::max(kMinReflectance, r * scale));
+  }
+}
+
 void SimScene::buildPrefixSums() {
   prefix_.assign(static_cast<size_t>(kRows) * (kCols + 1), 0.0);
   prefix2_.assign(prefix_.size(), 0.0);
@@ -163,10 +215,12 @@ void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidt
   const double ox = params_.panX * timeS + shake * std::sin(shakePhase);
   const double oy = params_.panY * timeS + shake * std::cos(1.3 * shakePhase);
   const double sv = wrap(v + oy, kTileFrames);
-  const double ry = wrap(sv * kRows / kTileFrames - 0.5, kRows);
+  // A smooth map blends the two rows around the line; a piecewise one takes
+  // the row the line falls in, so its edges stay sharp.
+  const double ry = wrap(sv * kRows / kTileFrames - (sharp_rows_ ? 0.0 : 0.5), kRows);
   const int r0 = static_cast<int>(ry) % kRows;
   const int r1 = (r0 + 1) % kRows;
-  const double w = ry - std::floor(ry);
+  const double w = sharp_rows_ ? 0.0 : ry - std::floor(ry);
   const double columns = uWidth * kCols / kTileFrames;
   double grating = 1.0;
   if (params_.texture == SimTexture::kGrating) {
@@ -202,6 +256,8 @@ void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidt
       m *= grating;
     }
     for (const SimMovingObject& o : params_.objects) {
+      // An emissive object's surface is mixed in here like any other; its
+      // own light comes from emissiveWindows.
       const double oyPos = objectPosition(o.y, o.vy, o.height, timeS);
       if (v < oyPos || v >= oyPos + o.height || uWidth <= 0.0) {
         continue;
@@ -219,6 +275,30 @@ void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidt
     }
     mean[i] = m * light;
     variance[i] = var * light * light;
+  }
+}
+
+void SimScene::emissiveWindows(double timeS, double v, double uStart, double uWidth, int count,
+                               double* added, double* spread) const {
+  for (int i = 0; i < count; ++i) {
+    added[i] = 0.0;
+    spread[i] = 0.0;
+  }
+  if (!has_emissive_ || uWidth <= 0.0) {
+    return;
+  }
+  for (const SimMovingObject& o : params_.objects) {
+    const double oyPos = objectPosition(o.y, o.vy, o.height, timeS);
+    if (!o.emissive || v < oyPos || v >= oyPos + o.height) {
+      continue;
+    }
+    const double oxPos = objectPosition(o.x, o.vx, o.width, timeS);
+    for (int i = 0; i < count; ++i) {
+      const double u0 = uStart + i * uWidth;
+      const double f = overlap(u0, u0 + uWidth, oxPos, oxPos + o.width) / uWidth;
+      added[i] += f * o.radiance;
+      spread[i] += f * (1.0 - f) * o.radiance * o.radiance;
+    }
   }
 }
 

@@ -14,6 +14,14 @@
 // model clip textured windows correctly. Horizontal integrals come from
 // prefix sums, so a line costs a handful of operations per window.
 //
+// A piecewise-constant scene (furniture, frames, shelves) is made of flat
+// patches with sharp edges: its lines take the nearest map row instead of
+// blending two, so an edge falls between two image lines and moves by whole
+// lines as the scene drifts. Emissive objects (a screen) shine with their own
+// light, modulated by the scene's emission (a PWM backlight) rather than by
+// the lamps: the scene reports their coverage per window, and the sensor adds
+// their light integrated over each line's exposure.
+//
 // Immutable after construction; const methods may be called from any thread.
 #pragma once
 
@@ -23,9 +31,10 @@
 namespace flicker_sim {
 
 enum class SimTexture {
-  kNatural,   // 1/f-like texture of a natural scene
-  kFlatWall,  // even surface with a gentle lighting gradient
-  kGrating,   // flat surface printed with horizontal stripes
+  kNatural,    // 1/f-like texture of a natural scene
+  kFlatWall,   // even surface with a gentle lighting gradient
+  kGrating,    // flat surface printed with horizontal stripes
+  kPiecewise,  // flat patches with sharp edges: furniture, frames, shelves
 };
 
 struct SimMovingObject {
@@ -33,6 +42,16 @@ struct SimMovingObject {
   double width = 0.1, height = 0.1;  // size in frame units
   double vx = 0.0, vy = 0.0;         // frame units per second; re-enters on the far side
   double reflectance = 4.0;          // > 1 for light sources and highlights
+  // Emissive objects add radiance * (emission waveform) electrons per second
+  // per pixel to what their surface (reflectance) returns of the lamps.
+  bool emissive = false;
+  double radiance = 0.0;
+};
+
+// Waveform of the emissive objects' light: a PWM backlight, mean 1.
+struct SimEmission {
+  double pwmHz = 0.0;  // 0: steady
+  double duty = 1.0;
 };
 
 struct SimBrightnessPoint {
@@ -51,6 +70,7 @@ struct SimSceneParams {
   double shakeAmplitude = 0.0;         // hand shake, frame units
   double shakeHz = 0.0;                // hand shake frequency
   std::vector<SimMovingObject> objects;
+  SimEmission emission;                        // of the emissive objects
   std::vector<SimBrightnessPoint> brightness;  // empty: constant 1
 };
 
@@ -66,6 +86,14 @@ class SimScene {
   void sampleWindows(double timeS, double v, double uStart, double uWidth, int count, double* mean,
                      double* variance) const;
 
+  // Light the emissive objects add to each of `count` windows of one line,
+  // per unit of emission: `added` is the mean over the window (sum of
+  // radiance times covered share), `spread` its variance across the window.
+  // Both are 0 when no emissive object covers the window.
+  void emissiveWindows(double timeS, double v, double uStart, double uWidth, int count,
+                       double* added, double* spread) const;
+  bool hasEmissive() const { return has_emissive_; }
+
   // Scene brightness factor at time t.
   double brightness(double timeS) const;
 
@@ -74,12 +102,15 @@ class SimScene {
  private:
   void buildNatural(uint64_t seed);
   void buildFlat();
+  void buildPiecewise(uint64_t seed);
   void buildPrefixSums();
   // Integral of row r of the tiled map from column 0 to column c, and of its
   // square.
   void rowPrefix(int r, double c, double* sum, double* sumSq) const;
 
   SimSceneParams params_;
+  bool sharp_rows_ = false;  // nearest map row per line instead of a blend of two
+  bool has_emissive_ = false;
   std::vector<double> map_;      // rows x cols reflectance
   std::vector<double> prefix_;   // rows x (cols + 1)
   std::vector<double> prefix2_;  // rows x (cols + 1), of squares
