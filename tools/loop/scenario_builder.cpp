@@ -1,10 +1,13 @@
 #include "scenario_builder.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+
+#include "sim_lamp_models.h"
 
 namespace flicker_loop {
 
@@ -19,6 +22,17 @@ constexpr double kSensorStaggerS = 0.007;
 // Limits that keep a run meaningful and its memory bounded.
 constexpr long kMaxFrames = 1000000;
 constexpr long kMaxSensors = 20;
+// A screen (screen_hz) is a monitor on the far wall: dark glass around a
+// backlit picture twice as bright as a white surface under the scene's lamp,
+// lit half of each backlight cycle.
+constexpr double kScreenX = 0.55, kScreenY = 0.3, kScreenW = 0.25, kScreenH = 0.2;
+constexpr double kScreenGlass = 0.04;
+constexpr double kScreenRadiance = 2.0;
+constexpr double kScreenDuty = 0.5;
+// A highlight (object = highlight): a small bright object (a lamp, a
+// reflection) that crosses the frame in four seconds.
+constexpr double kHighlightSpeed = 0.25;
+constexpr double kHighlightReflectance = 4.0;
 
 struct LampType {
   const char* name;
@@ -50,7 +64,28 @@ bool lampType(const std::string& name, flicker_sim::SimLightType* out) {
       return true;
     }
   }
+  if (flicker_sim::findSimLampModel(name) != nullptr) {
+    *out = flicker_sim::SimLightType::kMeasured;
+    return true;
+  }
   return false;
+}
+
+// One lamp of `type` (a lamp model's name for kMeasured).
+flicker_sim::SimLightComponent oneLamp(const std::string& name, double mainsHz, double level,
+                                       double drift, double phase) {
+  if (const flicker_sim::SimLampModel* model = flicker_sim::findSimLampModel(name)) {
+    return flicker_sim::makeLampModelComponent(*model, mainsHz, level, drift, phase);
+  }
+  flicker_sim::SimLightType type = flicker_sim::SimLightType::kDaylight;
+  lampType(name, &type);
+  return flicker_sim::makeLightComponent(type, mainsHz, level, drift, phase);
+}
+
+// True for a lamp whose light does not follow the mains.
+bool pulsesOnItsOwn(const std::string& name) {
+  const flicker_sim::SimLampModel* model = flicker_sim::findSimLampModel(name);
+  return name == "pwm" || (model != nullptr && !model->mainsDriven);
 }
 
 std::string trim(const std::string& text) {
@@ -64,12 +99,15 @@ std::string trim(const std::string& text) {
 
 const std::vector<std::string>& keyList() {
   static const std::vector<std::string> keys = {
-      "scenario",     "frames",      "seed",       "start_state", "sensors",     "fps",
-      "mode",         "width",       "height",     "pixel_mode",  "pixel_clock", "line_length",
-      "binning",      "sensor_mode", "light",      "mains",       "level",       "depth",
-      "drift",        "pwm_hz",      "mix_mains",  "mix_share",   "switch_at",   "switch_light",
-      "switch_mains", "texture",     "pan_x",      "pan_y",       "shake",       "shake_hz",
-      "exposure_ms",  "ae_target",   "read_noise", "full_well"};
+      "scenario",    "frames",      "seed",       "start_state",     "sensors",
+      "fps",         "mode",        "width",      "height",          "pixel_mode",
+      "pixel_clock", "line_length", "binning",    "sensor_mode",     "light",
+      "mains",       "level",       "depth",      "drift",           "pwm_hz",
+      "mix_mains",   "mix_share",   "switch_at",  "switch_light",    "switch_mains",
+      "texture",     "pan_x",       "pan_y",      "shake",           "shake_hz",
+      "exposure_ms", "ae_target",   "read_noise", "full_well",       "ripple",
+      "onset_at",    "onset_from",  "timing",     "lines_per_frame", "object",
+      "screen_hz"};
   return keys;
 }
 
@@ -131,6 +169,10 @@ bool ScenarioBuilder::selectPreset(const std::string& name, std::string* error) 
   lightChanged_ = false;
   switchChanged_ = false;
   switchAtS_ = -1;
+  onsetAtS_ = -1;
+  onsetFromDaylight_ = false;
+  screenHz_ = 0;
+  highlight_ = false;
   lamp_ = Lamp{};
   if (!base_.light.segments.empty() && !base_.light.segments[0].components.empty()) {
     const flicker_sim::SimLightComponent& c = base_.light.segments[0].components[0];
@@ -188,8 +230,12 @@ bool ScenarioBuilder::set(const std::string& key, const std::string& value, std:
   }
   if (key == "light" || key == "mains" || key == "level" || key == "depth" || key == "drift" ||
       key == "pwm_hz" || key == "mix_mains" || key == "mix_share" || key == "switch_at" ||
-      key == "switch_light" || key == "switch_mains") {
+      key == "switch_light" || key == "switch_mains" || key == "ripple" || key == "onset_at" ||
+      key == "onset_from") {
     return setLight(key, value, error);
+  }
+  if (key == "object" || key == "screen_hz") {
+    return setScene(key, value, error);
   }
   for (const std::string& k : keyList()) {
     if (k == key) {
@@ -210,7 +256,12 @@ bool ScenarioBuilder::setLight(const std::string& key, const std::string& value,
   Lamp& lamp = isSwitch ? switchLamp_ : lamp_;
   if (key == "light" || key == "switch_light") {
     if (!lampType(value, &type)) {
-      return bad(error, key, value, "fluorescent, led, incandescent, good-led, pwm or daylight");
+      std::string models;
+      for (const flicker_sim::SimLampModel& m : flicker_sim::simLampModels()) {
+        models += std::string(", ") + m.name;
+      }
+      return bad(error, key, value,
+                 "fluorescent, led, incandescent, good-led, pwm, daylight" + models);
     }
     lamp.type = value;
   } else if (key == "mains" || key == "switch_mains") {
@@ -258,6 +309,22 @@ bool ScenarioBuilder::setLight(const std::string& key, const std::string& value,
       return bad(error, key, value, "seconds >= 0");
     }
     switchAtS_ = x;
+  } else if (key == "ripple") {
+    if (!parseReal(value, 0.0, 1.0, &x)) {
+      return bad(error, key, value, "a depth 0..1 (0 = the lamp's own)");
+    }
+    lamp_.ripple = x;
+    switchLamp_.ripple = x;
+  } else if (key == "onset_at") {
+    if (!parseReal(value, 0.0, 1e6, &x)) {
+      return bad(error, key, value, "seconds >= 0");
+    }
+    onsetAtS_ = x;
+  } else if (key == "onset_from") {
+    if (value != "dark" && value != "daylight") {
+      return bad(error, key, value, "dark or daylight");
+    }
+    onsetFromDaylight_ = value == "daylight";
   }
   if (isSwitch) {
     switchChanged_ = true;
@@ -326,9 +393,21 @@ bool ScenarioBuilder::setSensor(const std::string& key, const std::string& value
         s.scene.texture = flicker_sim::SimTexture::kFlatWall;
       } else if (value == "grating") {
         s.scene.texture = flicker_sim::SimTexture::kGrating;
+      } else if (value == "piecewise") {
+        s.scene.texture = flicker_sim::SimTexture::kPiecewise;
       } else {
-        return bad(error, key, value, "natural, flat or grating");
+        return bad(error, key, value, "natural, flat, grating or piecewise");
       }
+    } else if (key == "lines_per_frame") {
+      if (!parseReal(value, -100.0, 100.0, &x)) {
+        return bad(error, key, value, "image lines per frame, -100..100");
+      }
+      s.verticalLinesPerFrame = x;
+    } else if (key == "timing") {
+      if (value != "free" && value != "fixed") {
+        return bad(error, key, value, "free or fixed");
+      }
+      s.fixedFrameRate = value == "fixed";
     } else if (key == "pan_x" || key == "pan_y" || key == "shake" || key == "shake_hz") {
       if (!parseReal(value, -100.0, 100.0, &x)) {
         return bad(error, key, value, "a number -100..100");
@@ -359,6 +438,23 @@ bool ScenarioBuilder::setSensor(const std::string& key, const std::string& value
       }
       s.pixel.fullWellE = x;
     }
+  }
+  return true;
+}
+
+bool ScenarioBuilder::setScene(const std::string& key, const std::string& value,
+                               std::string* error) {
+  double x = 0;
+  if (key == "object") {
+    if (value != "none" && value != "highlight") {
+      return bad(error, key, value, "none or highlight");
+    }
+    highlight_ = value == "highlight";
+  } else if (key == "screen_hz") {
+    if (!parseReal(value, 0.0, 100000.0, &x)) {
+      return bad(error, key, value, "hertz, 0..100000 (0 = no screen)");
+    }
+    screenHz_ = x;
   }
   return true;
 }
@@ -406,53 +502,108 @@ bool ScenarioBuilder::loadText(const std::string& text, const std::string& origi
 }
 
 std::vector<flicker_sim::SimLightComponent> ScenarioBuilder::buildLamp(const Lamp& lamp) {
-  flicker_sim::SimLightType type = flicker_sim::SimLightType::kDaylight;
-  lampType(lamp.type, &type);
+  const bool ownRate = pulsesOnItsOwn(lamp.type);
   const double mixShare = lamp.mixMainsHz > 0 ? lamp.mixShare : 0.0;
   const double level = lamp.level * (1.0 - mixShare);
   std::vector<flicker_sim::SimLightComponent> lamps;
-  if (type == flicker_sim::SimLightType::kPwmLed) {
+  if (lamp.type == "pwm") {
     lamps.push_back(flicker_sim::makePwmLightComponent(lamp.pwmHz, 0.3, level));
+  } else if (ownRate) {
+    lamps.push_back(oneLamp(lamp.type, 0.0, level, 0.0, lamp.phase));
   } else if (lamp.mainsHz == 0) {
     lamps.push_back(
         flicker_sim::makeLightComponent(flicker_sim::SimLightType::kDaylight, 0.0, level));
   } else {
-    lamps.push_back(
-        flicker_sim::makeLightComponent(type, lamp.mainsHz, level, lamp.drift, lamp.phase));
+    lamps.push_back(oneLamp(lamp.type, lamp.mainsHz, level, lamp.drift, lamp.phase));
   }
-  if (mixShare > 0 && type != flicker_sim::SimLightType::kPwmLed &&
-      type != flicker_sim::SimLightType::kDaylight) {
+  if (mixShare > 0 && !ownRate && lamp.type != "daylight") {
     // The second lamp's mains is out of phase with the first: another circuit.
-    lamps.push_back(flicker_sim::makeLightComponent(type, lamp.mixMainsHz, lamp.level * mixShare,
-                                                    -lamp.drift, 1.3));
+    lamps.push_back(oneLamp(lamp.type, lamp.mixMainsHz, lamp.level * mixShare, -lamp.drift, 1.3));
   }
   for (flicker_sim::SimLightComponent& c : lamps) {
+    double rippleDepth = 0.0;
+    for (const flicker_sim::SimHarmonic& h : c.harmonics) {
+      rippleDepth += c.mainsHz > 0 && h.order == 2 ? h.depth * lamp.depth : 0.0;
+    }
+    // An absolute ripple scales the lamp's waveform as a whole.
+    const double scale =
+        lamp.ripple > 0 && rippleDepth > 0 ? lamp.depth * lamp.ripple / rippleDepth : lamp.depth;
     for (flicker_sim::SimHarmonic& h : c.harmonics) {
-      h.depth *= lamp.depth;
+      h.depth *= scale;
     }
   }
   return lamps;
 }
 
+flicker_sim::SimLightParams ScenarioBuilder::buildLight(
+    const flicker_sim::SimScenario& base) const {
+  const std::vector<flicker_sim::SimLightSegment>& preset = base.light.segments;
+  std::vector<flicker_sim::SimLightComponent> ambient;
+  if (onsetAtS_ >= 0 && onsetFromDaylight_) {
+    ambient.push_back(
+        flicker_sim::makeLightComponent(flicker_sim::SimLightType::kDaylight, 0.0, lamp_.level));
+  }
+  auto withAmbient = [&ambient](std::vector<flicker_sim::SimLightComponent> lamps) {
+    lamps.insert(lamps.end(), ambient.begin(), ambient.end());
+    return lamps;
+  };
+  const std::vector<flicker_sim::SimLightComponent> first =
+      lightChanged_ || preset.empty() ? buildLamp(lamp_) : preset[0].components;
+  flicker_sim::SimLightParams light;
+  if (onsetAtS_ >= 0) {
+    light.segments.push_back({0.0, ambient});
+    light.segments.push_back({onsetAtS_, withAmbient(first)});
+  } else {
+    light.segments.push_back({0.0, first});
+  }
+  if (switchAtS_ >= 0) {
+    flicker_sim::SimLightSegment second;
+    if (switchChanged_ || preset.size() < 2) {
+      second = {switchAtS_, buildLamp(switchLamp_)};
+    } else {
+      second = preset[1];
+      second.startS = switchAtS_;
+    }
+    second.components = withAmbient(second.components);
+    light.segments.push_back(second);
+  }
+  // In time order; the first segment lights the scene from the start.
+  std::stable_sort(light.segments.begin() + 1, light.segments.end(),
+                   [](const flicker_sim::SimLightSegment& a,
+                      const flicker_sim::SimLightSegment& b) { return a.startS < b.startS; });
+  return light;
+}
+
+void ScenarioBuilder::addSceneObjects(flicker_sim::SimSensorParams* sensor) const {
+  if (highlight_) {
+    flicker_sim::SimMovingObject o;
+    o.x = 0.1;
+    o.y = 0.45;
+    o.width = 0.08;
+    o.height = 0.12;
+    o.vx = kHighlightSpeed;
+    o.reflectance = kHighlightReflectance;
+    sensor->scene.objects.push_back(o);
+  }
+  if (screenHz_ > 0) {
+    flicker_sim::SimMovingObject o;
+    o.x = kScreenX;
+    o.y = kScreenY;
+    o.width = kScreenW;
+    o.height = kScreenH;
+    o.reflectance = kScreenGlass;
+    o.emissive = true;
+    o.radiance = kScreenRadiance * lamp_.level;
+    sensor->scene.objects.push_back(o);
+    sensor->scene.emission.pwmHz = screenHz_;
+    sensor->scene.emission.duty = kScreenDuty;
+  }
+}
+
 flicker_sim::SimScenario ScenarioBuilder::scenario() const {
   flicker_sim::SimScenario s = base_;
-  if (lightChanged_ || switchChanged_) {
-    flicker_sim::SimLightParams light;
-    if (lightChanged_ || s.light.segments.empty()) {
-      light.segments.push_back({0.0, buildLamp(lamp_)});
-    } else {
-      light.segments.push_back(s.light.segments[0]);
-    }
-    if (switchAtS_ >= 0) {
-      if (switchChanged_ || s.light.segments.size() < 2) {
-        light.segments.push_back({switchAtS_, buildLamp(switchLamp_)});
-      } else {
-        flicker_sim::SimLightSegment second = s.light.segments[1];
-        second.startS = switchAtS_;
-        light.segments.push_back(second);
-      }
-    }
-    s.light = light;
+  if (lightChanged_ || switchChanged_ || onsetAtS_ >= 0) {
+    s.light = buildLight(base_);
   }
   if (sensors_ > 0 && !s.sensors.empty()) {
     const flicker_sim::SimSensorParams first = s.sensors.front();
@@ -460,6 +611,9 @@ flicker_sim::SimScenario ScenarioBuilder::scenario() const {
     for (int i = 1; i < sensors_; ++i) {
       s.sensors[static_cast<size_t>(i)].startTimeS = first.startTimeS + i * kSensorStaggerS;
     }
+  }
+  for (flicker_sim::SimSensorParams& sensor : s.sensors) {
+    addSceneObjects(&sensor);
   }
   return s;
 }

@@ -11,14 +11,26 @@
 //   fps          frame rate              mode        anti-banding mode 1, 2, 3
 //   width height TG and frame size       pixel_mode  pixel_clock  line_length
 //   binning      sensor binning factor   sensor_mode
-//   light        fluorescent, led, incandescent, good-led, pwm, daylight
+//   light        fluorescent, led, incandescent, good-led, pwm, daylight, or
+//                a lamp modelled on published measurements (sim_lamp_models.h:
+//                incandescent-40w, fluorescent-magnetic, led-rectified, ...)
 //   mains        50, 60 or 0             level       light in electrons/s/pixel
 //   depth        scale of the ripple     drift       mains drift in Hz
+//   ripple       depth of the ripple at twice the mains (0 = the lamp's own;
+//                its harmonics keep their proportions)
 //   pwm_hz       PWM frequency of light = pwm
 //   mix_mains    adds a second lamp of the same type on this mains (50, 60; 0 = none)
 //   mix_share    share of the light level the second lamp gives (0..1, default 0.5)
 //   switch_at    time (s) the light changes to switch_light / switch_mains
-//   texture      natural, flat, grating  pan_x pan_y shake shake_hz  (frame units)
+//   onset_at     time (s) the lamp is switched on; before it the scene is lit
+//                as onset_from says: dark (no light) or daylight (steady
+//                light of the lamp's level, which stays on with the lamp)
+//   texture      natural, flat, grating, piecewise (flat patches, sharp edges)
+//   pan_x pan_y shake shake_hz  (frame units)   lines_per_frame  vertical drift
+//   object       none or highlight (a bright object crossing the frame)
+//   screen_hz    a screen in the scene whose backlight pulses at this rate (0 = none)
+//   timing       free (the exposure control may stretch detection frames) or
+//                fixed (fixed-rate video: frames are never stretched)
 //   exposure_ms  manual exposure (0 = automatic)   ae_target   mean level 0..1
 //   read_noise   electrons rms           full_well   electrons at full scale
 // A light key rebuilds the light from the first lamp of the preset with the
@@ -71,11 +83,15 @@ class ScenarioBuilder {
     double pwmHz = 437.0;
     double mixMainsHz = 0;  // second lamp on this mains, 0 = none
     double mixShare = 0.5;
+    double ripple = 0;  // absolute depth at twice the mains, 0 = the lamp's own
   };
 
   bool setLight(const std::string& key, const std::string& value, std::string* error);
   bool setSensor(const std::string& key, const std::string& value, std::string* error);
+  bool setScene(const std::string& key, const std::string& value, std::string* error);
   static std::vector<flicker_sim::SimLightComponent> buildLamp(const Lamp& lamp);
+  flicker_sim::SimLightParams buildLight(const flicker_sim::SimScenario& base) const;
+  void addSceneObjects(flicker_sim::SimSensorParams* sensor) const;
 
   flicker_sim::SimScenario base_;
   LoopOptions options_;
@@ -85,6 +101,10 @@ class ScenarioBuilder {
   bool switchChanged_ = false;
   double switchAtS_ = -1;
   Lamp switchLamp_;
+  double onsetAtS_ = -1;  // < 0: the lamp is on from the start
+  bool onsetFromDaylight_ = false;
+  double screenHz_ = 0;  // 0: no screen
+  bool highlight_ = false;
 };
 
 // Parses a whole decimal number / a finite real; false on anything else.
