@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "sim_random.h"
 
@@ -177,17 +178,20 @@ void SimScene::buildPrefixSums() {
   }
 }
 
-void SimScene::rowPrefix(int r, double c, double* sum, double* sumSq) const {
-  const double* p = &prefix_[static_cast<size_t>(r) * (kCols + 1)];
-  const double* p2 = &prefix2_[static_cast<size_t>(r) * (kCols + 1)];
-  const double* row = &map_[static_cast<size_t>(r) * kCols];
-  // The row is piecewise constant and repeats every kCols columns.
+void SimScene::rowPrefix(int r0, int r1, double c, double* top, double* bottom) const {
+  // A row is piecewise constant and repeats every kCols columns.
   const double turns = std::floor(c / kCols);
   const double rest = c - turns * kCols;
   const int i = std::min(kCols - 1, static_cast<int>(rest));
   const double part = rest - i;
-  *sum = turns * p[kCols] + p[i] + part * row[i];
-  *sumSq = turns * p2[kCols] + p2[i] + part * row[i] * row[i];
+  for (const auto& [r, out] :
+       {std::pair<int, double*>{r0, top}, std::pair<int, double*>{r1, bottom}}) {
+    const double* p = &prefix_[static_cast<size_t>(r) * (kCols + 1)];
+    const double* p2 = &prefix2_[static_cast<size_t>(r) * (kCols + 1)];
+    const double* row = &map_[static_cast<size_t>(r) * kCols];
+    out[0] = turns * p[kCols] + p[i] + part * row[i];
+    out[1] = turns * p2[kCols] + p2[i] + part * row[i] * row[i];
+  }
 }
 
 double SimScene::brightness(double timeS) const {
@@ -209,11 +213,15 @@ double SimScene::brightness(double timeS) const {
 }
 
 void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidth, int count,
-                             double* mean, double* variance) const {
+                             double* mean, double* variance, SimWindowCache* cache) const {
   const double shake = params_.shakeAmplitude;
-  const double shakePhase = 2.0 * kPi * params_.shakeHz * timeS;
-  const double ox = params_.panX * timeS + shake * std::sin(shakePhase);
-  const double oy = params_.panY * timeS + shake * std::cos(1.3 * shakePhase);
+  double ox = params_.panX * timeS;
+  double oy = params_.panY * timeS;
+  if (shake != 0.0) {
+    const double shakePhase = 2.0 * kPi * params_.shakeHz * timeS;
+    ox += shake * std::sin(shakePhase);
+    oy += shake * std::cos(1.3 * shakePhase);
+  }
   const double sv = wrap(v + oy, kTileFrames);
   // A smooth map blends the two rows around the line; a piecewise one takes
   // the row the line falls in, so its edges stay sharp.
@@ -232,13 +240,23 @@ void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidt
   // give every window of both rows.
   constexpr int kMaxWindows = 16;
   count = std::min(count, kMaxWindows);
-  double top[kMaxWindows + 1][2];
-  double bottom[kMaxWindows + 1][2];
+  static_assert(kMaxWindows + 1 == SimWindowCache::kMaxBorders, "one border more than windows");
+  SimWindowCache local;
+  SimWindowCache& rows = cache != nullptr ? *cache : local;
+  const auto& top = rows.top;
+  const auto& bottom = rows.bottom;
   if (columns > 0.0) {
     const double c0 = wrap(uStart + ox, kTileFrames) * kCols / kTileFrames;
-    for (int j = 0; j <= count; ++j) {
-      rowPrefix(r0, c0 + j * columns, &top[j][0], &top[j][1]);
-      rowPrefix(r1, c0 + j * columns, &bottom[j][0], &bottom[j][1]);
+    if (!rows.valid || rows.row != r0 || rows.firstColumn != c0 || rows.columns != columns ||
+        rows.count != count) {
+      for (int j = 0; j <= count; ++j) {
+        rowPrefix(r0, r1, c0 + j * columns, rows.top[j], rows.bottom[j]);
+      }
+      rows.valid = true;
+      rows.row = r0;
+      rows.firstColumn = c0;
+      rows.columns = columns;
+      rows.count = count;
     }
   }
   for (int i = 0; i < count; ++i) {

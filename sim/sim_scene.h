@@ -74,6 +74,21 @@ struct SimSceneParams {
   std::vector<SimBrightnessPoint> brightness;  // empty: constant 1
 };
 
+// The window integrals of the map rows the last line fell on. Lines of a
+// scene that does not move sideways fall on the same rows a dozen at a time;
+// they reuse them instead of summing again. Owned by one caller (a sensor),
+// so the scene itself stays immutable.
+struct SimWindowCache {
+  static constexpr int kMaxBorders = 17;
+  bool valid = false;
+  int row = 0;
+  double firstColumn = 0.0;
+  double columns = 0.0;
+  int count = 0;
+  double top[kMaxBorders][2];
+  double bottom[kMaxBorders][2];
+};
+
 class SimScene {
  public:
   SimScene(const SimSceneParams& params, uint64_t seed);
@@ -82,9 +97,11 @@ class SimScene {
   // line. `v` is the line's vertical position in the frame (0 top, 1 bottom),
   // window i spans [uStart + i * uWidth, uStart + (i + 1) * uWidth) in frame
   // units, `timeS` is the time the line sees (mid-exposure). At most 16
-  // windows are sampled; `mean` and `variance` hold `count` entries.
+  // windows are sampled; `mean` and `variance` hold `count` entries. A cache
+  // (may be null) makes lines on the same map rows cheaper; the results are
+  // the same with or without it.
   void sampleWindows(double timeS, double v, double uStart, double uWidth, int count, double* mean,
-                     double* variance) const;
+                     double* variance, SimWindowCache* cache = nullptr) const;
 
   // Light the emissive objects add to each of `count` windows of one line,
   // per unit of emission: `added` is the mean over the window (sum of
@@ -104,9 +121,9 @@ class SimScene {
   void buildFlat();
   void buildPiecewise(uint64_t seed);
   void buildPrefixSums();
-  // Integral of row r of the tiled map from column 0 to column c, and of its
-  // square.
-  void rowPrefix(int r, double c, double* sum, double* sumSq) const;
+  // Integrals of rows r0 and r1 of the tiled map from column 0 to column c,
+  // and of their squares.
+  void rowPrefix(int r0, int r1, double c, double* top, double* bottom) const;
 
   SimSceneParams params_;
   bool sharp_rows_ = false;  // nearest map row per line instead of a blend of two

@@ -150,7 +150,8 @@ void SimSensor::renderStatistics(const SimGeometry& g, double sof, double exposu
   const double lt = g.lineTimeSeconds();
   const double width = static_cast<double>(g.reducedWidth());
   const double height = static_cast<double>(g.frameHeight);
-  frame->stats.assign(static_cast<size_t>(lines) * 6, 0);
+  // Every entry is written below: no need to clear the block first.
+  frame->stats.resize(static_cast<size_t>(lines) * 6);
   line_light_.resize(static_cast<size_t>(std::max(0, lines)));
   light_->integrateLines(sof + top * lt, lt, exposure, lines, line_light_.data());
   const bool emissive = scene_.hasEmissive();
@@ -170,7 +171,8 @@ void SimSensor::renderStatistics(const SimGeometry& g, double sof, double exposu
     const double collected = line_light_[static_cast<size_t>(k)];
     // Motion is sampled at mid-exposure of the line: rolling-shutter skew.
     const double seen = sof + y * lt - 0.5 * exposure;
-    scene_.sampleWindows(seen, (y + 0.5) / height, uStart, uWidth, 6, mean, variance);
+    scene_.sampleWindows(seen, (y + 0.5) / height, uStart, uWidth, 6, mean, variance,
+                         &window_cache_);
     double emitted = 0.0;
     if (emissive) {
       scene_.emissiveWindows(seen, (y + 0.5) / height, uStart, uWidth, 6, added, spread);

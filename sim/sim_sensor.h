@@ -144,6 +144,7 @@ class SimSensor {
   // Per-line scratch, kept to avoid allocation per frame.
   std::vector<double> line_light_;
   std::vector<double> line_emission_;
+  SimWindowCache window_cache_;
 };
 
 }  // namespace flicker_sim
