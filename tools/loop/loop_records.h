@@ -40,6 +40,8 @@ struct PairRow {
   // Frame interval the manager handed the algorithm for this pair, computed
   // its way: |(sof - exposure) of the later - (sof - exposure) of the earlier|.
   int64_t intervalNs = 0;
+  double gain = 1.0;       // analog gain of the later frame
+  double meanLevel = 0.0;  // its mean pixel value as a fraction of full scale
 };
 
 // The statistics of a sensor's last analysed pair, as the simulator produced
