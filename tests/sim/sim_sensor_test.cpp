@@ -338,6 +338,31 @@ INSTANTIATE_TEST_SUITE_P(Table, AutoExposureTest,
                              // Floodlight: far less than one period is needed.
                              AeCase{"bright-short-exposure", 1, 0.0}));
 
+// Too dark for the target even at the longest exposure and highest gain (a
+// dim room at 60 fps, a dark room before a lamp is switched on): the control
+// is pinned at its limit and counts as settled, so detection runs, as on a
+// real camera that has nothing left to adjust.
+TEST(SimSensorTest, ExposurePinnedAtItsLimitIsSettled) {
+  for (const double level : {0.0, 2e4}) {
+    SimSensorParams params = flatWallSensor(0.0);
+    params.ae.fixedExposureS = 0.0;
+    params.framesPerSecond = 60.0;
+    params.geometry.pixelsInLine = 2400;
+    SimSensor sensor(params,
+                     lightOf({makeLightComponent(SimLightType::kIncandescent, 50.0, level)}), 2);
+    SimFrame frame;
+    for (int i = 0; i < 30; ++i) {
+      sensor.applyResult(1, 0);
+      sensor.nextFrame(&frame);
+    }
+    EXPECT_LT(frame.meanLevel, 0.5 * params.ae.targetLevel) << level;
+    EXPECT_DOUBLE_EQ(frame.gain, params.ae.maxGain) << level;
+    EXPECT_NEAR(frame.exposureS, 0.01, frame.lineTimeS) << "one 10 ms period fits 1/60 s";
+    EXPECT_TRUE(frame.aeConverged) << level;
+    EXPECT_EQ(frame.doFlkDetection, 1) << level;
+  }
+}
+
 // Detection is held off until the exposure settles; then the scenario's
 // overrides reach the frame fields, and a pixel-mode switch narrows the
 // windows, invalidates that frame's statistics and asks for a new set-up.
