@@ -123,31 +123,37 @@ std::vector<GroupFigures> figuresBy(const std::vector<CellOutcome>& outcomes,
 }
 
 double medianPairs(const std::vector<int>& pairs) {
+  if (pairs.empty()) {
+    return -1;
+  }
+  // The lower median: a count of pairs some cell took, or never.
   std::vector<double> v;
   for (const int p : pairs) {
     v.push_back(p < 0 ? kNever : p);
   }
-  // Of an even count, a never among the middle two makes the median never.
-  const double m = median(v);
-  return m >= 0.5 * kNever ? kNever : m;
+  std::sort(v.begin(), v.end());
+  return v[(v.size() - 1) / 2];
 }
 
 std::string pairsFigure(const std::vector<int>& pairs) {
   if (pairs.empty()) {
     return "no cell";
   }
-  int never = 0, most = 0;
+  int never = 0, most = -1;
   for (const int p : pairs) {
     never += p < 0 ? 1 : 0;
     most = std::max(most, p);
   }
   const double m = medianPairs(pairs);
   std::string text = m >= kNever ? "never" : fmt("%g", m);
-  text += " (max " + std::to_string(most);
-  if (never > 0) {
-    text += ", " + std::to_string(never) + " never";
+  text += " (";
+  if (most >= 0) {
+    text += "max " + std::to_string(most) + ", ";
   }
-  return text + ", of " + std::to_string(pairs.size()) + " cells)";
+  if (never > 0) {
+    text += std::to_string(never) + " never, ";
+  }
+  return text + "of " + std::to_string(pairs.size()) + " cells)";
 }
 
 std::vector<TargetLine> targets(const std::vector<CellOutcome>& outcomes,
@@ -298,7 +304,7 @@ void writeCsv(std::ostream& out, const std::vector<CellOutcome>& outcomes) {
   for (const std::string& d : dims) {
     out << d << ",";
   }
-  out << "seed,ok,counted,held,showing_pairs,ripple,right,locked_hz,expected_hz,switches,pairs,"
+  out << "seed,ok,counted,held,showing_pairs,final_ripple,right,locked_hz,expected_hz,switches,pairs,"
          "lock_pairs,lock_moving_pairs,lock_ms,switch_pairs,switch_moving_pairs,switch_ms,"
          "onset_pairs,onset_ms,residual_final,residual_other,duration_ms,error\n";
   for (const CellOutcome& o : outcomes) {

@@ -75,8 +75,8 @@ std::vector<GroupFigures> figuresBy(const std::vector<CellOutcome>& outcomes,
                                     const std::string& by);
 std::vector<TargetLine> targets(const std::vector<CellOutcome>& outcomes,
                                 const DetectTiming& timing);
-// Median of pair counts where -1 means "never": never sorts last. -1 for an
-// empty list, kNever when the median itself is never.
+// Lower median of pair counts where -1 means "never": never sorts last. -1
+// for an empty list, kNever when the median itself is never.
 constexpr double kNever = 1e9;
 double medianPairs(const std::vector<int>& pairs);
 // "2 (max 5, 1 never, of 19)" for a list of pair counts.

@@ -159,8 +159,9 @@ int main(int argc, char** argv) {
     std::cout << "\n";
     flicker_eval::printTable(std::cout, by, flicker_eval::figuresBy(outcomes, by));
   }
-  std::cout << "\nlock columns: median/max analysed pairs; ms are medians; mixed: state "
-               "changes per simulated minute\n";
+  std::cout << "\nlock columns: median/max analysed pairs of the cells that locked; no_lock: "
+               "cells that started wrong, could see the lamp and never locked; ms are medians; "
+               "mixed: state changes per simulated minute\n";
   std::cout << "\ncells ending wrong, switching without flicker, or failing:\n";
   flicker_eval::printFailures(std::cout, outcomes, options.failureLines);
 
