@@ -234,9 +234,9 @@ std::vector<TargetLine> targets(const std::vector<CellOutcome>& outcomes,
 
 void printTable(std::ostream& out, const std::string& by, const std::vector<GroupFigures>& rows) {
   char line[256];
-  snprintf(line, sizeof(line), "%-16s %5s %9s %8s %10s %8s %10s %9s %9s %9s\n", by.c_str(), "cells",
-           "right", "accuracy", "lock_pairs", "lock_ms", "switch_prs", "onset_prs", "false/h",
-           "mixed/min");
+  snprintf(line, sizeof(line), "%-16s %5s %9s %8s %10s %7s %8s %10s %9s %9s %9s\n", by.c_str(),
+           "cells", "right", "accuracy", "lock_pairs", "no_lock", "lock_ms", "switch_prs",
+           "onset_prs", "false/h", "mixed/min");
   out << line;
   for (const GroupFigures& f : rows) {
     const std::string right =
@@ -255,8 +255,8 @@ void printTable(std::ostream& out, const std::string& by, const std::vector<Grou
         f.noFlickerHours > 0 ? fmt("%.0f", f.noFlickerSwitches / f.noFlickerHours) : "-";
     const std::string mixedRate =
         f.mixedHours > 0 ? fmt("%.1f", f.mixedSwitches / (60.0 * f.mixedHours)) : "-";
-    snprintf(line, sizeof(line), "%-16s %5d %9s %8s %10s %8s %10s %9s %9s %9s%s\n", f.group.c_str(),
-             f.cells, right.c_str(), accuracy.c_str(), lock.c_str(),
+    snprintf(line, sizeof(line), "%-16s %5d %9s %8s %10s %7d %8s %10s %9s %9s %9s%s\n",
+             f.group.c_str(), f.cells, right.c_str(), accuracy.c_str(), lock.c_str(), f.lockMissing,
              orDash(f.lockMsMedian, "%.0f").c_str(), sw.c_str(), onset.c_str(), falseRate.c_str(),
              mixedRate.c_str(),
              f.failures > 0 ? (" (" + std::to_string(f.failures) + " runs failed)").c_str() : "");
@@ -304,7 +304,8 @@ void writeCsv(std::ostream& out, const std::vector<CellOutcome>& outcomes) {
   for (const std::string& d : dims) {
     out << d << ",";
   }
-  out << "seed,ok,counted,held,showing_pairs,final_ripple,right,locked_hz,expected_hz,switches,pairs,"
+  out << "seed,ok,counted,held,showing_pairs,final_ripple,right,locked_hz,expected_hz,switches,"
+         "pairs,"
          "lock_pairs,lock_moving_pairs,lock_ms,switch_pairs,switch_moving_pairs,switch_ms,"
          "onset_pairs,onset_ms,residual_final,residual_other,duration_ms,error\n";
   for (const CellOutcome& o : outcomes) {
