@@ -193,4 +193,17 @@ CellOutcome evaluate(const EvalCell& cell, double seconds) {
   return assess(cell, scenario, result);
 }
 
+std::vector<CellOutcome> evaluateAll(const std::vector<EvalCell>& cells, double seconds,
+                                     const std::function<void(int done, int total)>& progress) {
+  std::vector<CellOutcome> outcomes;
+  outcomes.reserve(cells.size());
+  for (const EvalCell& cell : cells) {
+    outcomes.push_back(evaluate(cell, seconds));
+    if (progress) {
+      progress(static_cast<int>(outcomes.size()), static_cast<int>(cells.size()));
+    }
+  }
+  return outcomes;
+}
+
 }  // namespace flicker_eval

@@ -17,7 +17,9 @@
 // same outcome. It drives the process-wide manager, one run at a time.
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "eval_cell.h"
 #include "loop_records.h"
@@ -68,6 +70,10 @@ struct CellOutcome {
 
 // Runs the cell closed-loop for `seconds` of simulated time.
 CellOutcome evaluate(const EvalCell& cell, double seconds);
+// Runs the cells one after another, in order; `progress` (may be empty) is
+// called after each with the cells done and their number.
+std::vector<CellOutcome> evaluateAll(const std::vector<EvalCell>& cells, double seconds,
+                                     const std::function<void(int done, int total)>& progress);
 
 // The grid's reading of a finished run (exposed for tests).
 CellOutcome assess(const EvalCell& cell, const flicker_sim::SimScenario& scenario,

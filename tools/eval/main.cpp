@@ -140,16 +140,16 @@ int main(int argc, char** argv) {
             << flicker_eval::seedSetLine(static_cast<uint64_t>(options.seedBase)) << "\n";
   printTuning(tuning);
   const bool terminal = isatty(STDERR_FILENO) != 0;
-  std::vector<flicker_eval::CellOutcome> outcomes;
-  outcomes.reserve(cells.size());
+  const std::vector<flicker_eval::CellOutcome> outcomes =
+      flicker_eval::evaluateAll(cells, seconds, [terminal](int done, int total) {
+        if (terminal) {
+          fprintf(stderr, "\r%d/%d cells", done, total);
+          fflush(stderr);
+        }
+      });
   int failed = 0;
-  for (const flicker_eval::EvalCell& cell : cells) {
-    outcomes.push_back(flicker_eval::evaluate(cell, seconds));
-    failed += outcomes.back().ok ? 0 : 1;
-    if (terminal) {
-      fprintf(stderr, "\r%zu/%zu cells", outcomes.size(), cells.size());
-      fflush(stderr);
-    }
+  for (const flicker_eval::CellOutcome& o : outcomes) {
+    failed += o.ok ? 0 : 1;
   }
   if (terminal) {
     fprintf(stderr, "\r%*s\r", 40, "");

@@ -114,15 +114,13 @@ int sweepCommand(const std::vector<std::string>& args, CliIo io) {
   }
 
   ProgressBar bar(io, std::string("sweep (") + std::to_string(cells.size()) + " runs)");
-  std::vector<flicker_eval::CellOutcome> outcomes;
-  outcomes.reserve(cells.size());
-  int failures = 0;
-  for (const flicker_eval::EvalCell& cell : cells) {
-    outcomes.push_back(flicker_eval::evaluate(cell, seconds));
-    failures += outcomes.back().ok ? 0 : 1;
-    bar.update(static_cast<int>(outcomes.size()), static_cast<int>(cells.size()));
-  }
+  const std::vector<flicker_eval::CellOutcome> outcomes = flicker_eval::evaluateAll(
+      cells, seconds, [&bar](int done, int total) { bar.update(done, total); });
   bar.clear();
+  int failures = 0;
+  for (const flicker_eval::CellOutcome& o : outcomes) {
+    failures += o.ok ? 0 : 1;
+  }
 
   io.out << flicker_eval::seedSetLine(static_cast<uint64_t>(seedBase)) << "\n";
   flicker_eval::printTable(io.out, by, flicker_eval::figuresBy(outcomes, by));
