@@ -8,6 +8,9 @@
 
 #include "host_properties.h"
 #include "host_trace.h"
+#include "cell_outcome.h"
+#include "eval_options.h"
+#include "eval_report.h"
 #include "tools_test_util.h"
 #include "trace_events.h"
 
@@ -64,6 +67,8 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{{"replay", "/tmp", "--csv", "--json"}, nullptr, "exclude each other"},
         UsageCase{{"sweep", "--quick", "--full"}, nullptr, "exclude each other"},
         UsageCase{{"sweep", "--by", "colour"}, nullptr, "for --by"},
+        UsageCase{{"sweep", "--only", "colour=red"}, nullptr, "for --only"},
+        UsageCase{{"sweep", "--only", "mains=70"}, nullptr, "no cell of the grid"},
         // Replay without its folder; a negative frame interval.
         UsageCase{{"replay"}, nullptr, "exactly one dump folder"},
         UsageCase{{"replay", "/tmp", "--frame-interval-us", "-5"}, nullptr, "--frame-interval-us"},
@@ -214,6 +219,45 @@ TEST(CliTest, TraceShowsEachFrameAndEachAnalysis) {
   const auto& detections = byThread["FlickerMgrThd/FLK algo/1"];
   for (size_t i = 0; i < std::min(posts.size(), detections.size()); ++i)
     EXPECT_GE(detections[i].beginUs, posts[i].beginUs) << i;
+}
+
+// flicker-sim sweep and flicker-eval run one grid: the same options pick the
+// same cells, and each is run and read the same way (the CSV rows agree to
+// the byte).
+TEST(CliTest, SweepEvaluatesTheCellsFlickerEvalEvaluates) {
+  tools_test::useOpenTuning();
+  tools_test::TempDir dir;
+  const std::vector<std::string> filters = {
+      "--quick", "--only",   "mains=50", "--only",       "mains=none", "--only", "fps=25",
+      "--only",  "start=60", "--only",   "motion=still", "--seconds",  "1"};
+  std::vector<std::string> sweep = {"sweep", "--csv", dir.path() + "/sweep.csv"};
+  sweep.insert(sweep.end(), filters.begin(), filters.end());
+  const tools_test::CommandOutput r = runFlickerSim(sweep);
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("tuning set"), std::string::npos) << "the seed set is named";
+  std::stringstream sweepCsv;
+  sweepCsv << std::ifstream(dir.path() + "/sweep.csv").rdbuf();
+
+  // What flicker-eval does with the same options.
+  std::vector<const char*> argv = {"flicker-eval"};
+  for (const std::string& a : filters) argv.push_back(a.c_str());
+  flicker_eval::EvalOptions options;
+  std::string error;
+  ASSERT_EQ(
+      flicker_eval::parseEvalOptions(static_cast<int>(argv.size()), argv.data(), &options, &error),
+      flicker_eval::ParseStatus::kRun)
+      << error;
+  const std::vector<flicker_eval::EvalCell> cells = flicker_eval::filterCells(
+      flicker_eval::buildGrid(options.size, static_cast<uint64_t>(options.seedBase)), options.only);
+  ASSERT_GE(cells.size(), 2u) << "a cell with flicker and one without";
+  std::vector<flicker_eval::CellOutcome> outcomes;
+  for (const flicker_eval::EvalCell& c : cells)
+    outcomes.push_back(flicker_eval::evaluate(c, options.secondsPerRun()));
+  std::ostringstream evalCsv;
+  flicker_eval::writeCsv(evalCsv, outcomes);
+  const std::string rows = evalCsv.str();
+  EXPECT_EQ(sweepCsv.str(), rows);
+  EXPECT_EQ(std::count(rows.begin(), rows.end(), '\n'), static_cast<long>(cells.size()) + 1);
 }
 
 }  // namespace

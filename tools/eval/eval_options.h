@@ -14,7 +14,7 @@ namespace flicker_eval {
 struct EvalOptions {
   GridSize size = GridSize::kDefault;
   double seconds = 0;  // 0: the size's default
-  std::vector<std::string> by = {"mains", "fps", "exposure", "motion", "geometry"};
+  std::vector<std::string> by = {"mains", "fps", "timing", "motion", "geometry"};
   std::string csvPath;
   std::string logPath;  // manager and algorithm logs (verbose) to this file
   std::string tuning = "open";
@@ -22,10 +22,11 @@ struct EvalOptions {
   std::vector<std::pair<std::string, std::string>> only;  // --only DIM=VALUE filters
   int timingRuns = 2000;
   int failureLines = 30;
-  long seedBase = 0;  // added to every cell's seed (0: the tuning set)
+  long seedBase = 0;     // added to every cell's seed (0: the tuning set)
+  double soakHours = 0;  // > 0: the soak of scenes without mains flicker instead of the grid
   bool help = false;
 
-  // Simulated seconds per run for the chosen size.
+  // Simulated seconds per run for the chosen size (or the soak).
   double secondsPerRun() const;
 };
 
@@ -34,9 +35,6 @@ enum class ParseStatus { kRun, kHelp, kError };
 // Parses argv[1..argc-1]; on kError `error` holds a one-line reason.
 ParseStatus parseEvalOptions(int argc, const char* const* argv, EvalOptions* out,
                              std::string* error);
-
-// The cells of `grid` that pass every --only filter.
-std::vector<EvalCell> filterCells(const std::vector<EvalCell>& grid, const EvalOptions& options);
 
 extern const char kEvalHelp[];
 

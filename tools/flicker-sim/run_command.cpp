@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <iomanip>
 #include <sstream>
 
 #include "cli_common.h"
@@ -102,18 +103,27 @@ void printText(const flicker_sim::SimScenario& scenario, const flicker_loop::Loo
   }
 }
 
-// The keys with what each takes and its value in the chosen scenario.
+// The keys with what each takes and its value in the chosen scenario. The
+// columns are as wide as their widest entry, but for the allowed values: the
+// long list of lamps pushes its row's meaning to the right instead.
 void printKeys(const flicker_loop::ScenarioBuilder& builder, std::ostream& out) {
   const std::string scenario = builder.value("scenario");
   out << "scenario keys (--KEY VALUE or 'key = value' in a file); defaults of " << scenario << "\n";
-  char line[240];
-  snprintf(line, sizeof(line), "%-13s %-12s %-12s %-57s %s\n", "key", "default", "unit",
-           "range or values", "meaning");
-  out << line;
-  for (const flicker_loop::ScenarioBuilder::KeyInfo& k : builder.describeKeys()) {
-    snprintf(line, sizeof(line), "%-13s %-12s %-12s %-57s %s\n", k.name.c_str(), k.value.c_str(),
-             k.unit.c_str(), k.allowed.c_str(), k.meaning.c_str());
-    out << line;
+  std::vector<flicker_loop::ScenarioBuilder::KeyInfo> rows = builder.describeKeys();
+  rows.insert(rows.begin(), {"key", "unit", "range or values", "default", "meaning"});
+  constexpr size_t kAllowedColumn = 40;
+  size_t name = 0, value = 0, unit = 0, allowed = 0;
+  for (const auto& k : rows) {
+    name = std::max(name, k.name.size());
+    value = std::max(value, k.value.size());
+    unit = std::max(unit, k.unit.size());
+    allowed = std::max(allowed, std::min(k.allowed.size(), kAllowedColumn));
+  }
+  for (const auto& k : rows) {
+    out << std::left << std::setw(static_cast<int>(name)) << k.name << "  "
+        << std::setw(static_cast<int>(value)) << k.value << "  " << std::setw(static_cast<int>(unit))
+        << k.unit << "  " << std::setw(static_cast<int>(allowed)) << k.allowed << "  " << k.meaning
+        << "\n";
   }
 }
 

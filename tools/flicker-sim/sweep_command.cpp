@@ -1,9 +1,10 @@
-// flicker-sim sweep: the evaluation grid and its figures of merit.
-#include <cstdio>
+// flicker-sim sweep: the evaluation grid and its figures of merit, the same
+// cells run and read the same way as flicker-eval does (tools/eval).
 #include <fstream>
 
+#include "cell_outcome.h"
 #include "cli_common.h"
-#include "eval_grid.h"
+#include "eval_report.h"
 #include "scenario_builder.h"
 
 namespace flicker_cli {
@@ -13,60 +14,44 @@ namespace {
 const char kSweepHelp[] =
     "usage: flicker-sim sweep [options]\n"
     "\n"
-    "Runs a grid of closed-loop scenarios (light type, ripple depth, mains 50/60/\n"
-    "none/switch/mixed, exposure regime, frame rate, noise, motion, geometry,\n"
-    "starting state) and prints, per group and in total: accuracy of the final\n"
-    "state where flicker is observable, median pairs and ms to a correct lock after\n"
-    "start (cells starting in the wrong state) and after a light switch, false\n"
-    "switches per simulated hour without flicker, state changes per hour under\n"
-    "mixed light.\n"
+    "Runs the evaluation grid of flicker-eval (lamps, ripple depth, mains 50/60/\n"
+    "none/switch/mixed/onset, exposure regime, frame rate and timing, noise,\n"
+    "motion, texture, geometry, starting state) closed-loop and prints, per group\n"
+    "and in total: accuracy of the final state where physics shows the flicker,\n"
+    "median/max pairs and ms to a correct lock after start, pairs after a light\n"
+    "switch and after a lamp's onset, false switches per simulated hour without\n"
+    "mains flicker, state changes per simulated minute under mixed light.\n"
     "\n"
     "options:\n"
     "  --quick          small grid for CI (default)\n"
-    "  --full           every light, mains case and frame rate 24..120 fps\n"
-    "  --seconds S      simulated seconds per run (default 4 quick, 6 full)\n"
-    "  --by DIM         group rows by light, depth, mains, exposure, fps, noise,\n"
-    "                   motion, geometry or start (default fps)\n"
-    "  --csv FILE       one row per cell with its settings and results\n"
+    "  --full           every geometry multiplied (long; flicker-eval runs the\n"
+    "                   default grid between the two)\n"
+    "  --seconds S      simulated seconds per run (default 3 quick, 4 full)\n"
+    "  --by DIM         group rows by light, depth, ripple, mains, exposure, fps,\n"
+    "                   timing, noise, motion, texture, geometry or start\n"
+    "                   (default fps)\n"
+    "  --only DIM=VALUE run only the cells with this value (repeatable; values of\n"
+    "                   one dimension are alternatives)\n"
+    "  --seed-base N    the same scenes with other seeds (bases 10000, 20000,\n"
+    "                   30000 are held out for reported figures)\n"
+    "  --csv FILE       one row per cell, as flicker-eval --csv writes it\n"
     "  --tuning T       open (default), host or an NVRAM image file\n"
     "  --log FILE, --trace FILE   as for run\n"
     "  --help           this text\n";
 
 const std::vector<OptionDef> kSweepOptions = {
-    {"help", false}, {"quick", false}, {"full", false}, {"seconds", true}, {"by", true},
-    {"csv", true},   {"tuning", true}, {"log", true},   {"trace", true},
+    {"help", false},  {"quick", false}, {"full", false},     {"seconds", true},
+    {"by", true},     {"only", true},   {"seed-base", true}, {"csv", true},
+    {"tuning", true}, {"log", true},    {"trace", true},
 };
 
-std::string cellText(double v, const char* format) {
-  if (v < 0) {
-    return "-";
-  }
-  char buf[32];
-  snprintf(buf, sizeof(buf), format, v);
-  return buf;
-}
-
-bool writeCsv(const std::string& path, const std::vector<flicker_loop::CellResult>& results) {
-  std::ofstream out(path);
-  if (!out) {
-    return false;
-  }
-  for (const std::string& d : flicker_loop::EvalGrid::dimensions()) {
-    out << d << ",";
-  }
-  out << "ok,observable,locked_hz,expected_hz,right,switches,pairs,pairs_to_lock,lock_ms,"
-         "pairs_after_change,lock_after_change_ms,duration_ms\n";
-  for (const flicker_loop::CellResult& r : results) {
-    for (const std::string& d : flicker_loop::EvalGrid::dimensions()) {
-      out << r.cell.value(d) << ",";
+bool isDimension(const std::string& name) {
+  for (const std::string& d : flicker_eval::evalDimensions()) {
+    if (d == name) {
+      return true;
     }
-    const flicker_loop::RunSummary& s = r.summary;
-    out << (r.ok ? 1 : 0) << "," << (r.cell.observable() ? 1 : 0) << "," << s.lockedHz << ","
-        << s.expectedHz << "," << (s.right ? 1 : 0) << "," << s.switches << "," << s.pairs << ","
-        << s.pairsToLock << "," << s.lockMs << "," << s.pairsAfterChange << ","
-        << s.lockAfterChangeMs << "," << s.durationMs << "\n";
   }
-  return static_cast<bool>(out);
+  return false;
 }
 
 }  // namespace
@@ -88,54 +73,63 @@ int sweepCommand(const std::vector<std::string>& args, CliIo io) {
   if (options.has("quick") && options.has("full")) {
     return failWith(io, kExitUsage, "--quick and --full exclude each other");
   }
-  const bool full = options.has("full");
-  double seconds = full ? 6.0 : 4.0;
+  const flicker_eval::GridSize size =
+      options.has("full") ? flicker_eval::GridSize::kFull : flicker_eval::GridSize::kQuick;
+  double seconds = flicker_eval::defaultSeconds(size);
   if (options.has("seconds") &&
-      !flicker_loop::parseReal(options.value("seconds"), 0.5, 3600.0, &seconds)) {
+      !flicker_loop::parseReal(options.value("seconds"), 0.2, 3600.0, &seconds)) {
     return failWith(
         io, kExitUsage,
-        "bad value '" + options.value("seconds") + "' for --seconds: expected 0.5..3600");
+        "bad value '" + options.value("seconds") + "' for --seconds: expected 0.2..3600");
   }
   const std::string by = options.value("by", "fps");
-  bool known = false;
-  for (const std::string& d : flicker_loop::EvalGrid::dimensions()) {
-    known = known || d == by;
-  }
-  if (!known) {
+  if (!isDimension(by)) {
     return failWith(io, kExitUsage, "bad value '" + by + "' for --by: expected a grid dimension");
+  }
+  std::vector<std::pair<std::string, std::string>> only;
+  for (const auto& option : options.ordered()) {
+    if (option.first != "only") {
+      continue;
+    }
+    const size_t eq = option.second.find('=');
+    if (eq == std::string::npos || !isDimension(option.second.substr(0, eq))) {
+      return failWith(io, kExitUsage,
+                      "bad value '" + option.second + "' for --only: expected DIM=VALUE");
+    }
+    only.emplace_back(option.second.substr(0, eq), option.second.substr(eq + 1));
+  }
+  long seedBase = 0;
+  if (options.has("seed-base") &&
+      !flicker_loop::parseInt(options.value("seed-base"), 0, 1000000000, &seedBase)) {
+    return failWith(io, kExitUsage,
+                    "bad value '" + options.value("seed-base") + "' for --seed-base");
+  }
+  const std::vector<flicker_eval::EvalCell> cells = flicker_eval::filterCells(
+      flicker_eval::buildGrid(size, static_cast<uint64_t>(seedBase)), only);
+  if (cells.empty()) {
+    return failWith(io, kExitUsage, "no cell of the grid passes the --only filters");
   }
   if (const int status = setUpPlatform(options, nullptr, io, &error)) {
     return failWith(io, status, error);
   }
 
-  const flicker_loop::EvalGrid grid(
-      full ? flicker_loop::EvalGrid::Size::kFull : flicker_loop::EvalGrid::Size::kQuick, seconds);
-  ProgressBar bar(io, std::string("sweep (") + std::to_string(grid.cells().size()) + " runs)");
-  const std::vector<flicker_loop::CellResult> results =
-      grid.run([&bar](int done, int total) { bar.update(done, total); });
+  ProgressBar bar(io, std::string("sweep (") + std::to_string(cells.size()) + " runs)");
+  const std::vector<flicker_eval::CellOutcome> outcomes = flicker_eval::evaluateAll(
+      cells, seconds, [&bar](int done, int total) { bar.update(done, total); });
   bar.clear();
-
-  char line[200];
-  snprintf(line, sizeof(line), "%-12s %5s %9s %11s %10s %12s %11s %9s %9s\n", by.c_str(), "runs",
-           "accuracy", "lock_pairs", "lock_ms", "switch_pairs", "switch_ms", "false/h", "mixed/h");
-  io.out << line;
   int failures = 0;
-  for (const flicker_loop::GridFigures& f : flicker_loop::EvalGrid::figures(results, by)) {
-    const std::string accuracy =
-        f.observable > 0 ? std::to_string(f.right) + "/" + std::to_string(f.observable) : "-";
-    snprintf(line, sizeof(line), "%-12s %5d %9s %11s %10s %12s %11s %9s %9s\n", f.group.c_str(),
-             f.cells, accuracy.c_str(), cellText(f.startLockPairs, "%.1f").c_str(),
-             cellText(f.startLockMs, "%.0f").c_str(), cellText(f.switchLockPairs, "%.1f").c_str(),
-             cellText(f.switchLockMs, "%.0f").c_str(),
-             cellText(f.falseSwitchesPerHour, "%.0f").c_str(),
-             cellText(f.mixedSwitchesPerHour, "%.0f").c_str());
-    io.out << line;
-    if (f.group == "total") {
-      failures = f.failures;
-    }
+  for (const flicker_eval::CellOutcome& o : outcomes) {
+    failures += o.ok ? 0 : 1;
   }
-  if (options.has("csv") && !writeCsv(options.value("csv"), results)) {
-    return failWith(io, kExitFailed, "cannot write " + options.value("csv"));
+
+  io.out << flicker_eval::seedSetLine(static_cast<uint64_t>(seedBase)) << "\n";
+  flicker_eval::printTable(io.out, by, flicker_eval::figuresBy(outcomes, by));
+  if (options.has("csv")) {
+    std::ofstream csv(options.value("csv"));
+    flicker_eval::writeCsv(csv, outcomes);
+    if (!csv) {
+      return failWith(io, kExitFailed, "cannot write " + options.value("csv"));
+    }
   }
   if (failures > 0) {
     return failWith(io, kExitFailed, std::to_string(failures) + " runs did not complete");

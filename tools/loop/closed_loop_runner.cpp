@@ -243,6 +243,8 @@ bool Run::driveFrame(int index) {
     pair.score60 = record.flickerScore60;
     pair.rateActive = record.flickerFrameRateActive;
     pair.truthHz = f.lightMainsHz;
+    pair.gain = f.gain;
+    pair.meanLevel = f.meanLevel;
     if (lane.hasPrevious) {
       // The manager subtracts the exposure (us) from the timestamp (ns) as
       // plain integers; do the same so a replay can feed the same interval.

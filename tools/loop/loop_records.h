@@ -42,6 +42,8 @@ struct PairRow {
   // its way: |(sof - exposure) of the later - (sof - exposure) of the earlier|.
   int64_t intervalNs = 0;
   bool switched = false;  // the state after this analysis differs from the one before
+  double gain = 1.0;       // analog gain of the later frame
+  double meanLevel = 0.0;  // its mean pixel value as a fraction of full scale
 };
 
 // The statistics of a sensor's last analysed pair, as the simulator produced

@@ -8,6 +8,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "sim_lamp_models.h"
+
 namespace flicker_loop {
 
 namespace {
@@ -19,6 +21,17 @@ constexpr double kSensorStaggerS = 0.007;
 // Limits that keep a run meaningful and its memory bounded.
 constexpr long kMaxFrames = 1000000;
 constexpr long kMaxSensors = 20;
+// A screen (screen_hz) is a monitor on the far wall: dark glass around a
+// backlit picture twice as bright as a white surface under the scene's lamp,
+// lit half of each backlight cycle.
+constexpr double kScreenX = 0.55, kScreenY = 0.3, kScreenW = 0.25, kScreenH = 0.2;
+constexpr double kScreenGlass = 0.04;
+constexpr double kScreenRadiance = 2.0;
+constexpr double kScreenDuty = 0.5;
+// A highlight (object = highlight): a small bright object (a lamp, a
+// reflection) that crosses the frame in four seconds.
+constexpr double kHighlightSpeed = 0.25;
+constexpr double kHighlightReflectance = 4.0;
 
 struct LampType {
   const char* name;
@@ -50,7 +63,28 @@ bool lampType(const std::string& name, flicker_sim::SimLightType* out) {
       return true;
     }
   }
+  if (flicker_sim::findSimLampModel(name) != nullptr) {
+    *out = flicker_sim::SimLightType::kMeasured;
+    return true;
+  }
   return false;
+}
+
+// One lamp of `name` (a lamp model's name for a measured lamp).
+flicker_sim::SimLightComponent oneLamp(const std::string& name, double mainsHz, double level,
+                                       double drift, double phase) {
+  if (const flicker_sim::SimLampModel* model = flicker_sim::findSimLampModel(name)) {
+    return flicker_sim::makeLampModelComponent(*model, mainsHz, level, drift, phase);
+  }
+  flicker_sim::SimLightType type = flicker_sim::SimLightType::kDaylight;
+  lampType(name, &type);
+  return flicker_sim::makeLightComponent(type, mainsHz, level, drift, phase);
+}
+
+// True for a lamp whose light does not follow the mains.
+bool pulsesOnItsOwn(const std::string& name) {
+  const flicker_sim::SimLampModel* model = flicker_sim::findSimLampModel(name);
+  return name == "pwm" || (model != nullptr && !model->mainsDriven);
 }
 
 std::string trim(const std::string& text) {
@@ -67,6 +101,7 @@ enum class KeyKind {
   kReal,    // a finite real lo..hi
   kChoice,  // one of the words of `choices`
   kPreset,  // a built-in scenario
+  kLamp,    // a lamp type or a lamp modelled on published measurements
 };
 
 // Every key: what it takes, its unit and what it sets. Values are checked
@@ -81,7 +116,6 @@ struct KeySpec {
   const char* meaning;
 };
 
-const char kLampChoices[] = "fluorescent led incandescent good-led pwm daylight";
 const char kMainsChoices[] = "50 60 0";
 
 const KeySpec kKeys[] = {
@@ -104,10 +138,12 @@ const KeySpec kKeys[] = {
      "line length, blanking included"},
     {"binning", KeyKind::kWhole, 1, 8, "", "", "the sensor's own binning factor"},
     {"sensor_mode", KeyKind::kWhole, 0, 34, "", "", "sensor mode (row of the tuning table)"},
-    {"light", KeyKind::kChoice, 0, 0, kLampChoices, "", "lamp type"},
+    {"light", KeyKind::kLamp, 0, 0, "", "", "lamp type, or a lamp modelled on published measurements"},
     {"mains", KeyKind::kChoice, 0, 0, kMainsChoices, "Hz", "mains of the lamp (0: steady)"},
     {"level", KeyKind::kReal, 1, 1e9, "", "e-/s/pixel", "light level"},
     {"depth", KeyKind::kReal, 0, 2.5, "", "", "scale of the lamp's ripple"},
+    {"ripple", KeyKind::kReal, 0, 1, "", "",
+     "depth of the ripple at twice the mains (0: the lamp's own); harmonics keep their proportions"},
     {"drift", KeyKind::kReal, -2, 2, "", "Hz", "offset of the mains frequency"},
     {"pwm_hz", KeyKind::kReal, 1, 100000, "", "Hz", "PWM frequency of light = pwm"},
     {"mix_mains", KeyKind::kChoice, 0, 0, kMainsChoices, "Hz",
@@ -115,13 +151,25 @@ const KeySpec kKeys[] = {
     {"mix_share", KeyKind::kReal, 0, 1, "", "", "share of the light level the second lamp gives"},
     {"switch_at", KeyKind::kReal, 0, 1e6, "", "s",
      "time the light changes to switch_light / switch_mains"},
-    {"switch_light", KeyKind::kChoice, 0, 0, kLampChoices, "", "lamp type after the switch"},
+    {"switch_light", KeyKind::kLamp, 0, 0, "", "", "lamp type after the switch"},
     {"switch_mains", KeyKind::kChoice, 0, 0, kMainsChoices, "Hz", "mains after the switch"},
-    {"texture", KeyKind::kChoice, 0, 0, "natural flat grating", "", "scene texture"},
+    {"onset_at", KeyKind::kReal, 0, 1e6, "", "s",
+     "time the lamp is switched on; before it the scene is lit as onset_from says"},
+    {"onset_from", KeyKind::kChoice, 0, 0, "dark daylight", "",
+     "light before the onset: none, or steady light of the lamp's level (which stays on)"},
+    {"texture", KeyKind::kChoice, 0, 0, "natural flat grating piecewise", "",
+     "scene texture (piecewise: flat patches with sharp edges)"},
     {"pan_x", KeyKind::kReal, -100, 100, "", "frames/s", "horizontal pan speed"},
     {"pan_y", KeyKind::kReal, -100, 100, "", "frames/s", "vertical pan speed"},
     {"shake", KeyKind::kReal, -100, 100, "", "frames", "hand-shake amplitude"},
     {"shake_hz", KeyKind::kReal, -100, 100, "", "Hz", "hand-shake frequency"},
+    {"lines_per_frame", KeyKind::kReal, -100, 100, "", "lines/frame", "vertical drift of the scene"},
+    {"object", KeyKind::kChoice, 0, 0, "none highlight", "",
+     "a bright object crossing the frame (highlight) or none"},
+    {"screen_hz", KeyKind::kReal, 0, 100000, "", "Hz",
+     "a screen in the scene whose backlight pulses at this rate (0: none)"},
+    {"timing", KeyKind::kChoice, 0, 0, "free fixed", "",
+     "free: exposure control may stretch detection frames; fixed: fixed-rate video, never"},
     {"exposure_ms", KeyKind::kReal, 0, 1000, "", "ms", "manual exposure (0: automatic)"},
     {"ae_target", KeyKind::kReal, 0.001, 1, "", "", "AE's mean level, fraction of full scale"},
     {"read_noise", KeyKind::kReal, 0, 1000, "", "e- rms", "read noise"},
@@ -152,15 +200,32 @@ std::vector<std::string> words(const char* text) {
   return out;
 }
 
+// Every lamp a light key accepts: the types, then the measured lamps.
+std::vector<std::string> lampNames() {
+  std::vector<std::string> names;
+  for (const LampType& t : kLampTypes) {
+    names.emplace_back(t.name);
+  }
+  for (const flicker_sim::SimLampModel& m : flicker_sim::simLampModels()) {
+    names.emplace_back(m.name);
+  }
+  return names;
+}
+
+// The words a choice key accepts.
+std::vector<std::string> choices(const KeySpec& k) {
+  return k.kind == KeyKind::kLamp ? lampNames() : words(k.choices);
+}
+
 // "a, b or c" / "lo..hi": what a key accepts.
 std::string allowed(const KeySpec& k) {
   if (k.kind == KeyKind::kPreset) {
     return "a built-in scenario";
   }
-  if (k.kind != KeyKind::kChoice) {
+  if (k.kind != KeyKind::kChoice && k.kind != KeyKind::kLamp) {
     return number(k.lo) + ".." + number(k.hi);
   }
-  const std::vector<std::string> w = words(k.choices);
+  const std::vector<std::string> w = choices(k);
   std::string text;
   for (size_t i = 0; i < w.size(); ++i) {
     text += (i == 0 ? "" : i + 1 == w.size() ? " or " : ", ") + w[i];
@@ -222,6 +287,10 @@ bool ScenarioBuilder::selectPreset(const std::string& name, std::string* error) 
   lightChanged_ = false;
   switchChanged_ = false;
   switchAtS_ = -1;
+  onsetAtS_ = -1;
+  onsetFromDaylight_ = false;
+  screenHz_ = 0;
+  highlight_ = false;
   lamp_ = Lamp{};
   if (!base_.light.segments.empty() && !base_.light.segments[0].components.empty()) {
     const flicker_sim::SimLightComponent& c = base_.light.segments[0].components[0];
@@ -262,8 +331,9 @@ bool ScenarioBuilder::set(const std::string& key, const std::string& value, std:
     case KeyKind::kReal:
       valid = parseReal(value, spec->lo, spec->hi, &x);
       break;
-    case KeyKind::kChoice: {
-      const std::vector<std::string> w = words(spec->choices);
+    case KeyKind::kChoice:
+    case KeyKind::kLamp: {
+      const std::vector<std::string> w = choices(*spec);
       valid = std::find(w.begin(), w.end(), value) != w.end();
       x = atof(value.c_str());  // the numeric choices (mains); 0 for words
       break;
@@ -283,8 +353,11 @@ bool ScenarioBuilder::set(const std::string& key, const std::string& value, std:
     sensors_ = static_cast<int>(n);
   } else if (key == "light" || key == "mains" || key == "level" || key == "depth" ||
              key == "drift" || key == "pwm_hz" || key == "mix_mains" || key == "mix_share" ||
-             key == "switch_at" || key == "switch_light" || key == "switch_mains") {
+             key == "switch_at" || key == "switch_light" || key == "switch_mains" ||
+             key == "ripple" || key == "onset_at" || key == "onset_from") {
     setLight(key, value, x);
+  } else if (key == "object" || key == "screen_hz") {
+    setScene(key, value, x);
   } else {
     for (flicker_sim::SimSensorParams& s : base_.sensors) {
       setSensor(key, value, x, &s);
@@ -319,6 +392,13 @@ void ScenarioBuilder::setLight(const std::string& key, const std::string& value,
     switchLamp_.mixShare = x;
   } else if (key == "switch_at") {
     switchAtS_ = x;
+  } else if (key == "ripple") {
+    lamp_.ripple = x;
+    switchLamp_.ripple = x;
+  } else if (key == "onset_at") {
+    onsetAtS_ = x;
+  } else if (key == "onset_from") {
+    onsetFromDaylight_ = value == "daylight";
   }
   if (isSwitch) {
     switchChanged_ = true;
@@ -353,9 +433,10 @@ void ScenarioBuilder::setSensor(const std::string& key, const std::string& value
   } else if (key == "sensor_mode") {
     g.sensorMode = n;
   } else if (key == "texture") {
-    s->scene.texture = value == "flat"      ? flicker_sim::SimTexture::kFlatWall
-                       : value == "grating" ? flicker_sim::SimTexture::kGrating
-                                            : flicker_sim::SimTexture::kNatural;
+    s->scene.texture = value == "flat"        ? flicker_sim::SimTexture::kFlatWall
+                       : value == "grating"   ? flicker_sim::SimTexture::kGrating
+                       : value == "piecewise" ? flicker_sim::SimTexture::kPiecewise
+                                              : flicker_sim::SimTexture::kNatural;
   } else if (key == "pan_x") {
     s->scene.panX = x;
   } else if (key == "pan_y") {
@@ -364,6 +445,10 @@ void ScenarioBuilder::setSensor(const std::string& key, const std::string& value
     s->scene.shakeAmplitude = x;
   } else if (key == "shake_hz") {
     s->scene.shakeHz = x;
+  } else if (key == "lines_per_frame") {
+    s->verticalLinesPerFrame = x;
+  } else if (key == "timing") {
+    s->fixedFrameRate = value == "fixed";
   } else if (key == "exposure_ms") {
     s->ae.fixedExposureS = x / 1000.0;
   } else if (key == "ae_target") {
@@ -372,6 +457,14 @@ void ScenarioBuilder::setSensor(const std::string& key, const std::string& value
     s->pixel.readNoiseE = x;
   } else if (key == "full_well") {
     s->pixel.fullWellE = x;
+  }
+}
+
+void ScenarioBuilder::setScene(const std::string& key, const std::string& value, double x) {
+  if (key == "object") {
+    highlight_ = value == "highlight";
+  } else if (key == "screen_hz") {
+    screenHz_ = x;
   }
 }
 
@@ -401,6 +494,18 @@ std::string ScenarioBuilder::value(const std::string& key) const {
   if (key == "switch_at") {
     return switchAtS_ < 0 ? "none" : number(switchAtS_);
   }
+  if (key == "onset_at") {
+    return onsetAtS_ < 0 ? "none" : number(onsetAtS_);
+  }
+  if (key == "onset_from") {
+    return onsetFromDaylight_ ? "daylight" : "dark";
+  }
+  if (key == "object") {
+    return highlight_ ? "highlight" : "none";
+  }
+  if (key == "timing") {
+    return s.fixedFrameRate ? "fixed" : "free";
+  }
   const std::pair<const char*, double> numbers[] = {
       {"fps", s.framesPerSecond},
       {"mode", s.flickerMode},
@@ -415,6 +520,7 @@ std::string ScenarioBuilder::value(const std::string& key) const {
       {"switch_mains", lamp.mainsHz},
       {"level", lamp.level},
       {"depth", lamp.depth},
+      {"ripple", lamp.ripple},
       {"drift", lamp.drift},
       {"pwm_hz", lamp.pwmHz},
       {"mix_mains", lamp.mixMainsHz},
@@ -423,6 +529,8 @@ std::string ScenarioBuilder::value(const std::string& key) const {
       {"pan_y", s.scene.panY},
       {"shake", s.scene.shakeAmplitude},
       {"shake_hz", s.scene.shakeHz},
+      {"lines_per_frame", s.verticalLinesPerFrame},
+      {"screen_hz", screenHz_},
       {"exposure_ms", 1000.0 * s.ae.fixedExposureS},
       {"ae_target", s.ae.targetLevel},
       {"read_noise", s.pixel.readNoiseE},
@@ -434,9 +542,10 @@ std::string ScenarioBuilder::value(const std::string& key) const {
     }
   }
   if (key == "texture") {
-    return s.scene.texture == flicker_sim::SimTexture::kFlatWall  ? "flat"
-           : s.scene.texture == flicker_sim::SimTexture::kGrating ? "grating"
-                                                                  : "natural";
+    return s.scene.texture == flicker_sim::SimTexture::kFlatWall    ? "flat"
+           : s.scene.texture == flicker_sim::SimTexture::kGrating   ? "grating"
+           : s.scene.texture == flicker_sim::SimTexture::kPiecewise ? "piecewise"
+                                                                    : "natural";
   }
   return "";
 }
@@ -492,53 +601,108 @@ bool ScenarioBuilder::loadText(const std::string& text, const std::string& origi
 }
 
 std::vector<flicker_sim::SimLightComponent> ScenarioBuilder::buildLamp(const Lamp& lamp) {
-  flicker_sim::SimLightType type = flicker_sim::SimLightType::kDaylight;
-  lampType(lamp.type, &type);
+  const bool ownRate = pulsesOnItsOwn(lamp.type);
   const double mixShare = lamp.mixMainsHz > 0 ? lamp.mixShare : 0.0;
   const double level = lamp.level * (1.0 - mixShare);
   std::vector<flicker_sim::SimLightComponent> lamps;
-  if (type == flicker_sim::SimLightType::kPwmLed) {
+  if (lamp.type == "pwm") {
     lamps.push_back(flicker_sim::makePwmLightComponent(lamp.pwmHz, 0.3, level));
+  } else if (ownRate) {
+    lamps.push_back(oneLamp(lamp.type, 0.0, level, 0.0, lamp.phase));
   } else if (lamp.mainsHz == 0) {
     lamps.push_back(
         flicker_sim::makeLightComponent(flicker_sim::SimLightType::kDaylight, 0.0, level));
   } else {
-    lamps.push_back(
-        flicker_sim::makeLightComponent(type, lamp.mainsHz, level, lamp.drift, lamp.phase));
+    lamps.push_back(oneLamp(lamp.type, lamp.mainsHz, level, lamp.drift, lamp.phase));
   }
-  if (mixShare > 0 && type != flicker_sim::SimLightType::kPwmLed &&
-      type != flicker_sim::SimLightType::kDaylight) {
+  if (mixShare > 0 && !ownRate && lamp.type != "daylight") {
     // The second lamp's mains is out of phase with the first: another circuit.
-    lamps.push_back(flicker_sim::makeLightComponent(type, lamp.mixMainsHz, lamp.level * mixShare,
-                                                    -lamp.drift, 1.3));
+    lamps.push_back(oneLamp(lamp.type, lamp.mixMainsHz, lamp.level * mixShare, -lamp.drift, 1.3));
   }
   for (flicker_sim::SimLightComponent& c : lamps) {
+    double rippleDepth = 0.0;
+    for (const flicker_sim::SimHarmonic& h : c.harmonics) {
+      rippleDepth += c.mainsHz > 0 && h.order == 2 ? h.depth * lamp.depth : 0.0;
+    }
+    // An absolute ripple scales the lamp's waveform as a whole.
+    const double scale =
+        lamp.ripple > 0 && rippleDepth > 0 ? lamp.depth * lamp.ripple / rippleDepth : lamp.depth;
     for (flicker_sim::SimHarmonic& h : c.harmonics) {
-      h.depth *= lamp.depth;
+      h.depth *= scale;
     }
   }
   return lamps;
 }
 
+flicker_sim::SimLightParams ScenarioBuilder::buildLight(
+    const flicker_sim::SimScenario& base) const {
+  const std::vector<flicker_sim::SimLightSegment>& preset = base.light.segments;
+  std::vector<flicker_sim::SimLightComponent> ambient;
+  if (onsetAtS_ >= 0 && onsetFromDaylight_) {
+    ambient.push_back(
+        flicker_sim::makeLightComponent(flicker_sim::SimLightType::kDaylight, 0.0, lamp_.level));
+  }
+  auto withAmbient = [&ambient](std::vector<flicker_sim::SimLightComponent> lamps) {
+    lamps.insert(lamps.end(), ambient.begin(), ambient.end());
+    return lamps;
+  };
+  const std::vector<flicker_sim::SimLightComponent> first =
+      lightChanged_ || preset.empty() ? buildLamp(lamp_) : preset[0].components;
+  flicker_sim::SimLightParams light;
+  if (onsetAtS_ >= 0) {
+    light.segments.push_back({0.0, ambient});
+    light.segments.push_back({onsetAtS_, withAmbient(first)});
+  } else {
+    light.segments.push_back({0.0, first});
+  }
+  if (switchAtS_ >= 0) {
+    flicker_sim::SimLightSegment second;
+    if (switchChanged_ || preset.size() < 2) {
+      second = {switchAtS_, buildLamp(switchLamp_)};
+    } else {
+      second = preset[1];
+      second.startS = switchAtS_;
+    }
+    second.components = withAmbient(second.components);
+    light.segments.push_back(second);
+  }
+  // In time order; the first segment lights the scene from the start.
+  std::stable_sort(light.segments.begin() + 1, light.segments.end(),
+                   [](const flicker_sim::SimLightSegment& a,
+                      const flicker_sim::SimLightSegment& b) { return a.startS < b.startS; });
+  return light;
+}
+
+void ScenarioBuilder::addSceneObjects(flicker_sim::SimSensorParams* sensor) const {
+  if (highlight_) {
+    flicker_sim::SimMovingObject o;
+    o.x = 0.1;
+    o.y = 0.45;
+    o.width = 0.08;
+    o.height = 0.12;
+    o.vx = kHighlightSpeed;
+    o.reflectance = kHighlightReflectance;
+    sensor->scene.objects.push_back(o);
+  }
+  if (screenHz_ > 0) {
+    flicker_sim::SimMovingObject o;
+    o.x = kScreenX;
+    o.y = kScreenY;
+    o.width = kScreenW;
+    o.height = kScreenH;
+    o.reflectance = kScreenGlass;
+    o.emissive = true;
+    o.radiance = kScreenRadiance * lamp_.level;
+    sensor->scene.objects.push_back(o);
+    sensor->scene.emission.pwmHz = screenHz_;
+    sensor->scene.emission.duty = kScreenDuty;
+  }
+}
+
 flicker_sim::SimScenario ScenarioBuilder::scenario() const {
   flicker_sim::SimScenario s = base_;
-  if (lightChanged_ || switchChanged_) {
-    flicker_sim::SimLightParams light;
-    if (lightChanged_ || s.light.segments.empty()) {
-      light.segments.push_back({0.0, buildLamp(lamp_)});
-    } else {
-      light.segments.push_back(s.light.segments[0]);
-    }
-    if (switchAtS_ >= 0) {
-      if (switchChanged_ || s.light.segments.size() < 2) {
-        light.segments.push_back({switchAtS_, buildLamp(switchLamp_)});
-      } else {
-        flicker_sim::SimLightSegment second = s.light.segments[1];
-        second.startS = switchAtS_;
-        light.segments.push_back(second);
-      }
-    }
-    s.light = light;
+  if (lightChanged_ || switchChanged_ || onsetAtS_ >= 0) {
+    s.light = buildLight(base_);
   }
   if (sensors_ > 0 && !s.sensors.empty()) {
     const flicker_sim::SimSensorParams first = s.sensors.front();
@@ -546,6 +710,9 @@ flicker_sim::SimScenario ScenarioBuilder::scenario() const {
     for (int i = 1; i < sensors_; ++i) {
       s.sensors[static_cast<size_t>(i)].startTimeS = first.startTimeS + i * kSensorStaggerS;
     }
+  }
+  for (flicker_sim::SimSensorParams& sensor : s.sensors) {
+    addSceneObjects(&sensor);
   }
   return s;
 }

@@ -10,10 +10,14 @@
 // starting 7 ms later) shape the run; the sensor keys (fps, mode, width,
 // height, pixel_mode, pixel_clock, line_length, binning, sensor_mode,
 // texture, pan_x, pan_y, shake, shake_hz, exposure_ms, ae_target,
-// read_noise, full_well) go to every sensor; the light keys (light, mains,
-// level, depth, drift, pwm_hz, mix_mains, mix_share) rebuild the light from
-// the first lamp of the preset with the change applied, and `switch_at`,
-// `switch_light`, `switch_mains` add (or move) a second segment.
+// read_noise, full_well, timing, lines_per_frame) go to every sensor; the
+// light keys (light, mains, level, depth, ripple, drift, pwm_hz, mix_mains,
+// mix_share) rebuild the light from the first lamp of the preset with the
+// change applied; `switch_at`, `switch_light`, `switch_mains` add (or move) a
+// second segment; `onset_at` and `onset_from` light the scene without the
+// lamp until it is switched on; `object` and `screen_hz` add things to the
+// scene. A light may also be a lamp modelled on published measurements
+// (sim_lamp_models.h).
 //
 // Not thread-safe; a plain value object.
 #pragma once
@@ -74,13 +78,17 @@ class ScenarioBuilder {
     double pwmHz = 437.0;
     double mixMainsHz = 0;  // second lamp on this mains, 0 = none
     double mixShare = 0.5;
+    double ripple = 0;  // absolute depth at twice the mains, 0 = the lamp's own
   };
 
   // Apply a checked value (`x` is its number where it has one).
   void setLight(const std::string& key, const std::string& value, double x);
   static void setSensor(const std::string& key, const std::string& value, double x,
                         flicker_sim::SimSensorParams* sensor);
+  void setScene(const std::string& key, const std::string& value, double x);
   static std::vector<flicker_sim::SimLightComponent> buildLamp(const Lamp& lamp);
+  flicker_sim::SimLightParams buildLight(const flicker_sim::SimScenario& base) const;
+  void addSceneObjects(flicker_sim::SimSensorParams* sensor) const;
 
   flicker_sim::SimScenario base_;
   LoopOptions options_;
@@ -90,6 +98,10 @@ class ScenarioBuilder {
   bool switchChanged_ = false;
   double switchAtS_ = -1;
   Lamp switchLamp_;
+  double onsetAtS_ = -1;  // < 0: the lamp is on from the start
+  bool onsetFromDaylight_ = false;
+  double screenHz_ = 0;  // 0: no screen
+  bool highlight_ = false;
 };
 
 // Parses a whole decimal number / a finite real; false on anything else.
