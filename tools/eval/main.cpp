@@ -171,7 +171,7 @@ int main(int argc, char** argv) {
   }
   std::cout << "\nfigures of merit ("
             << flicker_eval::seedSetKind(static_cast<uint64_t>(options.seedBase)) << " seeds):\n";
-  flicker_eval::printTargets(std::cout, flicker_eval::targets(outcomes, timing));
+  flicker_eval::printTargets(std::cout, flicker_eval::targets(flicker_eval::meritOf(outcomes, timing)));
 
   if (csv.is_open()) {
     flicker_eval::writeCsv(csv, outcomes);
