@@ -29,7 +29,9 @@ int flickerSimMain(const std::vector<std::string>& args, CliIo io);
 
 int runCommand(const std::vector<std::string>& args, CliIo io);
 int replayCommand(const std::vector<std::string>& args, CliIo io);
-int sweepCommand(const std::vector<std::string>& args, CliIo io);
+// The evaluation (flicker-sim eval, also under its former name sweep; the
+// whole of flicker-eval).
+int evalCommand(const std::vector<std::string>& args, CliIo io);
 int tuningCommand(const std::vector<std::string>& args, CliIo io);
 
 }  // namespace flicker_cli
