@@ -77,6 +77,22 @@ TEST(EvalCommand, SetsTuningFieldsByName) {
   }
 }
 
+// A soak is planned as runs of the scenes without flicker and shared among
+// the workers like a grid's cells; its report counts them.
+TEST(EvalCommand, SoakRunsOnWorkers) {
+  tools_test::useOpenTuning();
+  const tools_test::CommandOutput r =
+      runFlickerSim({"eval", "--soak-hours", "0.001", "--seconds", "1", "--only",
+                     "geometry=640x480@12us", "--only", "light=daylight", "--jobs", "2"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find("0.001 simulated hours in 4 runs of scenes without mains flicker"),
+            std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find("4 runs, 0.00 simulated hours: 0 false switches (0.00 per hour)"),
+            std::string::npos)
+      << r.out;
+}
+
 // flicker-eval is the same command: its messages carry its own name.
 TEST(EvalCommand, NamesTheProgramItRunsAs) {
   std::ostringstream out;

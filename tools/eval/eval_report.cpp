@@ -122,6 +122,10 @@ std::vector<GroupFigures> figuresBy(const std::vector<CellOutcome>& outcomes,
   return rows;
 }
 
+std::string countOf(long n, const std::string& noun, const std::string& plural) {
+  return std::to_string(n) + " " + (n == 1 ? noun : plural.empty() ? noun + "s" : plural);
+}
+
 double medianPairs(const std::vector<int>& pairs) {
   if (pairs.empty()) {
     return -1;
@@ -153,7 +157,7 @@ std::string pairsFigure(const std::vector<int>& pairs) {
   if (never > 0) {
     text += std::to_string(never) + " never, ";
   }
-  return text + "of " + std::to_string(pairs.size()) + " cells)";
+  return text + "of " + countOf(static_cast<long>(pairs.size()), "cell") + ")";
 }
 
 MeritFigures meritOf(const std::vector<CellOutcome>& outcomes, const DetectTiming& timing) {
@@ -289,7 +293,7 @@ void printFailures(std::ostream& out, const std::vector<CellOutcome>& outcomes, 
           out << "run failed: " << o.error << "\n";
         } else {
           out << "ended " << o.summary.lockedHz << " Hz (light " << o.summary.expectedHz << " Hz), "
-              << o.switches << " switches, " << o.pairs << " pairs, ripple "
+              << countOf(o.switches, "switch", "switches") << ", " << o.pairs << " pairs, ripple "
               << fmt("%.4f", o.ripple) << ", seed " << o.cell.seed << "\n";
         }
       }

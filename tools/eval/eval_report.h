@@ -110,6 +110,8 @@ double median(std::vector<double> values);
 // for an empty list, kNever when the median itself is never.
 constexpr double kNever = 1e9;
 double medianPairs(const std::vector<int>& pairs);
+// "1 cell", "2 cells": a count with its noun (`plural` when it is not "+s").
+std::string countOf(long n, const std::string& noun, const std::string& plural = "");
 // "2 (max 5, 1 never, of 19)" for a list of pair counts.
 std::string pairsFigure(const std::vector<int>& pairs);
 

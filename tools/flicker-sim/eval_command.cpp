@@ -97,7 +97,7 @@ int reportFailures(const flicker_eval::PoolReport& report, CliIo io) {
     return kExitOk;
   }
   return failWith(io, kExitFailed,
-                  std::to_string(failed) + " runs did not complete (see the list above)");
+                  flicker_eval::countOf(failed, "run") + " did not complete (see the list above)");
 }
 
 bool writeCsv(const std::string& path, const std::vector<CellOutcome>& outcomes) {
@@ -179,13 +179,13 @@ void printGrid(const EvalOptions& o, const std::vector<CellOutcome>& outcomes,
 }
 
 void printSoak(const flicker_eval::SoakReport& r, std::ostream& out) {
-  out << fmt("%d runs, ", r.runs) << fmt("%.2f simulated hours: ", r.hours)
-      << fmt("%d false switches ", r.falseSwitches) << fmt("(%.2f per hour); ", r.perHour())
-      << fmt("%.0f s of wall time, ", r.wallSeconds)
+  out << flicker_eval::countOf(r.runs, "run") << ", " << fmt("%.2f simulated hours: ", r.hours)
+      << flicker_eval::countOf(r.falseSwitches, "false switch", "false switches")
+      << fmt(" (%.2f per hour); ", r.perHour()) << fmt("%.0f s of wall time, ", r.wallSeconds)
       << fmt("%.0f times real time\n", r.wallSeconds > 0 ? r.hours * 3600.0 / r.wallSeconds : 0.0);
   for (const CellOutcome& o : r.switching) {
     out << "  " << o.cell.label() << " seed " << o.cell.seed << ": "
-        << (o.ok ? std::to_string(o.switches) + " switches, ended " +
+        << (o.ok ? flicker_eval::countOf(o.switches, "switch", "switches") + ", ended " +
                        std::to_string(o.summary.lockedHz) + " Hz"
                  : "run failed: " + o.error)
         << "\n";
@@ -222,12 +222,14 @@ int runEvaluation(const CliOptions& parsed, const EvalOptions& o,
   const std::string seeds = flicker_eval::seedSetLine(static_cast<uint64_t>(o.seedBase));
   if (!o.json) {
     if (soak) {
-      io.out << "soak: " << o.soakHours << " simulated hours in " << cells.size()
-             << " runs of scenes without mains flicker, " << o.secondsPerRun() << " s each; "
-             << seeds << "\n";
+      io.out << "soak: " << o.soakHours << " simulated hours in "
+             << flicker_eval::countOf(static_cast<long>(cells.size()), "run")
+             << " of scenes without mains flicker, " << o.secondsPerRun() << " s each; " << seeds
+             << "\n";
     } else {
-      io.out << "grid " << o.gridName() << ": " << cells.size() << " cells, " << o.secondsPerRun()
-             << " s simulated each; " << seeds << "\n";
+      io.out << "grid " << o.gridName() << ": "
+             << flicker_eval::countOf(static_cast<long>(cells.size()), "cell") << ", "
+             << o.secondsPerRun() << " s simulated each; " << seeds << "\n";
     }
     io.out << "tuning " << o.tuning.describe() << " (words 0..12: " << wordsText(tuning) << ")\n"
            << std::flush;
@@ -259,7 +261,8 @@ int runEvaluation(const CliOptions& parsed, const EvalOptions& o,
     if (!o.json) {
       printGrid(o, report.outcomes, merit, io.out);
       io.out << "\n"
-             << cells.size() << " cells in " << fmt("%.1f", wall) << " s of wall time, " << jobs
+             << flicker_eval::countOf(static_cast<long>(cells.size()), "cell") << " in "
+             << fmt("%.1f", wall) << " s of wall time, " << jobs
              << (jobs == 1 ? " process" : " worker processes") << "\n";
     }
   }
@@ -297,9 +300,10 @@ int runComparison(const CliOptions& parsed, const EvalOptions& o,
   }
   const int jobs = o.workers(cells.size());
   if (!o.json) {
-    io.out << "grid " << o.gridName() << ": " << cells.size() << " cells, " << o.secondsPerRun()
-           << " s simulated each; " << flicker_eval::seedSetLine(static_cast<uint64_t>(o.seedBase))
-           << "\n"
+    io.out << "grid " << o.gridName() << ": "
+           << flicker_eval::countOf(static_cast<long>(cells.size()), "cell") << ", "
+           << o.secondsPerRun() << " s simulated each; "
+           << flicker_eval::seedSetLine(static_cast<uint64_t>(o.seedBase)) << "\n"
            << "baseline:  " << o.baseline.describe()
            << " (words 0..12: " << wordsText(baseline.algoPart()) << ")\n"
            << "candidate: " << o.tuning.describe()
