@@ -138,7 +138,7 @@ TEST(CliTest, KeysShowTheScenariosDefaults) {
 }
 
 // The CSV has its fixed header and one well-formed row per analysed pair;
-// JSON and text give the lock; the plot is an SVG with the last pair drawn.
+// JSON and text give the lock; the plot is an SVG with the deciding pair drawn.
 TEST(CliTest, RunOutputs) {
   tools_test::TempDir dir;
   auto run = [](std::vector<std::string> more) {
