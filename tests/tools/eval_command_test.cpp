@@ -201,6 +201,11 @@ struct CompareCase {
   const char* warning;  // a part of stderr
 };
 
+// Test names read as the case, not as its bytes.
+void PrintTo(const CompareCase& c, std::ostream* os) {
+  *os << c.what;
+}
+
 class ComparisonTest : public ::testing::TestWithParam<CompareCase> {};
 
 // Of the quick grid's four still cells of a steady lamp at 25 fps, two start
