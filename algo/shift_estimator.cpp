@@ -1,0 +1,114 @@
+#include "shift_estimator.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace open_algo {
+namespace {
+
+// A vertical scene shift is removed from the difference when it is this many
+// standard errors from zero, changes the difference by at least this rms (a
+// quarter of the default amplitude floor), and explains at least this share
+// of the difference's residual.
+constexpr double kShiftSignificance = 3.0;
+constexpr double kMinShiftRms = 0.001;
+constexpr double kMinShiftShare = 0.5;
+
+}  // namespace
+
+bool ShiftEstimator::buildGradient(const LineBinner& binner, int w) {
+  const int subBins = binner.subBins();
+  const int subLines = binner.subLines();
+  const int binLines = binner.binLines();
+  const auto levelAt = [&](int line, bool* fine) {
+    const double x = (line - 0.5 * subLines) / subLines;
+    int j0 = static_cast<int>(std::floor(x));
+    double frac = x - j0;
+    if (j0 < 0) {
+      j0 = 0;
+      frac = 0.0;
+    }
+    if (j0 >= subBins - 1) {
+      j0 = subBins - 1;
+      frac = 0.0;
+    }
+    const int j1 = std::min(j0 + 1, subBins - 1);
+    const int flags = binner.subLevel(0, w, j0) | binner.subLevel(1, w, j0) |
+                      binner.subLevel(0, w, j1) | binner.subLevel(1, w, j1);
+    *fine = *fine && flags == 0;
+    const double v0 = binner.subSum(0, w, j0) + binner.subSum(1, w, j0);
+    const double v1 = binner.subSum(0, w, j1) + binner.subSum(1, w, j1);
+    return ((1.0 - frac) * v0 + frac * v1) / subLines;
+  };
+  bool fine = true;
+  double start = levelAt(0, &fine);
+  for (int b = 0; b < binner.bins(); ++b) {
+    const double end = levelAt((b + 1) * binLines, &fine);
+    const double bin = binner.sum(0, w, b) + binner.sum(1, w, b);
+    fine = fine && (binner.level(0, w, b) | binner.level(1, w, b)) == 0 && bin > 0.0;
+    // The difference 2 (c - a) / (c + a) of a bin changed by s (end - start)
+    // per frame.
+    grad_[w][b] = fine ? (end - start) / bin : 0.0;
+    start = end;
+  }
+  return fine;
+}
+
+void ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& fitter, int diffModel,
+                                 int windows, PairEvidence* out) {
+  if (binner.subBins() == 0) {
+    return;
+  }
+  const int bins = binner.bins();
+  double sxx = 0.0, sxy = 0.0, rss = 0.0;
+  int dof = 0, count = 0;
+  bool used[kMaxWindows] = {};
+  for (int w = 0; w < windows; ++w) {
+    const double* d = binner.profile(LineBinner::kDiff, w);
+    const uint8_t* ok = binner.kept(LineBinner::kDiff, w);
+    RippleLeastSquares::Solution sd, sg;
+    if (!buildGradient(binner, w) || !fitter.solve(d, ok, diffModel, &sd) ||
+        !fitter.solve(grad_[w], ok, diffModel, &sg)) {
+      continue;
+    }
+    used[w] = true;
+    for (int b = 0; b < bins; ++b) {
+      if (ok[b] != 0) {
+        // The gradient's residual is orthogonal to the model, the mean
+        // included: its product with the difference is the one with the
+        // difference's residual.
+        const double rg = fitter.residualAt(grad_[w], sg, b);
+        sxy += rg * d[b];
+        sxx += rg * rg;
+        ++count;
+      }
+    }
+    rss += sd.rss;
+    dof += sd.dof;
+  }
+  if (!(sxx > 0.0) || !(rss > 0.0) || dof < 2) {
+    return;
+  }
+  const double s = sxy / sxx;
+  out->shift = s;
+  out->shiftError = std::sqrt(std::max(0.0, rss - s * sxy) / (dof - 1) / sxx);
+  // Significant, within the linear range, large enough to matter (in a still
+  // scene a tiny shift only fits the ripple's own shape errors), and what the
+  // residual is made of (a deep ripple's shape errors also correlate with the
+  // gradient, but explain little of the residual).
+  const double rms = std::fabs(s) * std::sqrt(sxx / count);
+  if (std::fabs(s) < kShiftSignificance * out->shiftError || std::fabs(s) > binner.binLines() ||
+      rms < kMinShiftRms || s * sxy < kMinShiftShare * rss) {
+    return;
+  }
+  out->shiftRemoved = true;
+  for (int w = 0; w < windows; ++w) {
+    const uint8_t* ok = binner.kept(LineBinner::kDiff, w);
+    double* d = binner.difference(w);
+    for (int b = 0; used[w] && b < bins; ++b) {
+      d[b] -= ok[b] != 0 ? s * grad_[w][b] : 0.0;
+    }
+  }
+}
+
+}  // namespace open_algo
