@@ -234,9 +234,9 @@ void OpenFlickerAlgo::logEvidence() const {
   }
   const PairEvidence& e = evidence_;
   ALGO_LOGV(log_,
-            "analysable(%d) bins(%d x %d lines) residual(%.4f) change(%d) shift(%.2f +- %.2f "
-            "lines%s)",
-            e.analysable, e.bins, e.binLines, e.sceneResidual, e.sceneChange, e.shift, e.shiftError,
+            "analysable(%d) bins(%d x %d lines) residual(%.4f of %.4f) lone(%.2f) change(%d) "
+            "shift(%.2f +- %.2f lines%s)",
+            e.analysable, e.bins, e.binLines, e.sceneResidual, e.differenceSigma, e.loneExplained, e.sceneChange, e.shift, e.shiftError,
             e.shiftRemoved ? ", removed" : "");
   if (e.periodTested) {
     ALGO_LOGV(log_,

@@ -48,10 +48,16 @@ struct PairEvidence {
   // The exposure integrates whole periods of the ripple (and so of all its
   // harmonics): no frame can show it, and its harmonic is not fitted.
   bool cancelled[kRipples];
-  // Median residual rms of the difference fit, less an allowance for the
-  // harmonics of a strong ripple.
+  // Median residual rms of the difference fit, and the same less an
+  // allowance for the harmonics of a strong ripple.
+  double differenceSigma;
   double sceneResidual;
   bool sceneChange;                    // the difference is not explained: motion or a cut
+  // The difference was fitted with one ripple alone (the other cancelled,
+  // the readout too short for both): what that ripple explains beyond the
+  // difference's trend, over what is left (median over the windows); -1 when
+  // both ripples were fitted.
+  double loneExplained;
   RippleSummary temporal[kRipples];    // difference series
   RippleSummary spatial[2][kRipples];  // [frame][ripple]
   double temporalAmplitude[kRipples];  // frame ripple estimated from the difference

@@ -12,10 +12,24 @@ constexpr double kPi = 3.14159265358979323846;
 // Fewer bins leave too few degrees of freedom beyond the eight parameters of
 // a frame's fit.
 constexpr int kMinBins = kMaxTrendTerms + 2 * kRipples + 6;
-// The analysed readout must span at least one 100 Hz period: over less, a
-// frame shows under one band of either ripple and the two frequencies (and
-// the trend) cannot be told apart, whatever the fit's conditioning says.
+// With both ripples in play the analysed readout must span at least one
+// 100 Hz period: over less, a frame shows under one band of either ripple and
+// the two frequencies (and the trend) cannot be told apart, whatever the
+// fit's conditioning says.
 constexpr double kMinReadoutPeriods = 1.0;
+// With one ripple cancelled by the exposure, bins are laid out down to this
+// many 100 Hz periods; the fit's conditioning (kMaxInflation) then decides.
+constexpr double kMinShortReadoutPeriods = 0.3;
+// A lone ripple is fitted while the line of the difference's trend leaves at
+// least a fifth of its amplitude (its variance at most 25 times that of a
+// ripple over whole periods): about 0.4 periods of it.
+constexpr double kMaxInflation = 25.0;
+// The cancelled ripple's column stays in the difference's fit as a probe of
+// texture and motion while it doubles the other ripple's variance at most.
+constexpr double kProbeCost = 2.0;
+// A lone ripple's fit votes when it explains at least this many times what it
+// leaves of the difference beyond the trend (evidence from half of it).
+constexpr double kMinLoneExplained = 16.0;
 // A harmonic needs this many bins per 120 Hz period (three per period of
 // 240 Hz) to be told from the trend.
 constexpr double kMinBinsPerHarmonicPeriod = 6.0;
@@ -56,24 +70,61 @@ double sincAbs(double x) {
 
 }  // namespace
 
-void RippleAnalyzer::chooseModels(double lineTime, PairEvidence* out) {
+bool RippleAnalyzer::chooseModels(double lineTime, PairEvidence* out) {
   using LS = RippleLeastSquares;
-  frameModel_ = LS::modelKey(true, kFundamentals);
-  diffModel_ = LS::modelKey(false, kFundamentals);
+  const int frameJoint = LS::modelKey(true, kFundamentals);
+  const int diffJoint = LS::modelKey(false, kFundamentals);
+  frameModel_ = frameJoint;
+  diffModel_ = diffJoint;
   altModels_ = 0;
-  for (int f = 0; f < kRipples; ++f) {
-    out->cancelled[f] = out->exposureGain[f] < kCancelledGain;
-  }
+  lone_ = false;
   const double binsPer120 = 1.0 / (kRippleHz[1] * lineTime * binner_.binLines());
   const double readout = static_cast<double>(binner_.bins()) * binner_.binLines() * lineTime;
   const bool singleHarmonicOk = binsPer120 >= kMinBinsPerHarmonicPeriod;
+  if (out->cancelled[0] != out->cancelled[1]) {
+    // One ripple is cancelled: no frame can show it, so its column only
+    // probes texture and motion. Over a short readout that probe takes the
+    // other ripple's place (the two columns are nearly parallel); the
+    // difference is then fitted with the other ripple alone, a sinusoid and
+    // a line, down to the readout where the line takes most of it.
+    const int f = out->cancelled[0] ? 1 : 0;
+    const int single = LS::modelKey(false, 1u << f);
+    const double alone = fitter_.inflation(single, f);
+    const bool probe =
+        fitter_.usable(diffJoint) && fitter_.inflation(diffJoint, f) <= kProbeCost * alone;
+    if (!probe) {
+      if (!fitter_.usable(single) || alone > kMaxInflation) {
+        return false;
+      }
+      diffModel_ = single;
+      lone_ = true;
+      const int harmonic = LS::modelKey(false, (1u << f) | (1u << (kRipples + f)));
+      if (singleHarmonicOk && fitter_.usable(harmonic)) {
+        altModel_[altModels_++] = harmonic;
+      }
+      // A frame is fitted for the ripple it can show, when its cubic trend
+      // leaves enough of it.
+      const int frameSingle = LS::modelKey(true, 1u << f);
+      frameModel_ = -1;
+      for (const int key : {frameJoint, frameSingle}) {
+        if (frameModel_ < 0 && fitter_.usable(key) && fitter_.inflation(key, f) <= kMaxInflation) {
+          frameModel_ = key;
+        }
+      }
+      return true;
+    }
+  }
+  if (!fitter_.usable(frameJoint) || !fitter_.usable(diffJoint) ||
+      readout * kRippleHz[0] < kMinReadoutPeriods) {
+    return false;  // the two ripples cannot be told apart over this readout
+  }
   if (singleHarmonicOk && readout * kRippleHz[0] >= kMinHarmonicReadoutPeriods) {
     const int both = LS::modelKey(false, kFundamentals | (kFundamentals << kRipples));
     diffModel_ = fitter_.usable(both) ? both : diffModel_;
-    return;
+    return true;
   }
   if (!singleHarmonicOk) {
-    return;
+    return true;
   }
   // Over a short readout both harmonics and both fundamentals are too many
   // columns, but one harmonic with both fundamentals is not. Each ripple's
@@ -87,15 +138,17 @@ void RippleAnalyzer::chooseModels(double lineTime, PairEvidence* out) {
       altModel_[altModels_++] = alt;
     }
   }
+  return true;
 }
 
-void RippleAnalyzer::fitSeries(int series, int windows, int key, WindowFit* fits) {
+void RippleAnalyzer::fitSeries(int series, int windows, int key, WindowFit* fits, bool explain) {
   for (int w = 0; w < windows; ++w) {
-    fitter_.fit(binner_.profile(series, w), binner_.kept(series, w), key, &fits[w]);
+    fitter_.fit(binner_.profile(series, w), binner_.kept(series, w), key, &fits[w], explain);
   }
 }
 
 void RippleAnalyzer::fitDifference(int windows, const AlgoKnobs& knobs) {
+  loneModel_ = diffModel_;
   fitSeries(LineBinner::kDiff, windows, diffModel_, fits_[LineBinner::kDiff]);
   double best = WindowCombiner::medianSigma(fits_[LineBinner::kDiff], windows);
   for (int i = 0; i < altModels_; ++i) {
@@ -110,8 +163,31 @@ void RippleAnalyzer::fitDifference(int windows, const AlgoKnobs& knobs) {
     if (h.evidence >= kHarmonicEvidence && sigma >= 0.0 && sigma < kHarmonicResidualShare * best) {
       std::copy(altFits_, altFits_ + windows, fits_[LineBinner::kDiff]);
       best = sigma;
+      loneModel_ = key;
     }
   }
+}
+
+double RippleAnalyzer::commonExplained(int windows) {
+  // Light reaches every window alike; motion and texture do not. The mean of
+  // the windows' differences keeps a lamp's ripple and any other light's
+  // modulation, and averages motion down.
+  double mean[kMaxBins];
+  uint8_t kept[kMaxBins];
+  for (int b = 0; b < binner_.bins(); ++b) {
+    double sum = 0.0;
+    int n = 0;
+    for (int w = 0; w < windows; ++w) {
+      if (fits_[LineBinner::kDiff][w].valid && binner_.kept(LineBinner::kDiff, w)[b] != 0) {
+        sum += binner_.profile(LineBinner::kDiff, w)[b];
+        ++n;
+      }
+    }
+    kept[b] = n > 0 ? 1 : 0;
+    mean[b] = n > 0 ? sum / n : 0.0;
+  }
+  WindowFit common;
+  return fitter_.fit(mean, kept, loneModel_, &common, true) ? common.explained : 0.0;
 }
 
 void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& knobs,
@@ -133,20 +209,31 @@ void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& kno
     out->temporal[f] =
         WindowCombiner::combine(diff, f, in.windows, out->frozen[f] ? 0.0 : 0.5 / v, knobs);
     out->temporalAmplitude[f] = out->temporal[f].amplitude;
-    strongest = std::max(strongest, out->temporal[f].amplitude * 2.0 * v);
+    // What the difference shows of it beyond its trend (over a short readout
+    // the line takes a share of a large fitted amplitude).
+    const double beyondTrend = lone_ ? 1.0 / std::sqrt(std::max(1.0, inflation_[f])) : 1.0;
+    strongest = std::max(strongest, out->temporal[f].amplitude * 2.0 * v * beyondTrend);
   }
   // A strong ripple leaves harmonics (the log is not linear) that the fit does
   // not model; they are allowed for before the residual counts as motion.
   out->differenceFitted = n >= std::max(1, (in.windows + 1) / 2);
+  out->differenceSigma = n > 0 ? WindowCombiner::median(sigma, n) : 1.0;
+  out->loneExplained = lone_ && n > 0 ? commonExplained(in.windows) : -1.0;
   out->sceneResidual =
-      n > 0 ? std::max(0.0, WindowCombiner::median(sigma, n) - kHarmonicAllowance * strongest)
-            : 1.0;
+      n > 0 ? std::max(0.0, out->differenceSigma - kHarmonicAllowance * strongest) : 1.0;
   // Without enough fitted windows the residual says nothing about motion.
   out->sceneChange = out->differenceFitted && out->sceneResidual >= kResidualHigh;
   const double stillness =
       1.0 - WindowCombiner::ramp(out->sceneResidual, kResidualLow, kResidualHigh);
+  // A lone ripple must explain the difference: over a short readout a
+  // sinusoid and a line also fit part of any smooth or foreign pattern (a PWM
+  // lamp's bands, a drifting edge), coherently across the windows.
+  const double explained =
+      lone_ ? WindowCombiner::ramp(out->loneExplained, 0.5 * kMinLoneExplained, kMinLoneExplained)
+            : 1.0;
   for (int f = 0; f < kRipples; ++f) {
-    out->temporalEvidence[f] = out->frozen[f] ? 0.0 : out->temporal[f].evidence * stillness;
+    out->temporalEvidence[f] =
+        out->frozen[f] ? 0.0 : out->temporal[f].evidence * stillness * explained;
   }
 }
 
@@ -174,32 +261,41 @@ void RippleAnalyzer::summariseSpatial(const PairInput& in, const AlgoKnobs& knob
 }
 
 bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out) {
-  using LS = RippleLeastSquares;
   *out = PairEvidence{};
   for (int f = 0; f < kRipples; ++f) {
     out->exposureGain[f] = sincAbs(kRippleHz[f] * in.exposure);
+    out->cancelled[f] = out->exposureGain[f] < kCancelledGain;
   }
-  if (!binner_.plan(in, knobs.searchRange, kMinBins, kMinReadoutPeriods)) {
+  // With one ripple cancelled a readout shorter than one period may still
+  // show the other; chooseModels() decides how short.
+  const bool oneCancelled = out->cancelled[0] != out->cancelled[1];
+  const double minPeriods = oneCancelled ? kMinShortReadoutPeriods : kMinReadoutPeriods;
+  if (!binner_.plan(in, knobs.searchRange, kMinBins, minPeriods)) {
     return false;
   }
   fitter_.setLayout(binner_.bins(), binner_.binLines(), in.lineTime);
-  if (!fitter_.usable(LS::modelKey(true, kFundamentals)) ||
-      !fitter_.usable(LS::modelKey(false, kFundamentals))) {
-    return false;  // the two ripples cannot be told apart over this readout
+  if (!chooseModels(in.lineTime, out)) {
+    return false;
   }
-  chooseModels(in.lineTime, out);
+  for (int f = 0; f < kRipples; ++f) {
+    inflation_[f] = fitter_.inflation(diffModel_, f);
+  }
   out->bins = binner_.bins();
   out->binLines = binner_.binLines();
   binner_.planSubBins(in, knobs.searchRange);
   const bool periodsFit = periods_.plan(in.lineTime, binner_.subLines(), binner_.subBins());
-  if (!periodsFit) {
-    binner_.dropSubBins();  // too short a readout to compare a 100 Hz period on
-  }
   binner_.bin(in, knobs, 0);
   binner_.bin(in, knobs, 1);
   binner_.buildDifference(in.windows);
-  fitSeries(0, in.windows, frameModel_, fits_[0]);
-  fitSeries(1, in.windows, frameModel_, fits_[1]);
+  for (int k = 0; k < 2; ++k) {
+    if (frameModel_ >= 0) {
+      fitSeries(k, in.windows, frameModel_, fits_[k]);
+    } else {
+      for (int w = 0; w < in.windows; ++w) {
+        fits_[k][w].valid = false;
+      }
+    }
+  }
   shift_.removeShift(binner_, fitter_, diffModel_, in.windows, out);
   fitDifference(in.windows, knobs);
   summariseTemporal(in, knobs, out);

@@ -42,9 +42,14 @@ class RippleAnalyzer {
   bool analyse(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
 
  private:
-  void chooseModels(double lineTime, PairEvidence* out);
-  void fitSeries(int series, int windows, int key, WindowFit* fits);
+  // Fit models of the frames and of the difference for this pair; false when
+  // the readout cannot show what the exposure leaves.
+  bool chooseModels(double lineTime, PairEvidence* out);
+  void fitSeries(int series, int windows, int key, WindowFit* fits, bool explain = false);
   void fitDifference(int windows, const AlgoKnobs& knobs);
+  // What a lone ripple explains of the windows' mean difference beyond its
+  // trend, over what it leaves.
+  double commonExplained(int windows);
   void summariseTemporal(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
   void summariseSpatial(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
 
@@ -52,11 +57,14 @@ class RippleAnalyzer {
   RippleLeastSquares fitter_;
   ShiftEstimator shift_;
   PeriodTest periods_;
-  int frameModel_ = 0;  // model keys of the current pair
+  int frameModel_ = 0;  // model keys of the current pair; -1: frames not fitted
   int diffModel_ = 0;
   // Candidate models of the difference with one second harmonic.
   int altModel_[kRipples] = {};
   int altModels_ = 0;
+  bool lone_ = false;  // the difference carries one ripple alone
+  int loneModel_ = 0;  // ... under this model (with its harmonic when kept)
+  double inflation_[kRipples] = {};  // variance inflation of the difference's ripples
   WindowFit fits_[LineBinner::kSeries][kMaxWindows] = {};
   WindowFit altFits_[kMaxWindows] = {};
 };

@@ -192,6 +192,14 @@ bool RippleLeastSquares::usable(int key) {
   return fullOk_[key];
 }
 
+double RippleLeastSquares::inflation(int key, int component) {
+  if (!usable(key) || bins_ <= 0) {
+    return 0.0;
+  }
+  const double* var = &fullVar_[key][2 * component];
+  return 0.25 * bins_ * (var[0] + var[1]);
+}
+
 bool RippleLeastSquares::solve(const double* y, const uint8_t* ok, int key, Solution* sol) {
   int n = 0;
   double mean = 0.0;
@@ -272,11 +280,19 @@ double RippleLeastSquares::residualAt(const double* y, const Solution& sol, int 
   return y[b] - fitted;
 }
 
-bool RippleLeastSquares::fit(const double* y, const uint8_t* ok, int key, WindowFit* fit) {
+bool RippleLeastSquares::fit(const double* y, const uint8_t* ok, int key, WindowFit* fit,
+                             bool explain) {
   fit->valid = false;
+  fit->explained = 0.0;
   Solution sol;
   if (!solve(y, ok, key, &sol)) {
     return false;
+  }
+  if (explain) {
+    Solution trend;
+    if (solve(y, ok, key & kCubicTrendKey, &trend)) {
+      fit->explained = (trend.rss - sol.rss) / std::max(sol.rss, 1e-30);
+    }
   }
   const double sigma2 = sol.rss / sol.dof;
   fit->sigma = std::sqrt(sigma2);

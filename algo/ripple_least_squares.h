@@ -37,6 +37,9 @@ struct WindowFit {
   double im[kComponents];
   double se[kComponents];  // standard error of the amplitude
   double sigma;            // residual rms
+  // What the ripple columns explain beyond the trend, over what is left:
+  // (rss of the trend alone - rss) / rss. Filled by fit() when asked for.
+  double explained;
 };
 
 class RippleLeastSquares {
@@ -66,11 +69,18 @@ class RippleLeastSquares {
   // The model can be solved over all bins (its normal matrix is safely
   // positive definite).
   bool usable(int key);
+  // Variance inflation of component `component`'s coefficients in the
+  // all-bins fit of a usable model: their variance against that of a lone
+  // sinusoid over whole periods (2 / bins). 1 when no other column can take
+  // the component's place; over a short readout the trend and the other
+  // ripple take much of it, and its standard error grows by the square root.
+  double inflation(int key, int component);
   bool solve(const double* y, const uint8_t* ok, int key, Solution* sol);
   // Residual of a solved series at bin b (meaningful where the series is kept).
   double residualAt(const double* y, const Solution& sol, int b) const;
-  // Solves and turns the ripple coefficients into phasors with errors.
-  bool fit(const double* y, const uint8_t* ok, int key, WindowFit* fit);
+  // Solves and turns the ripple coefficients into phasors with errors;
+  // `explain`: also fit the trend alone and fill fit->explained.
+  bool fit(const double* y, const uint8_t* ok, int key, WindowFit* fit, bool explain = false);
 
  private:
   using Matrix = double[kFitParams][kFitParams];

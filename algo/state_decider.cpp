@@ -80,8 +80,10 @@ void StateDecider::resetTo(int32_t code) {
 
 ProbeSample StateDecider::probeSample(const PairEvidence& ev) const {
   ProbeSample s{};
+  // Without the probe's column in the difference's fit there is nothing to
+  // compare against.
   if (!isFrequency(applied_) || !ev.analysable || ev.sceneChange || !ev.differenceFitted ||
-      ev.periodRipple >= 0) {
+      ev.periodRipple >= 0 || ev.loneExplained >= 0.0) {
     return s;
   }
   const int probe = applied_;
@@ -174,14 +176,15 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
 
 double StateDecider::rival(const PairEvidence& ev, const double* amplitude, int f) {
   const int other = 1 - f;
-  if (!ev.cancelled[other] || ev.frozen[other] || ev.visibility[f] <= 0.0) {
+  if (!ev.cancelled[other] || ev.visibility[f] <= 0.0) {
     return amplitude[other];
   }
-  // The exposure leaves no ripple of the other frequency: its column holds
-  // texture and motion, which enter the difference alike at both frequencies.
-  // Compare what the difference shows, not the frame ripples behind it (the
-  // lower visibility would otherwise inflate the one that votes).
-  return ev.temporalAmplitude[other] * ev.visibility[other] / ev.visibility[f];
+  // The exposure leaves no ripple of the other frequency, frozen or not: its
+  // column holds texture and motion, which enter the difference alike at
+  // both frequencies (and nothing at all when it was not fitted). Compare
+  // what the difference shows, not the frame ripples behind it (the lower
+  // visibility would otherwise inflate the one that votes).
+  return 0.5 * ev.temporal[other].phasor / ev.visibility[f];
 }
 
 bool StateDecider::returnWouldNotHelp(int32_t code) const {
