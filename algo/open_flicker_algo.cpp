@@ -248,10 +248,11 @@ void OpenFlickerAlgo::logEvidence() const {
   }
   for (int f = 0; f < kRipples; ++f) {
     ALGO_LOGV(log_,
-              "%.0f Hz: gain(%.3f) vis(%.3f%s) diff amp(%.4f) snr(%.1f) agree(%.2f) ev(%.2f) | "
+              "%.0f Hz: gain(%.3f) vis(%.3f%s) diff amp(%.4f) snr(%.1f) agree(%.2f) leak(%.4f) ev(%.2f) | "
               "frame amp(%.4f/%.4f) snr(%.1f/%.1f) ev(%.2f)",
               kRippleHz[f], e.exposureGain[f], e.visibility[f], e.frozen[f] ? " frozen" : "",
               e.temporalAmplitude[f], e.temporal[f].snr, e.temporal[f].agreement,
+              e.shiftLeak[f] > 0.0 ? e.temporal[f].phasor / e.shiftLeak[f] : -1.0,
               e.temporalEvidence[f], e.spatial[0][f].amplitude, e.spatial[1][f].amplitude,
               e.spatial[0][f].snr, e.spatial[1][f].snr, e.spatialEvidence[f]);
   }

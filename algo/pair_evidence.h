@@ -88,6 +88,9 @@ struct PairEvidence {
   double shift;
   double shiftError;
   bool shiftRemoved;
+  // Per ripple: what the shift may have put into the difference's ripple
+  // column, in the difference's units (0 when no shift was estimated).
+  double shiftLeak[kRipples];
 };
 
 }  // namespace open_algo

@@ -30,6 +30,10 @@ constexpr double kProbeCost = 2.0;
 // A lone ripple's fit votes when it explains at least this many times what it
 // leaves of the difference beyond the trend (evidence from half of it).
 constexpr double kMinLoneExplained = 16.0;
+// A ripple's evidence ramps up from this many times the shift's leak into its
+// column to this many.
+constexpr double kLeakLow = 1.5;
+constexpr double kLeakHigh = 3.0;
 // A harmonic needs this many bins per 120 Hz period (three per period of
 // 240 Hz) to be told from the trend.
 constexpr double kMinBinsPerHarmonicPeriod = 6.0;
@@ -232,8 +236,14 @@ void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& kno
       lone_ ? WindowCombiner::ramp(out->loneExplained, 0.5 * kMinLoneExplained, kMinLoneExplained)
             : 1.0;
   for (int f = 0; f < kRipples; ++f) {
+    // A ripple must stand above what the scene's vertical shift may have put
+    // into its column.
+    const double leak = out->shiftLeak[f];
+    const double aboveLeak =
+        leak > 0.0 ? WindowCombiner::ramp(out->temporal[f].phasor / leak, kLeakLow, kLeakHigh)
+                   : 1.0;
     out->temporalEvidence[f] =
-        out->frozen[f] ? 0.0 : out->temporal[f].evidence * stillness * explained;
+        out->frozen[f] ? 0.0 : out->temporal[f].evidence * stillness * explained * aboveLeak;
   }
 }
 

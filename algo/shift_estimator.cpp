@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "window_combiner.h"
+
 namespace open_algo {
 namespace {
 
@@ -13,6 +15,8 @@ namespace {
 constexpr double kShiftSignificance = 3.0;
 constexpr double kMinShiftRms = 0.001;
 constexpr double kMinShiftShare = 0.5;
+// The shift's uncertainty counts as this many standard errors of it.
+constexpr double kLeakErrors = 2.0;
 
 }  // namespace
 
@@ -61,8 +65,10 @@ void ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& fitter,
   }
   const int bins = binner.bins();
   double sxx = 0.0, sxy = 0.0, rss = 0.0;
-  int dof = 0, count = 0;
+  int dof = 0, count = 0, usedWindows = 0;
   bool used[kMaxWindows] = {};
+  // Per ripple, what one line of shift puts into each window's ripple column.
+  double gradRe[kRipples][kMaxWindows], gradIm[kRipples][kMaxWindows];
   for (int w = 0; w < windows; ++w) {
     const double* d = binner.profile(LineBinner::kDiff, w);
     const uint8_t* ok = binner.kept(LineBinner::kDiff, w);
@@ -72,6 +78,11 @@ void ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& fitter,
       continue;
     }
     used[w] = true;
+    for (int f = 0; f < kRipples; ++f) {
+      gradRe[f][usedWindows] = sg.beta[kMaxTrendTerms + 2 * f];
+      gradIm[f][usedWindows] = sg.beta[kMaxTrendTerms + 2 * f + 1];
+    }
+    ++usedWindows;
     for (int b = 0; b < bins; ++b) {
       if (ok[b] != 0) {
         // The gradient's residual is orthogonal to the model, the mean
@@ -97,8 +108,21 @@ void ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& fitter,
   // residual is made of (a deep ripple's shape errors also correlate with the
   // gradient, but explain little of the residual).
   const double rms = std::fabs(s) * std::sqrt(sxx / count);
-  if (std::fabs(s) < kShiftSignificance * out->shiftError || std::fabs(s) > binner.binLines() ||
-      rms < kMinShiftRms || s * sxy < kMinShiftShare * rss) {
+  const bool remove = std::fabs(s) >= kShiftSignificance * out->shiftError &&
+                      std::fabs(s) <= binner.binLines() && rms >= kMinShiftRms &&
+                      s * sxy >= kMinShiftShare * rss;
+  // What the shift (once removed, its uncertainty) may have put into each
+  // ripple's column, combined over the windows as the difference is. Beyond
+  // a bin the estimate leaves its linear range (a textureless scene gives
+  // wild ones), and a real shift that large is a scene change.
+  const double lines = std::min<double>(
+      binner.binLines(), (remove ? 0.0 : std::fabs(s)) + kLeakErrors * out->shiftError);
+  for (int f = 0; f < kRipples; ++f) {
+    const double re = WindowCombiner::median(gradRe[f], usedWindows);
+    const double im = WindowCombiner::median(gradIm[f], usedWindows);
+    out->shiftLeak[f] = lines * std::hypot(re, im);
+  }
+  if (!remove) {
     return;
   }
   out->shiftRemoved = true;

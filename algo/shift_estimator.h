@@ -12,7 +12,12 @@
 // difference's model (trend and ripple columns): a ripple's own derivative
 // lies in its ripple columns, so a strong ripple does not move the estimate.
 // It is removed only when it is significant, within one bin, large enough to
-// matter and what the difference's residual is made of.
+// matter and what the difference's residual is made of. What a shift puts
+// into the ripple columns themselves cannot be told from a ripple (a grating
+// of stripes near a band period, drifting, looks like bands that move): the
+// estimate bounds it instead, the shift (or, once removed, its uncertainty)
+// times the gradient's own ripple phasor, and a ripple must stand above that
+// leak to count.
 //
 // Threading: owns its arrays; one thread at a time. Never allocates.
 #pragma once
@@ -25,8 +30,9 @@ namespace open_algo {
 
 class ShiftEstimator {
  public:
-  // Estimates the shift into out->shift and out->shiftError, and removes it
-  // from the binner's difference (out->shiftRemoved) when it qualifies.
+  // Estimates the shift into out->shift and out->shiftError, bounds its leak
+  // into each ripple (out->shiftLeak), and removes it from the binner's
+  // difference (out->shiftRemoved) when it qualifies.
   void removeShift(LineBinner& binner, RippleLeastSquares& fitter, int diffModel, int windows,
                    PairEvidence* out);
 
