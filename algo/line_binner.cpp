@@ -156,17 +156,26 @@ void LineBinner::storeBin(int frame, int b, int windows, double logLines, uint64
   }
 }
 
-void LineBinner::buildDifference(int windows) {
+void LineBinner::buildDifference(int windows, int series, int from, int to) {
   // A bin dark in both frames, or clipped in both, says nothing.
   for (int w = 0; w < windows; ++w) {
     for (int b = 0; b < bins_; ++b) {
-      const double a = sum_[0][w][b];
-      const double c = sum_[1][w][b];
-      const int both = level_[0][w][b] & level_[1][w][b];
+      const double a = sum_[from][w][b];
+      const double c = sum_[to][w][b];
+      const int both = level_[from][w][b] & level_[to][w][b];
       const bool ok = a + c > 0.0 && both == 0;
-      ok_[kDiff][w][b] = ok ? 1 : 0;
-      profile_[kDiff][w][b] = ok ? 2.0 * (c - a) / (c + a) : 0.0;
+      ok_[series][w][b] = ok ? 1 : 0;
+      profile_[series][w][b] = ok ? 2.0 * (c - a) / (c + a) : 0.0;
     }
+  }
+}
+
+void LineBinner::keepReference(int frame, int windows) {
+  for (int w = 0; w < windows; ++w) {
+    std::copy(sum_[frame][w], sum_[frame][w] + bins_, sum_[kReference][w]);
+    std::copy(level_[frame][w], level_[frame][w] + bins_, level_[kReference][w]);
+    std::copy(subSum_[frame][w], subSum_[frame][w] + subBins_, subSum_[kReference][w]);
+    std::copy(subLevel_[frame][w], subLevel_[frame][w] + subBins_, subLevel_[kReference][w]);
   }
 }
 

@@ -16,7 +16,8 @@
 // ripples, bounded where a lamp's dark phase leaves one frame's bin near zero.
 // It keeps bins with dark entries and reads a bin with a clipped (or negative,
 // broken) entry as saturated; only a bin dark in both frames, or clipped in
-// both, is masked.
+// both, is masked. A frame's sums may be kept as a reference for later pairs:
+// the difference of a later frame against it spans a long time.
 //
 // Threading: owns its arrays; one thread at a time. Never allocates.
 #pragma once
@@ -30,9 +31,14 @@ namespace open_algo {
 
 class LineBinner {
  public:
-  // Series: 0 = frame slot 0, 1 = frame slot 1, 2 = difference (1 - 0).
-  static constexpr int kSeries = 3;
+  // Frames: 0 = slot 0, 1 = slot 1, 2 = the kept reference.
+  static constexpr int kFrames = 3;
+  static constexpr int kReference = 2;
+  // Series: 0 = frame slot 0, 1 = frame slot 1 (log profiles), 2 = their
+  // difference (1 - 0), 3 = slot 1 against the reference.
+  static constexpr int kSeries = 4;
   static constexpr int kDiff = 2;
+  static constexpr int kLong = 3;
   static constexpr int kMaxSubBins = 1024;
   // Level flags of a bin or sub-bin in one frame.
   static constexpr uint8_t kDark = 1;
@@ -55,8 +61,11 @@ class LineBinner {
 
   // Bins one frame, and its sub-bins, in one pass over its lines.
   void bin(const PairInput& in, const AlgoKnobs& knobs, int frame);
-  // Builds the difference series from the frames' bin sums.
-  void buildDifference(int windows);
+  // Builds difference series `series` of frame `to` against frame `from`
+  // from their bin sums.
+  void buildDifference(int windows, int series, int from, int to);
+  // Keeps frame `frame`'s sums as the reference.
+  void keepReference(int frame, int windows);
 
   int bins() const { return bins_; }
   int binLines() const { return binLines_; }
@@ -65,8 +74,8 @@ class LineBinner {
 
   const double* profile(int series, int window) const { return profile_[series][window]; }
   const uint8_t* kept(int series, int window) const { return ok_[series][window]; }
-  // The difference series, for the removal of a vertical shift.
-  double* difference(int window) { return profile_[kDiff][window]; }
+  // A difference series, for the removal of a vertical shift.
+  double* difference(int series, int window) { return profile_[series][window]; }
   // Per frame: bin sums (saturated where an entry clips) and level flags.
   double sum(int frame, int window, int b) const { return sum_[frame][window][b]; }
   uint8_t level(int frame, int window, int b) const { return level_[frame][window][b]; }
@@ -86,10 +95,10 @@ class LineBinner {
   int subLines_ = 0;
   double profile_[kSeries][kMaxWindows][kMaxBins] = {};
   uint8_t ok_[kSeries][kMaxWindows][kMaxBins] = {};
-  double sum_[2][kMaxWindows][kMaxBins] = {};
-  uint8_t level_[2][kMaxWindows][kMaxBins] = {};
-  double subSum_[2][kMaxWindows][kMaxSubBins] = {};
-  uint8_t subLevel_[2][kMaxWindows][kMaxSubBins] = {};
+  double sum_[kFrames][kMaxWindows][kMaxBins] = {};
+  uint8_t level_[kFrames][kMaxWindows][kMaxBins] = {};
+  double subSum_[kFrames][kMaxWindows][kMaxSubBins] = {};
+  uint8_t subLevel_[kFrames][kMaxWindows][kMaxSubBins] = {};
 };
 
 }  // namespace open_algo

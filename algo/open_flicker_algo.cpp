@@ -64,6 +64,7 @@ int32_t OpenFlickerAlgo::init(const FlkInitPara* para) {
   sensorPath_ = para->sensorPath;
   statLines_ = para->statLineCount;
   decider_.clearHistory();
+  analyzer_.forgetReference();
   const double lineTime =
       para->pixelClk > 0.0 ? static_cast<double>(para->lineLength) / para->pixelClk : 0.0;
   const bool timingOk =
@@ -82,6 +83,7 @@ int32_t OpenFlickerAlgo::release() {
   initialised_ = false;
   lineTime_ = 0.0;
   decider_.clearHistory();
+  analyzer_.forgetReference();
   decider_.forget();
   ALGO_LOG(log_, "released");
   return 0;
@@ -245,6 +247,13 @@ void OpenFlickerAlgo::logEvidence() const {
               e.periodicity[0], e.periodSpread[0], e.periodWindows[0], e.periodicity[1],
               e.periodSpread[1], e.periodWindows[1],
               e.periodRipple < 0 ? "none" : (e.periodRipple == 0 ? "100 Hz" : "120 Hz"));
+  }
+  if (e.longTested) {
+    ALGO_LOGV(log_,
+              "reference of age %d: residual(%.4f) 100 Hz amp(%.4f) snr(%.1f) ev(%.2f) | 120 Hz "
+              "amp(%.4f) snr(%.1f) ev(%.2f)",
+              e.longAge, e.longResidual, e.longRipple[0].amplitude, e.longRipple[0].snr,
+              e.longEvidence[0], e.longRipple[1].amplitude, e.longRipple[1].snr, e.longEvidence[1]);
   }
   for (int f = 0; f < kRipples; ++f) {
     ALGO_LOGV(log_,

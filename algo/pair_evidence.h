@@ -91,6 +91,17 @@ struct PairEvidence {
   // Per ripple: what the shift may have put into the difference's ripple
   // column, in the difference's units (0 when no shift was estimated).
   double shiftLeak[kRipples];
+  // A ripple frozen in this pair with the other cancelled, against a
+  // reference frame of an earlier pair (same exposure and geometry): whether
+  // the comparison ran, the reference's age in detections, each ripple as
+  // that difference shows it (amplitude: at least half the phasor, the
+  // phase having crept an unknown amount), its residual, and the evidence
+  // for the frozen ripple (0 for the other).
+  bool longTested;
+  int longAge;
+  RippleSummary longRipple[kRipples];
+  double longResidual;
+  double longEvidence[kRipples];
 };
 
 }  // namespace open_algo

@@ -34,6 +34,10 @@ constexpr double kMinLoneExplained = 16.0;
 // column to this many.
 constexpr double kLeakLow = 1.5;
 constexpr double kLeakHigh = 3.0;
+// A reference frame serves this many detections before a fresh one replaces
+// it: the phase of a frozen ripple creeps (mains drift, a frame rate a hair
+// off) and would in time come round a whole cycle.
+constexpr int kMaxReferenceAge = 48;
 // A harmonic needs this many bins per 120 Hz period (three per period of
 // 240 Hz) to be told from the trend.
 constexpr double kMinBinsPerHarmonicPeriod = 6.0;
@@ -145,19 +149,20 @@ bool RippleAnalyzer::chooseModels(double lineTime, PairEvidence* out) {
   return true;
 }
 
-void RippleAnalyzer::fitSeries(int series, int windows, int key, WindowFit* fits, bool explain) {
+void RippleAnalyzer::fitSeries(int series, int windows, int key, WindowFit* fits) {
   for (int w = 0; w < windows; ++w) {
-    fitter_.fit(binner_.profile(series, w), binner_.kept(series, w), key, &fits[w], explain);
+    fitter_.fit(binner_.profile(series, w), binner_.kept(series, w), key, &fits[w]);
   }
 }
 
-void RippleAnalyzer::fitDifference(int windows, const AlgoKnobs& knobs) {
-  loneModel_ = diffModel_;
-  fitSeries(LineBinner::kDiff, windows, diffModel_, fits_[LineBinner::kDiff]);
-  double best = WindowCombiner::medianSigma(fits_[LineBinner::kDiff], windows);
+int RippleAnalyzer::fitDifference(int series, int windows, const AlgoKnobs& knobs,
+                                  WindowFit* fits) {
+  int model = diffModel_;
+  fitSeries(series, windows, diffModel_, fits);
+  double best = WindowCombiner::medianSigma(fits, windows);
   for (int i = 0; i < altModels_; ++i) {
     const int key = altModel_[i];
-    fitSeries(LineBinner::kDiff, windows, key, altFits_);
+    fitSeries(series, windows, key, altFits_);
     // A harmonic is kept when it explains enough of the residual and the
     // windows agree on it as on a ripple: motion also lowers the residual of
     // a larger model, but not coherently.
@@ -165,14 +170,15 @@ void RippleAnalyzer::fitDifference(int windows, const AlgoKnobs& knobs) {
     const RippleSummary h = WindowCombiner::combine(altFits_, harmonic, windows, 1.0, knobs);
     const double sigma = WindowCombiner::medianSigma(altFits_, windows);
     if (h.evidence >= kHarmonicEvidence && sigma >= 0.0 && sigma < kHarmonicResidualShare * best) {
-      std::copy(altFits_, altFits_ + windows, fits_[LineBinner::kDiff]);
+      std::copy(altFits_, altFits_ + windows, fits);
       best = sigma;
-      loneModel_ = key;
+      model = key;
     }
   }
+  return model;
 }
 
-double RippleAnalyzer::commonExplained(int windows) {
+double RippleAnalyzer::commonExplained(int series, int windows, int model, const WindowFit* fits) {
   // Light reaches every window alike; motion and texture do not. The mean of
   // the windows' differences keeps a lamp's ripple and any other light's
   // modulation, and averages motion down.
@@ -182,8 +188,8 @@ double RippleAnalyzer::commonExplained(int windows) {
     double sum = 0.0;
     int n = 0;
     for (int w = 0; w < windows; ++w) {
-      if (fits_[LineBinner::kDiff][w].valid && binner_.kept(LineBinner::kDiff, w)[b] != 0) {
-        sum += binner_.profile(LineBinner::kDiff, w)[b];
+      if (fits[w].valid && binner_.kept(series, w)[b] != 0) {
+        sum += binner_.profile(series, w)[b];
         ++n;
       }
     }
@@ -191,59 +197,123 @@ double RippleAnalyzer::commonExplained(int windows) {
     mean[b] = n > 0 ? sum / n : 0.0;
   }
   WindowFit common;
-  return fitter_.fit(mean, kept, loneModel_, &common, true) ? common.explained : 0.0;
+  return fitter_.fit(mean, kept, model, &common, true) ? common.explained : 0.0;
+}
+
+void RippleAnalyzer::readDifference(int series, int from, int to, const double* scale,
+                                    int windows, const AlgoKnobs& knobs, DifferenceReading* r) {
+  r->shift = shift_.removeShift(binner_, fitter_, diffModel_, windows, series, from, to);
+  const int model = fitDifference(series, windows, knobs, r->fits);
+  double sigma[kMaxWindows];
+  int n = 0;
+  for (int w = 0; w < windows; ++w) {
+    if (r->fits[w].valid) {
+      sigma[n++] = r->fits[w].sigma;
+    }
+  }
+  double strongest = 0.0;
+  for (int f = 0; f < kRipples; ++f) {
+    r->ripple[f] = WindowCombiner::combine(r->fits, f, windows, scale[f], knobs);
+    // What the difference shows of it beyond its trend (over a short readout
+    // the line takes a share of a large fitted amplitude).
+    const double beyondTrend = lone_ ? 1.0 / std::sqrt(std::max(1.0, inflation_[f])) : 1.0;
+    strongest = std::max(strongest, scale[f] > 0.0 ? r->ripple[f].phasor * beyondTrend : 0.0);
+  }
+  r->fitted = n >= std::max(1, (windows + 1) / 2);
+  r->sigma = n > 0 ? WindowCombiner::median(sigma, n) : 1.0;
+  // A strong ripple leaves harmonics (the log is not linear) that the fit does
+  // not model; they are allowed for before the residual counts as motion.
+  r->residual = n > 0 ? std::max(0.0, r->sigma - kHarmonicAllowance * strongest) : 1.0;
+  r->explained = lone_ && n > 0 ? commonExplained(series, windows, model, r->fits) : -1.0;
+  const double stillness = 1.0 - WindowCombiner::ramp(r->residual, kResidualLow, kResidualHigh);
+  // A lone ripple must explain the difference: over a short readout a
+  // sinusoid and a line also fit part of any smooth or foreign pattern (a PWM
+  // lamp's bands, a drifting edge), coherently across the windows.
+  const double explained =
+      lone_ ? WindowCombiner::ramp(r->explained, 0.5 * kMinLoneExplained, kMinLoneExplained) : 1.0;
+  for (int f = 0; f < kRipples; ++f) {
+    // A ripple must stand above what the scene's vertical shift may have put
+    // into its column.
+    const double leak = r->shift.leak[f];
+    const double aboveLeak =
+        leak > 0.0 ? WindowCombiner::ramp(r->ripple[f].phasor / leak, kLeakLow, kLeakHigh) : 1.0;
+    r->evidence[f] = r->ripple[f].evidence * stillness * explained * aboveLeak;
+  }
 }
 
 void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& knobs,
                                        PairEvidence* out) {
-  const WindowFit* diff = fits_[LineBinner::kDiff];
-  double sigma[kMaxWindows];
-  int n = 0;
-  for (int w = 0; w < in.windows; ++w) {
-    if (diff[w].valid) {
-      sigma[n++] = diff[w].sigma;
-    }
-  }
-  double strongest = 0.0;
+  double scale[kRipples];
   for (int f = 0; f < kRipples; ++f) {
     const double v = std::fabs(std::sin(kPi * kRippleHz[f] * in.interval));
     out->visibility[f] = v;
     out->frozen[f] = v < knobs.minVisibility;
     // The difference holds the frame ripple times 2 v.
-    out->temporal[f] =
-        WindowCombiner::combine(diff, f, in.windows, out->frozen[f] ? 0.0 : 0.5 / v, knobs);
-    out->temporalAmplitude[f] = out->temporal[f].amplitude;
-    // What the difference shows of it beyond its trend (over a short readout
-    // the line takes a share of a large fitted amplitude).
-    const double beyondTrend = lone_ ? 1.0 / std::sqrt(std::max(1.0, inflation_[f])) : 1.0;
-    strongest = std::max(strongest, out->temporal[f].amplitude * 2.0 * v * beyondTrend);
+    scale[f] = out->frozen[f] ? 0.0 : 0.5 / v;
   }
-  // A strong ripple leaves harmonics (the log is not linear) that the fit does
-  // not model; they are allowed for before the residual counts as motion.
-  out->differenceFitted = n >= std::max(1, (in.windows + 1) / 2);
-  out->differenceSigma = n > 0 ? WindowCombiner::median(sigma, n) : 1.0;
-  out->loneExplained = lone_ && n > 0 ? commonExplained(in.windows) : -1.0;
-  out->sceneResidual =
-      n > 0 ? std::max(0.0, out->differenceSigma - kHarmonicAllowance * strongest) : 1.0;
+  DifferenceReading r;
+  readDifference(LineBinner::kDiff, 0, 1, scale, in.windows, knobs, &r);
+  out->shift = r.shift.shift;
+  out->shiftError = r.shift.error;
+  out->shiftRemoved = r.shift.removed;
+  out->differenceFitted = r.fitted;
+  out->differenceSigma = r.sigma;
+  out->sceneResidual = r.residual;
+  out->loneExplained = r.explained;
   // Without enough fitted windows the residual says nothing about motion.
-  out->sceneChange = out->differenceFitted && out->sceneResidual >= kResidualHigh;
-  const double stillness =
-      1.0 - WindowCombiner::ramp(out->sceneResidual, kResidualLow, kResidualHigh);
-  // A lone ripple must explain the difference: over a short readout a
-  // sinusoid and a line also fit part of any smooth or foreign pattern (a PWM
-  // lamp's bands, a drifting edge), coherently across the windows.
-  const double explained =
-      lone_ ? WindowCombiner::ramp(out->loneExplained, 0.5 * kMinLoneExplained, kMinLoneExplained)
-            : 1.0;
+  out->sceneChange = r.fitted && r.residual >= kResidualHigh;
   for (int f = 0; f < kRipples; ++f) {
-    // A ripple must stand above what the scene's vertical shift may have put
-    // into its column.
-    const double leak = out->shiftLeak[f];
-    const double aboveLeak =
-        leak > 0.0 ? WindowCombiner::ramp(out->temporal[f].phasor / leak, kLeakLow, kLeakHigh)
-                   : 1.0;
-    out->temporalEvidence[f] =
-        out->frozen[f] ? 0.0 : out->temporal[f].evidence * stillness * explained * aboveLeak;
+    out->shiftLeak[f] = r.shift.leak[f];
+    out->temporal[f] = r.ripple[f];
+    out->temporalAmplitude[f] = r.ripple[f].amplitude;
+    out->temporalEvidence[f] = out->frozen[f] ? 0.0 : r.evidence[f];
+  }
+}
+
+void RippleAnalyzer::forgetReference() {
+  reference_ = ReferenceKey{};
+}
+
+void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& knobs,
+                                          PairEvidence* out) {
+  // Only a ripple that is frozen while the other is cancelled needs a longer
+  // baseline: its bands stand still between the pair's frames, and the
+  // exposure leaves nothing of the other ripple that could mimic them.
+  int frozen = -1;
+  for (int f = 0; f < kRipples; ++f) {
+    if (out->frozen[f] && !out->cancelled[f] && out->cancelled[1 - f]) {
+      frozen = f;
+    }
+  }
+  if (frozen < 0) {
+    return;
+  }
+  const ReferenceKey key{true,       in.lines,         in.windows,           in.winWidth,
+                         in.lineTime, in.exposure,     knobs.searchRange,    binner_.bins(),
+                         binner_.binLines(), binner_.subBins(), 0};
+  if (!reference_.sameAs(key) || reference_.age >= kMaxReferenceAge) {
+    binner_.keepReference(1, in.windows);
+    reference_ = key;
+    return;
+  }
+  ++reference_.age;
+  // The reference's phase lies an unknown number of cycles back: the pair's
+  // ripple is at least half of what the difference shows.
+  const double scale[kRipples] = {0.5, 0.5};
+  DifferenceReading r;
+  binner_.buildDifference(in.windows, LineBinner::kLong, LineBinner::kReference, 1);
+  readDifference(LineBinner::kLong, LineBinner::kReference, 1, scale, in.windows, knobs, &r);
+  out->longTested = true;
+  out->longAge = reference_.age;
+  out->longResidual = r.residual;
+  for (int f = 0; f < kRipples; ++f) {
+    out->longRipple[f] = r.ripple[f];
+    out->longEvidence[f] = f == frozen ? r.evidence[f] : 0.0;
+  }
+  if (r.fitted && r.residual >= kResidualHigh) {
+    // The scene changed since: start again from this frame.
+    binner_.keepReference(1, in.windows);
+    reference_ = key;
   }
 }
 
@@ -296,7 +366,7 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   const bool periodsFit = periods_.plan(in.lineTime, binner_.subLines(), binner_.subBins());
   binner_.bin(in, knobs, 0);
   binner_.bin(in, knobs, 1);
-  binner_.buildDifference(in.windows);
+  binner_.buildDifference(in.windows, LineBinner::kDiff, 0, 1);
   for (int k = 0; k < 2; ++k) {
     if (frameModel_ >= 0) {
       fitSeries(k, in.windows, frameModel_, fits_[k]);
@@ -306,10 +376,9 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
       }
     }
   }
-  shift_.removeShift(binner_, fitter_, diffModel_, in.windows, out);
-  fitDifference(in.windows, knobs);
   summariseTemporal(in, knobs, out);
   summariseSpatial(in, knobs, out);
+  compareWithReference(in, knobs, out);
   out->periodRipple = -1;
   if (periodsFit && PeriodTest::isDeep(binner_, in.windows)) {
     periods_.run(binner_, in.windows, out);

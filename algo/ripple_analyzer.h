@@ -16,6 +16,14 @@
 // (WindowCombiner), and a deep difference is also tested for the period of
 // either ripple (PeriodTest).
 //
+// A ripple whose phase stands still between the pair's frames (the frame
+// rate a multiple of it) while the exposure cancels the other cannot show in
+// the pair's difference. Its phase still creeps from pair to pair (the mains
+// drifts, a frame rate is a hair off), so slot 1 is also compared with a
+// reference frame kept from an earlier pair of the same exposure and
+// geometry: a still scene cancels in that difference too, and the bands that
+// have crept show, with no other ripple to mimic them.
+//
 // The temporal ripple is the frame ripple times 2|sin(phase advance / 2)|,
 // with the advance 2 pi f_r x frame interval; the sign of the interval does
 // not matter. When that factor is small the pair's phase is frozen and the
@@ -40,18 +48,58 @@ class RippleAnalyzer {
   // (non-null frames, 1..kMaxWindows windows, lines x windows within
   // kMaxStatEntries, positive line time).
   bool analyse(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
+  // Drops the reference frame (a new stream, a release).
+  void forgetReference();
 
  private:
+  // What one difference series shows: the windows' fits, each ripple
+  // combined, the residual, and each ripple's evidence.
+  struct DifferenceReading {
+    ShiftResult shift;
+    WindowFit fits[kMaxWindows];
+    RippleSummary ripple[kRipples];
+    bool fitted;       // enough windows could be fitted
+    double sigma;      // median residual rms
+    double residual;   // the same less the allowance for a strong ripple's harmonics
+    double explained;  // lone ripple: see PairEvidence::loneExplained; else -1
+    double evidence[kRipples];
+  };
+  // The pair a reference frame was kept from; a later pair compares with it
+  // only when everything that shapes the bands is the same.
+  struct ReferenceKey {
+    bool valid;
+    int lines, windows, winWidth;
+    double lineTime, exposure;
+    int searchRange, bins, binLines, subBins;
+    int age;  // detections since it was kept
+    bool sameAs(const ReferenceKey& k) const {
+      return valid && k.valid && lines == k.lines && windows == k.windows &&
+             winWidth == k.winWidth && lineTime == k.lineTime && exposure == k.exposure &&
+             searchRange == k.searchRange && bins == k.bins && binLines == k.binLines &&
+             subBins == k.subBins;
+    }
+  };
+
   // Fit models of the frames and of the difference for this pair; false when
   // the readout cannot show what the exposure leaves.
   bool chooseModels(double lineTime, PairEvidence* out);
-  void fitSeries(int series, int windows, int key, WindowFit* fits, bool explain = false);
-  void fitDifference(int windows, const AlgoKnobs& knobs);
+  void fitSeries(int series, int windows, int key, WindowFit* fits);
+  // Fits a difference series with the difference's model, or a candidate
+  // with a harmonic when it explains clearly more; returns the model kept.
+  int fitDifference(int series, int windows, const AlgoKnobs& knobs, WindowFit* fits);
   // What a lone ripple explains of the windows' mean difference beyond its
   // trend, over what it leaves.
-  double commonExplained(int windows);
+  double commonExplained(int series, int windows, int model, const WindowFit* fits);
+  // Removes a vertical shift from difference series `series` (frame `to`
+  // against frame `from`), fits it and reads each ripple with its amplitude
+  // scaled by `scale`.
+  void readDifference(int series, int from, int to, const double* scale, int windows,
+                      const AlgoKnobs& knobs, DifferenceReading* r);
   void summariseTemporal(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
   void summariseSpatial(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
+  // A frozen ripple with the other cancelled: slot 1 against the reference
+  // frame, which is kept or renewed as needed.
+  void compareWithReference(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
 
   LineBinner binner_;
   RippleLeastSquares fitter_;
@@ -62,11 +110,11 @@ class RippleAnalyzer {
   // Candidate models of the difference with one second harmonic.
   int altModel_[kRipples] = {};
   int altModels_ = 0;
-  bool lone_ = false;  // the difference carries one ripple alone
-  int loneModel_ = 0;  // ... under this model (with its harmonic when kept)
+  bool lone_ = false;                // the difference carries one ripple alone
   double inflation_[kRipples] = {};  // variance inflation of the difference's ripples
-  WindowFit fits_[LineBinner::kSeries][kMaxWindows] = {};
+  WindowFit fits_[2][kMaxWindows] = {};  // the frames' own fits
   WindowFit altFits_[kMaxWindows] = {};
+  ReferenceKey reference_{};
 };
 
 }  // namespace open_algo

@@ -20,7 +20,7 @@ constexpr double kLeakErrors = 2.0;
 
 }  // namespace
 
-bool ShiftEstimator::buildGradient(const LineBinner& binner, int w) {
+bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, int to) {
   const int subBins = binner.subBins();
   const int subLines = binner.subLines();
   const int binLines = binner.binLines();
@@ -37,19 +37,19 @@ bool ShiftEstimator::buildGradient(const LineBinner& binner, int w) {
       frac = 0.0;
     }
     const int j1 = std::min(j0 + 1, subBins - 1);
-    const int flags = binner.subLevel(0, w, j0) | binner.subLevel(1, w, j0) |
-                      binner.subLevel(0, w, j1) | binner.subLevel(1, w, j1);
+    const int flags = binner.subLevel(from, w, j0) | binner.subLevel(to, w, j0) |
+                      binner.subLevel(from, w, j1) | binner.subLevel(to, w, j1);
     *fine = *fine && flags == 0;
-    const double v0 = binner.subSum(0, w, j0) + binner.subSum(1, w, j0);
-    const double v1 = binner.subSum(0, w, j1) + binner.subSum(1, w, j1);
+    const double v0 = binner.subSum(from, w, j0) + binner.subSum(to, w, j0);
+    const double v1 = binner.subSum(from, w, j1) + binner.subSum(to, w, j1);
     return ((1.0 - frac) * v0 + frac * v1) / subLines;
   };
   bool fine = true;
   double start = levelAt(0, &fine);
   for (int b = 0; b < binner.bins(); ++b) {
     const double end = levelAt((b + 1) * binLines, &fine);
-    const double bin = binner.sum(0, w, b) + binner.sum(1, w, b);
-    fine = fine && (binner.level(0, w, b) | binner.level(1, w, b)) == 0 && bin > 0.0;
+    const double bin = binner.sum(from, w, b) + binner.sum(to, w, b);
+    fine = fine && (binner.level(from, w, b) | binner.level(to, w, b)) == 0 && bin > 0.0;
     // The difference 2 (c - a) / (c + a) of a bin changed by s (end - start)
     // per frame.
     grad_[w][b] = fine ? (end - start) / bin : 0.0;
@@ -58,10 +58,11 @@ bool ShiftEstimator::buildGradient(const LineBinner& binner, int w) {
   return fine;
 }
 
-void ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& fitter, int diffModel,
-                                 int windows, PairEvidence* out) {
+ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& fitter, int model,
+                                        int windows, int series, int from, int to) {
+  ShiftResult out{};
   if (binner.subBins() == 0) {
-    return;
+    return out;
   }
   const int bins = binner.bins();
   double sxx = 0.0, sxy = 0.0, rss = 0.0;
@@ -70,11 +71,11 @@ void ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& fitter,
   // Per ripple, what one line of shift puts into each window's ripple column.
   double gradRe[kRipples][kMaxWindows], gradIm[kRipples][kMaxWindows];
   for (int w = 0; w < windows; ++w) {
-    const double* d = binner.profile(LineBinner::kDiff, w);
-    const uint8_t* ok = binner.kept(LineBinner::kDiff, w);
+    const double* d = binner.profile(series, w);
+    const uint8_t* ok = binner.kept(series, w);
     RippleLeastSquares::Solution sd, sg;
-    if (!buildGradient(binner, w) || !fitter.solve(d, ok, diffModel, &sd) ||
-        !fitter.solve(grad_[w], ok, diffModel, &sg)) {
+    if (!buildGradient(binner, w, from, to) || !fitter.solve(d, ok, model, &sd) ||
+        !fitter.solve(grad_[w], ok, model, &sg)) {
       continue;
     }
     used[w] = true;
@@ -98,17 +99,17 @@ void ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& fitter,
     dof += sd.dof;
   }
   if (!(sxx > 0.0) || !(rss > 0.0) || dof < 2) {
-    return;
+    return out;
   }
   const double s = sxy / sxx;
-  out->shift = s;
-  out->shiftError = std::sqrt(std::max(0.0, rss - s * sxy) / (dof - 1) / sxx);
+  out.shift = s;
+  out.error = std::sqrt(std::max(0.0, rss - s * sxy) / (dof - 1) / sxx);
   // Significant, within the linear range, large enough to matter (in a still
   // scene a tiny shift only fits the ripple's own shape errors), and what the
   // residual is made of (a deep ripple's shape errors also correlate with the
   // gradient, but explain little of the residual).
   const double rms = std::fabs(s) * std::sqrt(sxx / count);
-  const bool remove = std::fabs(s) >= kShiftSignificance * out->shiftError &&
+  const bool remove = std::fabs(s) >= kShiftSignificance * out.error &&
                       std::fabs(s) <= binner.binLines() && rms >= kMinShiftRms &&
                       s * sxy >= kMinShiftShare * rss;
   // What the shift (once removed, its uncertainty) may have put into each
@@ -116,23 +117,24 @@ void ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& fitter,
   // a bin the estimate leaves its linear range (a textureless scene gives
   // wild ones), and a real shift that large is a scene change.
   const double lines = std::min<double>(
-      binner.binLines(), (remove ? 0.0 : std::fabs(s)) + kLeakErrors * out->shiftError);
+      binner.binLines(), (remove ? 0.0 : std::fabs(s)) + kLeakErrors * out.error);
   for (int f = 0; f < kRipples; ++f) {
     const double re = WindowCombiner::median(gradRe[f], usedWindows);
     const double im = WindowCombiner::median(gradIm[f], usedWindows);
-    out->shiftLeak[f] = lines * std::hypot(re, im);
+    out.leak[f] = lines * std::hypot(re, im);
   }
   if (!remove) {
-    return;
+    return out;
   }
-  out->shiftRemoved = true;
+  out.removed = true;
   for (int w = 0; w < windows; ++w) {
-    const uint8_t* ok = binner.kept(LineBinner::kDiff, w);
-    double* d = binner.difference(w);
+    const uint8_t* ok = binner.kept(series, w);
+    double* d = binner.difference(series, w);
     for (int b = 0; used[w] && b < bins; ++b) {
       d[b] -= ok[b] != 0 ? s * grad_[w][b] : 0.0;
     }
   }
+  return out;
 }
 
 }  // namespace open_algo

@@ -28,18 +28,29 @@
 
 namespace open_algo {
 
+// The shift of frame `to` against frame `from`, in lines (0 when none could
+// be estimated), its standard error, whether it was removed, and per ripple
+// what it may have put into the difference's ripple column, in the
+// difference's units (0 when no shift was estimated).
+struct ShiftResult {
+  double shift;
+  double error;
+  bool removed;
+  double leak[kRipples];
+};
+
 class ShiftEstimator {
  public:
-  // Estimates the shift into out->shift and out->shiftError, bounds its leak
-  // into each ripple (out->shiftLeak), and removes it from the binner's
-  // difference (out->shiftRemoved) when it qualifies.
-  void removeShift(LineBinner& binner, RippleLeastSquares& fitter, int diffModel, int windows,
-                   PairEvidence* out);
+  // Estimates the shift between frames `from` and `to` from difference
+  // series `series` (fitted under `model`), bounds its leak, and removes it
+  // from the series when it qualifies.
+  ShiftResult removeShift(LineBinner& binner, RippleLeastSquares& fitter, int model, int windows,
+                          int series, int from, int to);
 
  private:
   // Builds the change of each difference bin of `window` that a shift of one
   // line brings; false when the window's levels do not allow it.
-  bool buildGradient(const LineBinner& binner, int window);
+  bool buildGradient(const LineBinner& binner, int window, int from, int to);
 
   double grad_[kMaxWindows][kMaxBins] = {};
 };

@@ -163,6 +163,18 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
       return e;
     }
   }
+  for (int f = 0; f < kRipples && ev.longTested; ++f) {
+    // A frozen ripple against the reference frame, the other cancelled: its
+    // column of that difference holds only texture and motion.
+    e.evidence[f] = std::max(e.evidence[f], static_cast<float>(ev.longEvidence[f]));
+    if (ev.longEvidence[f] >= kVoteEvidence &&
+        ev.longRipple[f].phasor >= knobs_.dominance * ev.longRipple[1 - f].phasor) {
+      e.amplitude[f] = static_cast<float>(ev.longRipple[f].amplitude);
+      e.vote = static_cast<int8_t>(f);
+      e.temporal = true;
+      return e;
+    }
+  }
   for (int f = 0; f < kRipples; ++f) {
     const int other = 1 - f;
     if (ev.spatialEvidence[f] >= kVoteEvidence &&
