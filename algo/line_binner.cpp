@@ -65,6 +65,9 @@ bool LineBinner::plan(const PairInput& in, int searchRange, int minBins, double 
     binLines = std::max(1, lines / minBins);
   }
   const int bins = std::min(kMaxBins, lines / binLines);
+  // The bins share out the lines that rounding would leave over: a readout of
+  // about one period must not lose a tenth of it to the last, partial bin.
+  binLines = std::max(binLines, lines / std::max(1, bins));
   const double readout = static_cast<double>(bins) * binLines * in.lineTime;
   if (bins < minBins || period120 / binLines < kMinBinsPerRipplePeriod ||
       readout * kRippleHz[0] < minReadoutPeriods) {

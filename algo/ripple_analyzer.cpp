@@ -20,10 +20,10 @@ constexpr double kMinReadoutPeriods = 1.0;
 // With one ripple cancelled by the exposure, bins are laid out down to this
 // many 100 Hz periods; the fit's conditioning (kMaxInflation) then decides.
 constexpr double kMinShortReadoutPeriods = 0.3;
-// A lone ripple is fitted while the line of the difference's trend leaves at
-// least a fifth of its amplitude (its variance at most 25 times that of a
-// ripple over whole periods): about 0.4 periods of it.
-constexpr double kMaxInflation = 25.0;
+// A ripple is fitted while the rest of the model leaves at least a tenth of
+// it (its variance at most 100 times that of a ripple over whole periods):
+// for a lone ripple and the difference's line, about 0.42 of its period.
+constexpr double kMaxInflation = 100.0;
 // The cancelled ripple's column stays in the difference's fit as a probe of
 // texture and motion while it doubles the other ripple's variance at most.
 constexpr double kProbeCost = 2.0;
@@ -122,10 +122,15 @@ bool RippleAnalyzer::chooseModels(double lineTime, PairEvidence* out) {
       return true;
     }
   }
-  if (!fitter_.usable(frameJoint) || !fitter_.usable(diffJoint) ||
-      readout * kRippleHz[0] < kMinReadoutPeriods) {
+  if (!fitter_.usable(diffJoint) || readout * kRippleHz[0] < kMinReadoutPeriods) {
     return false;  // the two ripples cannot be told apart over this readout
   }
+  // A frame's cubic trend takes both ripples over a readout of about one
+  // period; its fits would only be noise.
+  const bool framesShow = fitter_.usable(frameJoint) &&
+                          fitter_.inflation(frameJoint, 0) <= kMaxInflation &&
+                          fitter_.inflation(frameJoint, 1) <= kMaxInflation;
+  frameModel_ = framesShow ? frameJoint : -1;
   if (singleHarmonicOk && readout * kRippleHz[0] >= kMinHarmonicReadoutPeriods) {
     const int both = LS::modelKey(false, kFundamentals | (kFundamentals << kRipples));
     diffModel_ = fitter_.usable(both) ? both : diffModel_;

@@ -15,8 +15,11 @@ namespace {
 constexpr double kShiftSignificance = 3.0;
 constexpr double kMinShiftRms = 0.001;
 constexpr double kMinShiftShare = 0.5;
-// The shift's uncertainty counts as this many standard errors of it.
+// The shift's uncertainty counts as this many standard errors of it, and a
+// removed shift leaves this share of itself: the gradient is the profile's
+// slope, and texture finer than a few shifts bends it.
 constexpr double kLeakErrors = 2.0;
+constexpr double kRemovedShare = 0.25;
 
 }  // namespace
 
@@ -117,7 +120,8 @@ ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& 
   // a bin the estimate leaves its linear range (a textureless scene gives
   // wild ones), and a real shift that large is a scene change.
   const double lines = std::min<double>(
-      binner.binLines(), (remove ? 0.0 : std::fabs(s)) + kLeakErrors * out.error);
+      binner.binLines(),
+      (remove ? kRemovedShare : 1.0) * std::fabs(s) + kLeakErrors * out.error);
   for (int f = 0; f < kRipples; ++f) {
     const double re = WindowCombiner::median(gradRe[f], usedWindows);
     const double im = WindowCombiner::median(gradIm[f], usedWindows);
