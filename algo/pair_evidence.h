@@ -48,6 +48,10 @@ struct PairEvidence {
   // The exposure integrates whole periods of the ripple (and so of all its
   // harmonics): no frame can show it, and its harmonic is not fitted.
   bool cancelled[kRipples];
+  // Both ripples were fitted together over a readout too short to keep them
+  // well apart (each column's variance more than doubled by the other's):
+  // what one shows may be the other's.
+  bool entangled;
   // Median residual rms of the difference fit, and the same less an
   // allowance for the harmonics of a strong ripple.
   double differenceSigma;

@@ -364,6 +364,8 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   }
   for (int f = 0; f < kRipples; ++f) {
     inflation_[f] = fitter_.inflation(diffModel_, f);
+    const double alone = fitter_.inflation(RippleLeastSquares::modelKey(false, 1u << f), f);
+    out->entangled = out->entangled || (!lone_ && inflation_[f] > kProbeCost * alone);
   }
   out->bins = binner_.bins();
   out->binLines = binner_.binLines();

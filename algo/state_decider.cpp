@@ -188,8 +188,15 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
 
 double StateDecider::rival(const PairEvidence& ev, const double* amplitude, int f) {
   const int other = 1 - f;
-  if (!ev.cancelled[other] || ev.visibility[f] <= 0.0) {
+  if (ev.visibility[f] <= 0.0) {
     return amplitude[other];
+  }
+  if (!ev.cancelled[other]) {
+    // Entangled ripples: a frozen one still leaves a little in the
+    // difference, and over such a readout its column passes it on to the
+    // other's. What the difference shows of it counts as well.
+    const double shown = ev.entangled ? 0.5 * ev.temporal[other].phasor / ev.visibility[f] : 0.0;
+    return std::max(amplitude[other], shown);
   }
   // The exposure leaves no ripple of the other frequency, frozen or not: its
   // column holds texture and motion, which enter the difference alike at
