@@ -27,9 +27,11 @@ struct Localtime {
   std::string path = kDefaultLocaltime;  // guarded by mutex
 };
 
+// Made once and never destroyed: a worker may still ask for the zone while
+// the process runs its exit handlers.
 Localtime& localtimeLink() {
-  static Localtime l;
-  return l;
+  static Localtime* const l = new Localtime;
+  return *l;
 }
 
 // The zone name in a TZ value or a path into the zone files: ":Asia/Tokyo",

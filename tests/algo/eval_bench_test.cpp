@@ -1,45 +1,16 @@
-// The evaluation bench's command line refuses bad input with a reason, and
-// cells of its grid that once failed stay fixed: each is a full closed-loop
-// run of the manager over the open algorithm.
+// Cells of the evaluation grid that once failed stay fixed: each is a full
+// closed-loop run of the manager over the open algorithm.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "cell_outcome.h"
-#include "eval_options.h"
 #include "host_log.h"
-#include "tuning_override.h"
+#include "tuning_choice.h"
 
 namespace flicker_eval {
 namespace {
-
-ParseStatus parse(const std::vector<const char*>& args, EvalOptions* o, std::string* error) {
-  std::vector<const char*> argv = {"flicker-eval"};
-  argv.insert(argv.end(), args.begin(), args.end());
-  return parseEvalOptions(static_cast<int>(argv.size()), argv.data(), o, error);
-}
-
-TEST(EvalOptions, RefusesBadInputWithAReason) {
-  struct Row {
-    std::vector<const char*> args;
-    const char* reasonPart;  // what the one-line reason must name
-  } rows[] = {
-      {{"--bogus"}, "unknown option"},        {{"--seconds"}, "needs a value"},
-      {{"--seconds", "0"}, "--seconds"},       // below the 0.2 s minimum
-      {{"--quick", "--full"}, "one of"},       // two sizes
-      {{"--by", "fps,colour"}, "colour"},      // unknown dimension in a list
-      {{"--set", "35=1"}, "WORD 0..34"},       // word out of the record
-      {{"--seed-base", "-1"}, "--seed-base"},  // seeds count up from 1
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.reasonPart);
-    EvalOptions o;
-    std::string error;
-    EXPECT_EQ(parse(row.args, &o, &error), ParseStatus::kError);
-    EXPECT_NE(error.find(row.reasonPart), std::string::npos) << error;
-  }
-}
 
 TEST(EvalCells, FormerFailuresStayFixed) {
   struct Row {
@@ -104,7 +75,7 @@ TEST(EvalCells, FormerFailuresStayFixed) {
   flicker_host::setLogsQuiet(true);
   FlickerExtPara tuning{};
   std::string error;
-  ASSERT_TRUE(applyTuning("open", {}, &tuning, &error)) << error;
+  ASSERT_TRUE(flicker_loop::TuningChoice::apply("open", &tuning, &error)) << error;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);
     const CellOutcome o = evaluate(row.cell, 4.0);

@@ -12,7 +12,7 @@
 #include "observability.h"
 #include "sim_light.h"
 #include "soak_run.h"
-#include "tuning_override.h"
+#include "tuning_choice.h"
 
 namespace flicker_eval {
 namespace {
@@ -191,23 +191,34 @@ TEST(EvalGrid, CellsAreUniqueDeterministicAndSeededFromTheBase) {
   for (const uint64_t base : kHeldOutSeedBases) EXPECT_EQ(seedSetKind(base), "held out");
 }
 
-// A tiny soak: scenes without mains flicker in turn, fresh seeds, until the
-// simulated time is reached; no switch.
-TEST(Soak, RunsNoFlickerScenesUntilTheHoursAreSimulated) {
-  flicker_host::setLogsQuiet(true);
-  FlickerExtPara tuning{};
-  std::string error;
-  ASSERT_TRUE(applyTuning("open", {}, &tuning, &error)) << error;
-  const std::vector<EvalCell> cells =
+// A soak is a list of runs known before the first starts: scenes in turn,
+// fresh seeds, as many runs as make up the hours; a tiny one switches
+// nowhere, and a failed run is counted with the time asked of it.
+TEST(Soak, PlansTheRunsThenCountsFalseSwitches) {
+  const std::vector<EvalCell> scenes =
       filterCells(soakCells(), {{"geometry", "640x480@12us"}, {"light", "daylight"}});
-  ASSERT_GE(cells.size(), 2u);
-  for (const EvalCell& c : cells) EXPECT_FALSE(c.hasFlicker());
-  const SoakReport r = runSoak(cells, 2.5 / 3600, 1.0, 500, nullptr);
-  EXPECT_EQ(r.runs, 3);  // about 0.97 s each
+  ASSERT_GE(scenes.size(), 2u);
+  for (const EvalCell& c : scenes) EXPECT_FALSE(c.hasFlicker());
+  const std::vector<EvalCell> runs = soakRuns(scenes, 2.5 / 3600, 1.0, 500);
+  ASSERT_EQ(runs.size(), 3u);  // 2.5 s in runs of 1 s
+  for (size_t k = 0; k < runs.size(); ++k) {
+    EXPECT_EQ(runs[k].label(), scenes[k % scenes.size()].label());
+    EXPECT_EQ(runs[k].seed, 500 + k + 1);
+  }
+  EXPECT_TRUE(soakRuns({}, 1.0, 1.0, 0).empty());
+
+  flicker_host::setLogsQuiet(true);
+  std::string error;
+  ASSERT_TRUE(flicker_loop::TuningChoice::apply("open", nullptr, &error)) << error;
+  std::vector<CellOutcome> outcomes = evaluateAll(runs, 1.0, nullptr);
+  outcomes.back().ok = false;
+  const SoakReport r = soakReport(outcomes, 1.0, 2.0);
+  EXPECT_EQ(r.runs, 3);
   EXPECT_GE(r.hours * 3600, 2.5);
   EXPECT_EQ(r.falseSwitches, 0);
-  EXPECT_EQ(r.failedRuns, 0);
-  EXPECT_TRUE(r.switching.empty());
+  EXPECT_EQ(r.failedRuns, 1);
+  ASSERT_EQ(r.switching.size(), 1u) << "the failed run is listed";
+  EXPECT_EQ(r.switching[0].cell.seed, runs.back().seed);
 }
 
 }  // namespace

@@ -8,9 +8,6 @@
 
 #include "host_properties.h"
 #include "host_trace.h"
-#include "cell_outcome.h"
-#include "eval_options.h"
-#include "eval_report.h"
 #include "tools_test_util.h"
 #include "trace_events.h"
 
@@ -65,10 +62,31 @@ INSTANTIATE_TEST_SUITE_P(
         // Mutually exclusive output formats and grid sizes.
         UsageCase{{"run", "--csv", "--json"}, nullptr, "exclude each other"},
         UsageCase{{"replay", "/tmp", "--csv", "--json"}, nullptr, "exclude each other"},
+        // The evaluation (also under its former name sweep): grid sizes, a
+        // list with an unknown dimension, filters, numbers out of range, a
+        // trace that several workers would write, a comparison of soaks,
+        // tunings refused before any cell runs, and a stray argument.
         UsageCase{{"sweep", "--quick", "--full"}, nullptr, "exclude each other"},
-        UsageCase{{"sweep", "--by", "colour"}, nullptr, "for --by"},
-        UsageCase{{"sweep", "--only", "colour=red"}, nullptr, "for --only"},
-        UsageCase{{"sweep", "--only", "mains=70"}, nullptr, "no cell of the grid"},
+        UsageCase{{"eval", "--by", "fps,colour"}, nullptr, "bad value 'colour' for --by"},
+        UsageCase{{"eval", "--only", "colour=red"}, nullptr, "bad value 'colour=red' for --only"},
+        UsageCase{{"eval", "--only", "mains"}, nullptr, "for --only: expected DIM=VALUE"},
+        UsageCase{{"eval", "--only", "mains=70"}, nullptr, "no cell of the default grid"},
+        UsageCase{{"eval", "--soak-hours", "1", "--only", "mains=50"}, nullptr, "no scene without"},
+        UsageCase{{"eval", "--seconds", "0"}, nullptr, "bad value '0' for --seconds"},
+        UsageCase{{"eval", "--seed-base", "-1"}, nullptr, "bad value '-1' for --seed-base"},
+        UsageCase{{"eval", "--soak-hours", "0"}, nullptr, "bad value '0' for --soak-hours"},
+        UsageCase{{"eval", "--jobs", "0"}, nullptr, "bad value '0' for --jobs: expected 1..256"},
+        UsageCase{{"eval", "--jobs", "two"}, nullptr, "bad value 'two' for --jobs"},
+        UsageCase{{"eval", "--timing-runs", "-5"}, nullptr, "bad value '-5' for --timing-runs"},
+        UsageCase{{"eval", "--trace", "t.json", "--jobs", "2"}, nullptr, "--trace needs the cells"},
+        UsageCase{{"eval", "--soak-hours", "1", "--compare"}, nullptr, "exclude each other"},
+        UsageCase{{"eval", "--quick", "--set", "35=1"}, nullptr, "unknown tuning field '35'"},
+        UsageCase{{"eval", "--baseline-set", "hold=1"}, nullptr, "baseline: unknown tuning"},
+        UsageCase{{"eval", "--baseline-tuning", "no.bin"}, nullptr, "for --baseline-tuning"},
+        UsageCase{{"eval", "--jobs"}, nullptr, "--jobs needs a value"},
+        UsageCase{{"eval", "--json=1"}, nullptr, "takes no value"},
+        UsageCase{{"eval", "--bogus"}, nullptr, "unknown option --bogus"},
+        UsageCase{{"eval", "quick"}, nullptr, "takes no arguments, got 'quick'"},
         // Replay without its folder; a negative frame interval.
         UsageCase{{"replay"}, nullptr, "exactly one dump folder"},
         UsageCase{{"replay", "/tmp", "--frame-interval-us", "-5"}, nullptr, "--frame-interval-us"},
@@ -219,45 +237,6 @@ TEST(CliTest, TraceShowsEachFrameAndEachAnalysis) {
   const auto& detections = byThread["FlickerMgrThd/FLK algo/1"];
   for (size_t i = 0; i < std::min(posts.size(), detections.size()); ++i)
     EXPECT_GE(detections[i].beginUs, posts[i].beginUs) << i;
-}
-
-// flicker-sim sweep and flicker-eval run one grid: the same options pick the
-// same cells, and each is run and read the same way (the CSV rows agree to
-// the byte).
-TEST(CliTest, SweepEvaluatesTheCellsFlickerEvalEvaluates) {
-  tools_test::useOpenTuning();
-  tools_test::TempDir dir;
-  const std::vector<std::string> filters = {
-      "--quick", "--only",   "mains=50", "--only",       "mains=none", "--only", "fps=25",
-      "--only",  "start=60", "--only",   "motion=still", "--seconds",  "1"};
-  std::vector<std::string> sweep = {"sweep", "--csv", dir.path() + "/sweep.csv"};
-  sweep.insert(sweep.end(), filters.begin(), filters.end());
-  const tools_test::CommandOutput r = runFlickerSim(sweep);
-  ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_NE(r.out.find("tuning set"), std::string::npos) << "the seed set is named";
-  std::stringstream sweepCsv;
-  sweepCsv << std::ifstream(dir.path() + "/sweep.csv").rdbuf();
-
-  // What flicker-eval does with the same options.
-  std::vector<const char*> argv = {"flicker-eval"};
-  for (const std::string& a : filters) argv.push_back(a.c_str());
-  flicker_eval::EvalOptions options;
-  std::string error;
-  ASSERT_EQ(
-      flicker_eval::parseEvalOptions(static_cast<int>(argv.size()), argv.data(), &options, &error),
-      flicker_eval::ParseStatus::kRun)
-      << error;
-  const std::vector<flicker_eval::EvalCell> cells = flicker_eval::filterCells(
-      flicker_eval::buildGrid(options.size, static_cast<uint64_t>(options.seedBase)), options.only);
-  ASSERT_GE(cells.size(), 2u) << "a cell with flicker and one without";
-  std::vector<flicker_eval::CellOutcome> outcomes;
-  for (const flicker_eval::EvalCell& c : cells)
-    outcomes.push_back(flicker_eval::evaluate(c, options.secondsPerRun()));
-  std::ostringstream evalCsv;
-  flicker_eval::writeCsv(evalCsv, outcomes);
-  const std::string rows = evalCsv.str();
-  EXPECT_EQ(sweepCsv.str(), rows);
-  EXPECT_EQ(std::count(rows.begin(), rows.end(), '\n'), static_cast<long>(cells.size()) + 1);
 }
 
 }  // namespace

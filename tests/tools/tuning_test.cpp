@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
-#include "host_nvram.h"
 #include "tools_test_util.h"
 #include "tuning_fields.h"
 
@@ -16,23 +15,8 @@ namespace {
 using flicker_loop::TuningFields;
 using flicker_loop::TuningSetting;
 
-// Every record the host NVRAM layer hands the manager, as the manager asks.
-std::vector<FLICKER_CUST_PARA> loadedRecords() {
-  std::vector<FLICKER_CUST_PARA> storage(static_cast<size_t>(kFlickerScenarioRows) *
-                                         kFlickerBinRatios);
-  std::vector<FLICKER_CUST_PARA*> rows;
-  for (int row = 0; row < kFlickerScenarioRows; ++row)
-    rows.push_back(&storage[static_cast<size_t>(row) * kFlickerBinRatios]);
-  FLICKER_CUST_PARA** base = rows.data();
-  EXPECT_EQ(nvGetFlickerParaAll(0, 1, kFlickerScenarioRows, kFlickerBinRatios, &base), 0);
-  return storage;
-}
-
-int64_t fieldOf(const FLICKER_CUST_PARA& record, const std::string& name) {
-  const flicker_loop::TuningField* field = TuningFields::find(name);
-  EXPECT_NE(field, nullptr) << name;
-  return field == nullptr ? 0 : TuningFields::get(record, *field);
-}
+using tools_test::fieldOf;
+using tools_test::loadedRecords;
 
 struct ParseCase {
   const char* text;

@@ -1,9 +1,11 @@
 #include "eval_cell.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <set>
 #include <utility>
@@ -73,6 +75,17 @@ std::string text(double v) {
   char buf[32];
   snprintf(buf, sizeof(buf), "%g", v);
   return buf;
+}
+
+// `word` as a shell reads it back: quoted when it holds more than letters,
+// digits and . _ @ = + - (a light switch's '>', say).
+std::string shellWord(const std::string& word) {
+  for (const char c : word) {
+    if (!isalnum(static_cast<unsigned char>(c)) && strchr("._@=+-", c) == nullptr) {
+      return "'" + word + "'";
+    }
+  }
+  return word;
 }
 
 bool parseNumber(const std::string& s, double* out) {
@@ -351,7 +364,7 @@ std::string EvalCell::label() const {
 std::string EvalCell::onlyFilters() const {
   std::string s;
   for (const std::string& d : evalDimensions()) {
-    s += (s.empty() ? "" : " ") + std::string("--only ") + d + "=" + value(d);
+    s += (s.empty() ? "" : " ") + std::string("--only ") + shellWord(d + "=" + value(d));
   }
   return s;
 }

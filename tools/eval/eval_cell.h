@@ -1,6 +1,5 @@
 // EvalCell: one closed-loop scene of the evaluation grid, and the grids of
-// them (quick, default, full) that `flicker-eval` and `flicker-sim sweep`
-// both run.
+// them (quick, default, full) that `flicker-sim eval` runs.
 //
 // A cell fixes every dimension of the grid:
 //   light     fluorescent, led (rectified), incandescent, good-led, daylight,
@@ -83,7 +82,8 @@ struct EvalCell {
   bool hasFlicker() const { return mains != "none"; }
   // One line naming every value, for failure lists.
   std::string label() const;
-  // The same cell as command-line filters: --only DIM=VALUE for each dimension.
+  // The same cell as command-line filters: --only DIM=VALUE for each
+  // dimension, quoted for a shell where a value needs it ('mains=50>60').
   std::string onlyFilters() const;
 
   // The simulated scenario and run length of this cell; false with a reason

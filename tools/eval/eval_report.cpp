@@ -20,15 +20,6 @@ constexpr double kMixedChangesPerMinute = 2;
 constexpr double kNoFlickerHours = 10;
 constexpr double kDetectPerCopy = 20;
 
-double median(std::vector<double> v) {
-  if (v.empty()) {
-    return -1;
-  }
-  std::sort(v.begin(), v.end());
-  const size_t n = v.size();
-  return n % 2 == 1 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
-}
-
 std::string fmt(const char* format, double v) {
   char buf[48];
   snprintf(buf, sizeof(buf), format, v);
@@ -52,6 +43,15 @@ std::string csvField(const std::string& s) {
 }
 
 }  // namespace
+
+double median(std::vector<double> v) {
+  if (v.empty()) {
+    return -1;
+  }
+  std::sort(v.begin(), v.end());
+  const size_t n = v.size();
+  return n % 2 == 1 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
+}
 
 GroupFigures groupFigures(const std::string& name, const std::vector<const CellOutcome*>& cells) {
   GroupFigures f;
@@ -122,6 +122,10 @@ std::vector<GroupFigures> figuresBy(const std::vector<CellOutcome>& outcomes,
   return rows;
 }
 
+std::string countOf(long n, const std::string& noun, const std::string& plural) {
+  return std::to_string(n) + " " + (n == 1 ? noun : plural.empty() ? noun + "s" : plural);
+}
+
 double medianPairs(const std::vector<int>& pairs) {
   if (pairs.empty()) {
     return -1;
@@ -153,70 +157,81 @@ std::string pairsFigure(const std::vector<int>& pairs) {
   if (never > 0) {
     text += std::to_string(never) + " never, ";
   }
-  return text + "of " + std::to_string(pairs.size()) + " cells)";
+  return text + "of " + countOf(static_cast<long>(pairs.size()), "cell") + ")";
 }
 
-std::vector<TargetLine> targets(const std::vector<CellOutcome>& outcomes,
-                                const DetectTiming& timing) {
-  std::vector<int> still, moving, weak, onset;
-  int counted = 0, right = 0, falseSwitches = 0, mixedChanges = 0, mixedCells = 0, settled = 0;
-  double noFlickerHours = 0, mixedMinutes = 0;
+MeritFigures meritOf(const std::vector<CellOutcome>& outcomes, const DetectTiming& timing) {
+  MeritFigures m;
+  m.timing = timing;
   for (const CellOutcome& o : outcomes) {
+    ++m.cells;
     if (!o.ok) {
+      ++m.failedRuns;
       continue;
     }
     if (o.counted) {
-      ++counted;
-      right += o.right ? 1 : 0;
+      ++m.counted;
+      m.right += o.right ? 1 : 0;
     }
     if (!o.cell.hasFlicker()) {
-      falseSwitches += o.switches;
-      noFlickerHours += o.durationMs / kMsPerHour;
+      m.falseSwitches += o.switches;
+      m.noFlickerHours += o.durationMs / kMsPerHour;
     }
     if (o.cell.isMixed()) {
-      ++mixedCells;
-      mixedChanges += o.switches;
-      mixedMinutes += o.durationMs / kMsPerMinute;
-      settled += o.settledWeaker() ? 1 : 0;
+      ++m.mixedCells;
+      m.mixedChanges += o.switches;
+      m.mixedMinutes += o.durationMs / kMsPerMinute;
+      m.settled += o.settledWeaker() ? 1 : 0;
     }
     if (o.onsetWrong()) {
-      onset.push_back(o.onsetPairs);
+      m.onsetLock.push_back(o.onsetPairs);
+    }
+    if (o.switchPairs >= 0) {
+      m.switchLock.push_back(o.switchPairs);
     }
     if (!o.startsWrong()) {
       continue;
     }
-    (o.cell.motion == "still" ? still : moving).push_back(o.lockPairs);
+    (o.cell.motion == "still" ? m.stillLock : m.movingLock).push_back(o.lockPairs);
     if (o.weak) {
-      weak.push_back(o.lockPairs);
+      m.weakLock.push_back(o.lockPairs);
+    }
+    if (o.lockPairs >= 0) {
+      m.lockMs.push_back(o.lockMs);
     }
   }
+  return m;
+}
+
+std::vector<TargetLine> targets(const MeritFigures& m) {
   std::vector<TargetLine> lines;
-  const double accuracy = counted > 0 ? static_cast<double>(right) / counted : 0.0;
   lines.push_back({"at least 99 % right over the observable cells",
-                   fmt("%.1f %%", 100.0 * accuracy) + " (" + std::to_string(right) + "/" +
-                       std::to_string(counted) + ")",
-                   accuracy >= kAccuracyTarget, counted > 0});
+                   fmt("%.1f %%", 100.0 * m.accuracy()) + " (" + std::to_string(m.right) + "/" +
+                       std::to_string(m.counted) + ")",
+                   m.accuracy() >= kAccuracyTarget, m.counted > 0});
   auto lockLine = [&lines](const std::string& name, const std::vector<int>& pairs, double most) {
     lines.push_back({name, pairsFigure(pairs), medianPairs(pairs) <= most, !pairs.empty()});
   };
-  lockLine("median lock by the 2nd analysed pair, still scenes", still, kStillLockPairs);
-  lockLine("median lock within 4 pairs under motion", moving, kMotionLockPairs);
-  lockLine("median lock within 4 pairs for 2 % lamps", weak, kWeakLockPairs);
-  lockLine("median lock within 4 pairs after a lamp's onset", onset, kOnsetLockPairs);
-  const double perMinute = mixedMinutes > 0 ? mixedChanges / mixedMinutes : 0.0;
+  lockLine("median lock by the 2nd analysed pair, still scenes", m.stillLock, kStillLockPairs);
+  lockLine("median lock within 4 pairs under motion", m.movingLock, kMotionLockPairs);
+  lockLine("median lock within 4 pairs for 2 % lamps", m.weakLock, kWeakLockPairs);
+  lockLine("median lock within 4 pairs after a lamp's onset", m.onsetLock, kOnsetLockPairs);
   lines.push_back({"mixed light: at most 2 state changes per simulated minute",
-                   fmt("%.2f", perMinute) + " per minute (" + std::to_string(mixedChanges) +
-                       " in " + fmt("%.1f", mixedMinutes) + " min)",
-                   perMinute <= kMixedChangesPerMinute, mixedCells > 0});
+                   fmt("%.2f", m.mixedPerMinute()) + " per minute (" +
+                       std::to_string(m.mixedChanges) + " in " + fmt("%.1f", m.mixedMinutes) +
+                       " min)",
+                   m.mixedPerMinute() <= kMixedChangesPerMinute, m.mixedCells > 0});
   lines.push_back({"mixed light: settles on the state with the weaker residual banding",
-                   std::to_string(settled) + " of " + std::to_string(mixedCells) + " cells",
-                   settled == mixedCells, mixedCells > 0});
+                   std::to_string(m.settled) + " of " + std::to_string(m.mixedCells) + " cells",
+                   m.settled == m.mixedCells, m.mixedCells > 0});
   // A rate per hour needs hours: below ten the line is reported, not judged.
   lines.push_back(
       {"no false switch without mains flicker over at least 10 simulated hours",
-       std::to_string(falseSwitches) + " in " + fmt("%.2f", noFlickerHours) + " simulated hours" +
-           (noFlickerHours < kNoFlickerHours ? " (too few hours: --soak-hours 10)" : ""),
-       falseSwitches == 0, noFlickerHours >= kNoFlickerHours || falseSwitches > 0});
+       std::to_string(m.falseSwitches) + " in " + fmt("%.2f", m.noFlickerHours) +
+           " simulated hours" +
+           (m.noFlickerHours < kNoFlickerHours ? " (too few hours: --soak-hours 10)" : ""),
+       m.falseSwitches == 0, m.noFlickerHours >= kNoFlickerHours || m.falseSwitches > 0});
+  const DetectTiming& timing = m.timing;
   if (timing.measured) {
     const double copies = timing.memcpyUs > 0 ? timing.medianUs / timing.memcpyUs : 0.0;
     lines.push_back({"detection step under 20 copies of the statistics block at " +
@@ -278,7 +293,7 @@ void printFailures(std::ostream& out, const std::vector<CellOutcome>& outcomes, 
           out << "run failed: " << o.error << "\n";
         } else {
           out << "ended " << o.summary.lockedHz << " Hz (light " << o.summary.expectedHz << " Hz), "
-              << o.switches << " switches, " << o.pairs << " pairs, ripple "
+              << countOf(o.switches, "switch", "switches") << ", " << o.pairs << " pairs, ripple "
               << fmt("%.4f", o.ripple) << ", seed " << o.cell.seed << "\n";
         }
       }

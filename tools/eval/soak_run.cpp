@@ -1,5 +1,7 @@
 #include "soak_run.h"
 
+#include <cmath>
+
 namespace flicker_eval {
 
 namespace {
@@ -18,37 +20,39 @@ std::vector<EvalCell> soakCells() {
   return cells;
 }
 
-SoakReport runSoak(const std::vector<EvalCell>& cells, double hours, double secondsPerRun,
-                   uint64_t seedBase, const std::function<void(double hoursDone)>& progress) {
-  SoakReport report;
-  if (cells.empty() || !(secondsPerRun > 0)) {
-    return report;
+std::vector<EvalCell> soakRuns(const std::vector<EvalCell>& scenes, double hours,
+                               double secondsPerRun, uint64_t seedBase) {
+  std::vector<EvalCell> runs;
+  if (scenes.empty() || !(secondsPerRun > 0) || !(hours > 0)) {
+    return runs;
   }
-  const auto start = std::chrono::steady_clock::now();
-  while (report.hours < hours) {
-    EvalCell cell = cells[static_cast<size_t>(report.runs) % cells.size()];
-    cell.seed = seedBase + static_cast<uint64_t>(report.runs) + 1;
-    const CellOutcome o = evaluate(cell, secondsPerRun);
+  const size_t count = static_cast<size_t>(std::ceil(hours * kSecondsPerHour / secondsPerRun));
+  for (size_t k = 0; k < count; ++k) {
+    EvalCell cell = scenes[k % scenes.size()];
+    cell.seed = seedBase + static_cast<uint64_t>(k) + 1;
+    runs.push_back(cell);
+  }
+  return runs;
+}
+
+SoakReport soakReport(const std::vector<CellOutcome>& outcomes, double secondsPerRun,
+                      double wallSeconds) {
+  SoakReport report;
+  report.wallSeconds = wallSeconds;
+  for (const CellOutcome& o : outcomes) {
     ++report.runs;
     if (!o.ok) {
       ++report.failedRuns;
       report.switching.push_back(o);
-      // A failed run adds no simulated time: count the time asked for, so
-      // that a broken set-up cannot loop for ever.
       report.hours += secondsPerRun / kSecondsPerHour;
-    } else {
-      report.hours += o.durationMs / 1000.0 / kSecondsPerHour;
-      report.falseSwitches += o.switches;
-      if (o.switches > 0) {
-        report.switching.push_back(o);
-      }
+      continue;
     }
-    if (progress) {
-      progress(report.hours);
+    report.hours += o.durationMs / 1000.0 / kSecondsPerHour;
+    report.falseSwitches += o.switches;
+    if (o.switches > 0) {
+      report.switching.push_back(o);
     }
   }
-  report.wallSeconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return report;
 }
 

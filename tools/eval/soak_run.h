@@ -5,16 +5,16 @@
 // lamps over natural, grating, piecewise and screen textures, still,
 // hand-held, panned, drifting and with a moving object, at every geometry,
 // frame rate and timing). Run k plays cell k modulo their number, for
-// `secondsPerRun`, with the fresh seed seedBase + k + 1, until the simulated
-// time reaches the hours asked for; every state change is a false switch.
-// Opt-in (flicker-eval --soak-hours): ten hours take many minutes.
+// `secondsPerRun`, with the fresh seed seedBase + k + 1; there are as many
+// runs as make up the hours asked for, so the runs are known before the
+// first one starts and can be shared among worker processes like the cells
+// of a grid. Every state change is a false switch. Opt-in (flicker-sim eval
+// --soak-hours): ten hours take many minutes.
 //
-// Drives the process-wide manager, one run at a time.
+// Plain functions of values.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
-#include <functional>
 #include <vector>
 
 #include "cell_outcome.h"
@@ -36,9 +36,13 @@ struct SoakReport {
 // flicker.
 std::vector<EvalCell> soakCells();
 
-// Runs `cells` in turn until `hours` of simulated time; `progress` (may be
-// empty) gets the simulated hours so far after each run.
-SoakReport runSoak(const std::vector<EvalCell>& cells, double hours, double secondsPerRun,
-                   uint64_t seedBase, const std::function<void(double hoursDone)>& progress);
+// The runs of a soak of `hours` over `scenes`: ceil(hours / secondsPerRun)
+// of them (none for no scene).
+std::vector<EvalCell> soakRuns(const std::vector<EvalCell>& scenes, double hours,
+                               double secondsPerRun, uint64_t seedBase);
+
+// What the runs came to; a run that failed adds the time asked of it.
+SoakReport soakReport(const std::vector<CellOutcome>& outcomes, double secondsPerRun,
+                      double wallSeconds);
 
 }  // namespace flicker_eval

@@ -229,7 +229,7 @@ int runCommand(const std::vector<std::string>& args, CliIo io) {
   }
   const flicker_sim::SimScenario scenario = builder.scenario();
   flicker_loop::LoopOptions loopOptions = builder.options();
-  ProgressBar bar(io, "running " + scenario.name);
+  ProgressBar bar(io, "running " + scenario.name, "frames");
   const int frames = loopOptions.frames > 0 ? loopOptions.frames : scenario.frameCount;
   if (frames * static_cast<int>(scenario.sensors.size()) >= kProgressFrames) {
     loopOptions.progress = [&bar](int done, int total) { bar.update(done, total); };

@@ -38,24 +38,31 @@ std::vector<uint8_t> encode(const TuningTable& table) {
   });
 }
 
-// The temporary image written by applyTable; replaced by the next one and
-// removed when the process ends.
-struct TempImage {
-  std::string path;
+// The temporary images: the one applyTable wrote last (replaced by the next
+// one) and the staged ones, all removed when the process ends.
+struct TempImages {
+  std::string applied;
+  std::vector<std::string> staged;
   void replace(const std::string& next) {
-    if (!path.empty()) {
+    if (!applied.empty()) {
+      unlink(applied.c_str());
+    }
+    applied = next;
+  }
+  ~TempImages() {
+    replace("");
+    for (const std::string& path : staged) {
       unlink(path.c_str());
     }
-    path = next;
   }
-  ~TempImage() { replace(""); }
 };
 
-TempImage& tempImage() {
-  static TempImage image;
-  return image;
+TempImages& tempImages() {
+  static TempImages images;
+  return images;
 }
 
+// Writes a new temporary image of `table`; the caller keeps track of it.
 bool writeTempImage(const TuningTable& table, std::string* path, std::string* error) {
   const char* tmp = getenv("TMPDIR");
   std::string pattern =
@@ -67,15 +74,15 @@ bool writeTempImage(const TuningTable& table, std::string* path, std::string* er
     *error = "cannot create a temporary tuning image in " + pattern;
     return false;
   }
-  tempImage().replace(name.data());
+  *path = name.data();
   const std::vector<uint8_t> image = encode(table);
   const bool written = write(fd, image.data(), image.size()) == static_cast<ssize_t>(image.size());
   close(fd);
   if (!written) {
-    *error = "cannot write the temporary tuning image " + tempImage().path;
+    unlink(path->c_str());
+    *error = "cannot write the temporary tuning image " + *path;
     return false;
   }
-  *path = tempImage().path;
   return true;
 }
 
@@ -105,6 +112,10 @@ TuningTable TuningTable::filledWith(const FLICKER_CUST_PARA& record) {
   TuningTable table;
   table.records.assign(kRecords, record);
   return table;
+}
+
+FlickerExtPara TuningTable::algoPart() const {
+  return algoPartOf(first());
 }
 
 bool TuningTable::uniform() const {
@@ -151,6 +162,7 @@ bool TuningChoice::applyTable(const TuningTable& table, FlickerExtPara* algoPart
   if (!writeTempImage(table, &path, error)) {
     return false;
   }
+  tempImages().replace(path);
   flicker_host::setNvramImage(path);
   if (algoPart != nullptr) {
     *algoPart = algoPartOf(table.first());
@@ -161,6 +173,14 @@ bool TuningChoice::applyTable(const TuningTable& table, FlickerExtPara* algoPart
 bool TuningChoice::applyRecord(const FLICKER_CUST_PARA& record, FlickerExtPara* algoPart,
                                std::string* error) {
   return applyTable(TuningTable::filledWith(record), algoPart, error);
+}
+
+bool TuningChoice::stage(const TuningTable& table, std::string* image, std::string* error) {
+  if (!writeTempImage(table, image, error)) {
+    return false;
+  }
+  tempImages().staged.push_back(*image);
+  return true;
 }
 
 FlickerExtPara TuningChoice::openDefaults() {

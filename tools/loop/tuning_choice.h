@@ -35,6 +35,8 @@ struct TuningTable {
   static TuningTable filledWith(const FLICKER_CUST_PARA& record);
   // Row 0, column 0: what a replay's algorithm gets.
   const FLICKER_CUST_PARA& first() const { return records.front(); }
+  // The algorithm's part of first().
+  FlickerExtPara algoPart() const;
   // True when every record equals the first.
   bool uniform() const;
 };
@@ -56,6 +58,10 @@ class TuningChoice {
   static bool load(const std::string& choice, TuningTable* table, std::string* error);
   // Hands the manager `table` (as a temporary image, like applyRecord).
   static bool applyTable(const TuningTable& table, FlickerExtPara* algoPart, std::string* error);
+  // Writes `table` as a temporary image that stays until the process ends
+  // and gives its path, for a process that hands it over later (a worker
+  // process: flicker_host::setNvramImage); false with a reason.
+  static bool stage(const TuningTable& table, std::string* image, std::string* error);
   // Writes `table` as an NVRAM image file that --tuning FILE and
   // FLICKER_NVRAM_IMAGE accept; false with a reason.
   static bool writeImage(const TuningTable& table, const std::string& path, std::string* error);
