@@ -238,14 +238,14 @@ void OpenFlickerAlgo::logEvidence() const {
   ALGO_LOGV(log_,
             "analysable(%d) bins(%d x %d lines) residual(%.4f of %.4f) lone(%.2f) change(%d) "
             "shift(%.2f +- %.2f lines%s)",
-            e.analysable, e.bins, e.binLines, e.sceneResidual, e.differenceSigma, e.loneExplained, e.sceneChange, e.shift, e.shiftError,
-            e.shiftRemoved ? ", removed" : "");
+            e.analysable, e.bins, e.binLines, e.sceneResidual, e.differenceSigma, e.loneExplained,
+            e.sceneChange, e.shift, e.shiftError, e.shiftRemoved ? ", removed" : "");
   if (e.periodTested) {
     ALGO_LOGV(log_,
               "period: 100 Hz ccc(%.2f) spread(%.3f) win(%d) | 120 Hz ccc(%.2f) spread(%.3f) "
-              "win(%d) -> %s",
+              "win(%d) half(%.2f/%.2f) -> %s",
               e.periodicity[0], e.periodSpread[0], e.periodWindows[0], e.periodicity[1],
-              e.periodSpread[1], e.periodWindows[1],
+              e.periodSpread[1], e.periodWindows[1], e.halfPeriodicity[0], e.halfPeriodicity[1],
               e.periodRipple < 0 ? "none" : (e.periodRipple == 0 ? "100 Hz" : "120 Hz"));
   }
   if (e.longTested) {
@@ -257,7 +257,8 @@ void OpenFlickerAlgo::logEvidence() const {
   }
   for (int f = 0; f < kRipples; ++f) {
     ALGO_LOGV(log_,
-              "%.0f Hz: gain(%.3f) vis(%.3f%s) diff amp(%.4f) snr(%.1f) agree(%.2f) leak(%.4f) ev(%.2f) | "
+              "%.0f Hz: gain(%.3f) vis(%.3f%s) diff amp(%.4f) snr(%.1f) agree(%.2f) leak(%.4f) "
+              "ev(%.2f) | "
               "frame amp(%.4f/%.4f) snr(%.1f/%.1f) ev(%.2f)",
               kRippleHz[f], e.exposureGain[f], e.visibility[f], e.frozen[f] ? " frozen" : "",
               e.temporalAmplitude[f], e.temporal[f].snr, e.temporal[f].agreement,

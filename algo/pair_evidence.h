@@ -56,7 +56,7 @@ struct PairEvidence {
   // allowance for the harmonics of a strong ripple.
   double differenceSigma;
   double sceneResidual;
-  bool sceneChange;                    // the difference is not explained: motion or a cut
+  bool sceneChange;  // the difference is not explained: motion or a cut
   // The difference was fitted with one ripple alone (the other cancelled,
   // the readout too short for both): what that ripple explains beyond the
   // difference's trend, over what is left (median over the windows); -1 when
@@ -84,6 +84,8 @@ struct PairEvidence {
   double periodicity[kRipples];
   double periodSpread[kRipples];
   int periodWindows[kRipples];
+  // The same concordance half a ripple period on (0 when not compared).
+  double halfPeriodicity[kRipples];
   // Ripple whose period alone explains the difference, -1 when none does.
   int periodRipple;
   // Vertical scene shift between the frames (lines, frame 1 against frame 0,

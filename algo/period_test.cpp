@@ -23,12 +23,19 @@ constexpr double kDeepSpread = 0.05;
 constexpr double kPeriodic = 0.8;
 constexpr double kAperiodic = 0.6;
 constexpr double kPeriodSpread = 0.1;
+// A mains ripple's fundamental turns over in half its period, so its
+// difference does not match itself half a period on. A faster light (a PWM
+// driver at a multiple of the ripple frequency) repeats within the ripple's
+// period and does: a difference this concordant at half the period is not the
+// mains ripple's.
+constexpr double kHalfPeriodic = 0.6;
 
 }  // namespace
 
 bool PeriodTest::plan(double lineTime, int subLines, int subBins) {
   for (int f = 0; f < kRipples; ++f) {
     periodSub_[f] = static_cast<int>(std::lround(1.0 / (kRippleHz[f] * lineTime * subLines)));
+    halfSub_[f] = static_cast<int>(std::lround(0.5 / (kRippleHz[f] * lineTime * subLines)));
   }
   return periodSub_[0] >= kCombSubBins &&
          periodSub_[0] + kMinPeriodSamples * kCombSubBins <= subBins;
@@ -69,7 +76,8 @@ int PeriodTest::periodicRipple(const PairEvidence& e, int windows) {
     const int other = 1 - f;
     const bool otherFails = !usable[other] || (e.periodicity[other] <= kAperiodic &&
                                                e.periodSpread[other] >= kDeepSpread);
-    if (usable[f] && e.periodicity[f] >= kPeriodic && otherFails) {
+    const bool fasterLight = e.halfPeriodicity[f] >= kHalfPeriodic;
+    if (usable[f] && e.periodicity[f] >= kPeriodic && otherFails && !fasterLight) {
       return f;
     }
   }
@@ -78,59 +86,71 @@ int PeriodTest::periodicRipple(const PairEvidence& e, int windows) {
 
 void PeriodTest::run(const LineBinner& binner, int windows, PairEvidence* out) const {
   out->periodTested = true;
-  const int subBins = binner.subBins();
   for (int f = 0; f < kRipples; ++f) {
-    double ccc[kMaxWindows];
-    double spread[kMaxWindows];
-    int n = 0;
-    for (int w = 0; w < windows; ++w) {
-      // d at a compared bin from its sub-bins; false when the bin says nothing.
-      const auto diffAt = [&](int k, double* d) {
-        double a = 0.0, c = 0.0;
-        int la = 0, lc = 0;
-        for (int i = k; i < k + kCombSubBins; ++i) {
-          a += binner.subSum(0, w, i);
-          c += binner.subSum(1, w, i);
-          la |= binner.subLevel(0, w, i);
-          lc |= binner.subLevel(1, w, i);
-        }
-        if (((la | lc) & LineBinner::kClipped) != 0 || (la & lc & LineBinner::kDark) != 0 ||
-            !(a + c > 0.0)) {
-          return false;
-        }
-        *d = 2.0 * (c - a) / (c + a);
-        return true;
-      };
-      int m = 0;
-      double sx = 0.0, sy = 0.0, sxx = 0.0, syy = 0.0, sxy = 0.0;
-      for (int k = 0; k + periodSub_[f] + kCombSubBins <= subBins; k += kCombSubBins) {
-        double x, y;
-        if (!diffAt(k, &x) || !diffAt(k + periodSub_[f], &y)) {
-          continue;
-        }
-        ++m;
-        sx += x;
-        sy += y;
-        sxx += x * x;
-        syy += y * y;
-        sxy += x * y;
+    out->periodWindows[f] =
+        concordance(binner, windows, periodSub_[f], &out->periodicity[f], &out->periodSpread[f]);
+    // Compared bins that overlap their shifted selves would match anything.
+    double spread = 0.0;
+    out->halfPeriodicity[f] = 0.0;
+    if (halfSub_[f] >= kCombSubBins) {
+      concordance(binner, windows, halfSub_[f], &out->halfPeriodicity[f], &spread);
+    }
+  }
+}
+
+int PeriodTest::concordance(const LineBinner& binner, int windows, int lag, double* periodicity,
+                            double* spreadOut) {
+  const int subBins = binner.subBins();
+  double ccc[kMaxWindows];
+  double spread[kMaxWindows];
+  int n = 0;
+  for (int w = 0; w < windows && lag > 0; ++w) {
+    // d at a compared bin from its sub-bins; false when the bin says nothing.
+    const auto diffAt = [&](int k, double* d) {
+      double a = 0.0, c = 0.0;
+      int la = 0, lc = 0;
+      for (int i = k; i < k + kCombSubBins; ++i) {
+        a += binner.subSum(0, w, i);
+        c += binner.subSum(1, w, i);
+        la |= binner.subLevel(0, w, i);
+        lc |= binner.subLevel(1, w, i);
       }
-      if (m < kMinPeriodSamples) {
+      if (((la | lc) & LineBinner::kClipped) != 0 || (la & lc & LineBinner::kDark) != 0 ||
+          !(a + c > 0.0)) {
+        return false;
+      }
+      *d = 2.0 * (c - a) / (c + a);
+      return true;
+    };
+    int m = 0;
+    double sx = 0.0, sy = 0.0, sxx = 0.0, syy = 0.0, sxy = 0.0;
+    for (int k = 0; k + lag + kCombSubBins <= subBins; k += kCombSubBins) {
+      double x, y;
+      if (!diffAt(k, &x) || !diffAt(k + lag, &y)) {
         continue;
       }
-      const double mx = sx / m, my = sy / m;
-      const double vx = std::max(0.0, sxx / m - mx * mx);
-      const double vy = std::max(0.0, syy / m - my * my);
-      const double cov = sxy / m - mx * my;
-      const double denom = vx + vy + (mx - my) * (mx - my);
-      ccc[n] = denom > 0.0 ? 2.0 * cov / denom : 0.0;
-      spread[n] = std::sqrt(0.5 * (vx + vy));
-      ++n;
+      ++m;
+      sx += x;
+      sy += y;
+      sxx += x * x;
+      syy += y * y;
+      sxy += x * y;
     }
-    out->periodWindows[f] = n;
-    out->periodicity[f] = n > 0 ? WindowCombiner::median(ccc, n) : 0.0;
-    out->periodSpread[f] = n > 0 ? WindowCombiner::median(spread, n) : 0.0;
+    if (m < kMinPeriodSamples) {
+      continue;
+    }
+    const double mx = sx / m, my = sy / m;
+    const double vx = std::max(0.0, sxx / m - mx * mx);
+    const double vy = std::max(0.0, syy / m - my * my);
+    const double cov = sxy / m - mx * my;
+    const double denom = vx + vy + (mx - my) * (mx - my);
+    ccc[n] = denom > 0.0 ? 2.0 * cov / denom : 0.0;
+    spread[n] = std::sqrt(0.5 * (vx + vy));
+    ++n;
   }
+  *periodicity = n > 0 ? WindowCombiner::median(ccc, n) : 0.0;
+  *spreadOut = n > 0 ? WindowCombiner::median(spread, n) : 0.0;
+  return n;
 }
 
 }  // namespace open_algo

@@ -8,7 +8,9 @@
 // other. When the difference is deep, it is compared with itself one 100 Hz
 // and one 120 Hz period later on compared bins of a few sub-bins; per window
 // the agreement is the concordance 2 cov / (var_x + var_y + (mean_x -
-// mean_y)^2), and the windows combine by median.
+// mean_y)^2), and the windows combine by median. A difference that also
+// matches itself half a period on repeats faster than the mains ripple (a PWM
+// driver at a multiple of it): its period names no mains.
 //
 // Threading: plain state set per pair; one thread at a time.
 #pragma once
@@ -33,7 +35,13 @@ class PeriodTest {
   static int periodicRipple(const PairEvidence& e, int windows);
 
  private:
+  // Median concordance of the difference with itself `lag` sub-bins on, and
+  // the median spread of the compared values; returns the windows compared.
+  static int concordance(const LineBinner& binner, int windows, int lag, double* periodicity,
+                         double* spread);
+
   int periodSub_[kRipples] = {};
+  int halfSub_[kRipples] = {};
 };
 
 }  // namespace open_algo

@@ -138,8 +138,12 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   double amplitude[kRipples];
   for (int f = 0; f < kRipples; ++f) {
     const double spatialWeight = f == applied_ ? 1.0 : kForeignSpatialWeight;
-    e.evidence[f] =
-        static_cast<float>(std::max(ev.temporalEvidence[f], spatialWeight * ev.spatialEvidence[f]));
+    // A cancelled ripple cannot be in either frame: what its columns show is
+    // texture and motion.
+    e.evidence[f] = ev.cancelled[f]
+                        ? 0.0f
+                        : static_cast<float>(std::max(ev.temporalEvidence[f],
+                                                      spatialWeight * ev.spatialEvidence[f]));
     // A frozen frequency has no temporal amplitude: its single-frame ripple
     // stands in (scene texture can only make it larger, which is cautious),
     // unless a pair just before measured it smaller in its difference: texture
