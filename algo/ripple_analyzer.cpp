@@ -205,8 +205,8 @@ double RippleAnalyzer::commonExplained(int series, int windows, int model, const
   return fitter_.fit(mean, kept, model, &common, true) ? common.explained : 0.0;
 }
 
-void RippleAnalyzer::readDifference(int series, int from, int to, const double* scale,
-                                    int windows, const AlgoKnobs& knobs, DifferenceReading* r) {
+void RippleAnalyzer::readDifference(int series, int from, int to, const double* scale, int windows,
+                                    const AlgoKnobs& knobs, DifferenceReading* r) {
   r->shift = shift_.removeShift(binner_, fitter_, diffModel_, windows, series, from, to);
   const int model = fitDifference(series, windows, knobs, r->fits);
   double sigma[kMaxWindows];
@@ -291,11 +291,22 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
     }
   }
   if (frozen < 0) {
+    // The reference must come from an unbroken run of such pairs: one kept
+    // before a change of state, and of light, would show that change.
+    forgetReference();
     return;
   }
-  const ReferenceKey key{true,       in.lines,         in.windows,           in.winWidth,
-                         in.lineTime, in.exposure,     knobs.searchRange,    binner_.bins(),
-                         binner_.binLines(), binner_.subBins(), 0};
+  const ReferenceKey key{true,
+                         in.lines,
+                         in.windows,
+                         in.winWidth,
+                         in.lineTime,
+                         in.exposure,
+                         knobs.searchRange,
+                         binner_.bins(),
+                         binner_.binLines(),
+                         binner_.subBins(),
+                         0};
   if (!reference_.sameAs(key) || reference_.age >= kMaxReferenceAge) {
     binner_.keepReference(1, in.windows);
     reference_ = key;
