@@ -31,6 +31,9 @@ struct EvidenceEntry {
   bool looked[kRipples];
   // The exposure cancelled the ripple.
   bool cancelled[kRipples];
+  // The vote rests on a frozen ripple's creep against the reference frame:
+  // the phase crept an unknown amount, so its amplitude is a lower bound.
+  bool crept;
   // The ripple not applied against the cancelled probe, for the slow path.
   ProbeSample probe;
 };

@@ -8,9 +8,9 @@ void LeftoverMemory::clear() {
   sighted_ = false;
 }
 
-void LeftoverMemory::changed(int from, double leftover) {
+void LeftoverMemory::changed(int from, double leftover, bool atLeast) {
   if (from >= 0 && from < kRipples) {
-    memory_[from] = Memory{leftover > 0.0, leftover, 0};
+    memory_[from] = Memory{leftover > 0.0, atLeast, leftover, 0};
   }
   cleanLooks_ = 0;
   sighted_ = false;
@@ -28,7 +28,8 @@ void LeftoverMemory::observe(bool looked, bool saw) {
 
 bool LeftoverMemory::wouldHelp(int target, double leftoverNow) const {
   const Memory& m = memory_[target];
-  return !m.valid || cleanLooks_ >= kCleanLooks || m.leftover < kMargin * leftoverNow;
+  return !m.valid || cleanLooks_ >= kCleanLooks ||
+         (!m.atLeast && m.leftover < kMargin * leftoverNow);
 }
 
 }  // namespace open_algo

@@ -8,7 +8,11 @@
 // state just left leaves; a later return to it is allowed only when it would
 // reduce the banding by a margin. Under mixed light the state so settles,
 // after at most one return, on the state that leaves the weaker banding, and
-// stays there while the light stays the same.
+// stays there while the light stays the same. A state whose exposure freezes
+// the other ripple (120 Hz at 30 fps) sees it only as the mains drift creeps
+// its phase against a reference frame, by an amount nothing here knows: what
+// such a state leaves is known only as a lower bound, and a lower bound never
+// shows that a return would leave less.
 //
 // A lamp that came on after the change looks the same from within the state
 // (its own lamp is cancelled there). The difference is in time: under mixed
@@ -39,18 +43,22 @@ class LeftoverMemory {
 
   void clear();
   // The state changed away from ripple `from`; `leftover` is the banding it
-  // left (the other ripple as its pairs showed it), 0 when unknown.
-  void changed(int from, double leftover);
+  // left (the other ripple as its pairs showed it), 0 when unknown; `atLeast`,
+  // it is only a lower bound (a frozen ripple that crept an unknown amount).
+  void changed(int from, double leftover, bool atLeast);
   // One detection: `looked`, the pair could see the ripple not applied;
   // `saw`, it voted for it.
   void observe(bool looked, bool saw);
   // False when ripple `target`, remembered under the same light, left more
-  // than kMargin times `leftoverNow` (what the applied state leaves now).
+  // than kMargin times `leftoverNow` (what the applied state leaves now), or
+  // when only a lower bound of what it left is known: that cannot show it
+  // left less.
   bool wouldHelp(int target, double leftoverNow) const;
 
  private:
   struct Memory {
     bool valid;
+    bool atLeast;
     double leftover;
     int age;
   };

@@ -63,10 +63,12 @@ void StateDecider::setApplied(int32_t code) {
     // The banding that made this algorithm leave is what the state left
     // leaves, when its exposure cancelled its own ripple (otherwise either
     // state shows both lamps alike); a change from outside says nothing.
-    leftovers_.changed(applied_, verdictCancelled_[code] ? verdictBanding_[code] : 0.0);
+    leftovers_.changed(applied_, verdictCancelled_[code] ? verdictBanding_[code] : 0.0,
+                       verdictCrept_[code]);
   }
   verdictBanding_[0] = verdictBanding_[1] = 0.0;
   verdictCancelled_[0] = verdictCancelled_[1] = false;
+  verdictCrept_[0] = verdictCrept_[1] = false;
   applied_ = code;
   probes_.clear();
 }
@@ -182,6 +184,7 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
           static_cast<float>(std::max(ev.longRipple[f].amplitude, ev.frozenStandIn[f]));
       e.vote = static_cast<int8_t>(f);
       e.temporal = true;
+      e.crept = true;
       return e;
     }
   }
@@ -264,6 +267,7 @@ Decision StateDecider::decide(const EvidenceEntry& entry) {
       d.state = code;
       verdictBanding_[code] = banding;
       verdictCancelled_[code] = isFrequency(applied_) && entry.cancelled[applied_];
+      verdictCrept_[code] = entry.crept;
       return d;
     }
   }

@@ -84,6 +84,8 @@ class StateDecider {
   double verdictBanding_[kRipples] = {};
   // The exposure cancelled the applied ripple when that verdict was made.
   bool verdictCancelled_[kRipples] = {};
+  // The verdict rested on a frozen ripple's creep: its banding is a lower bound.
+  bool verdictCrept_[kRipples] = {};
   LeftoverMemory leftovers_;
 };
 
