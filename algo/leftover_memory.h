@@ -11,8 +11,9 @@
 // stays there while the light stays the same. A state whose exposure freezes
 // the other ripple (120 Hz at 30 fps) sees it only as the mains drift creeps
 // its phase against a reference frame, by an amount nothing here knows: what
-// such a state leaves is known only as a lower bound, and a lower bound never
-// shows that a return would leave less.
+// such a state leaves is known only as a lower bound. A return is judged by
+// the most it can have left instead: what each frame's own fit showed at
+// that frequency, texture included, plus two standard errors.
 //
 // A lamp that came on after the change looks the same from within the state
 // (its own lamp is cancelled there). The difference is in time: under mixed
@@ -43,23 +44,24 @@ class LeftoverMemory {
 
   void clear();
   // The state changed away from ripple `from`; `leftover` is the banding it
-  // left (the other ripple as its pairs showed it), 0 when unknown; `atLeast`,
-  // it is only a lower bound (a frozen ripple that crept an unknown amount).
-  void changed(int from, double leftover, bool atLeast);
+  // left (the other ripple as its pairs showed it), 0 when unknown, and
+  // `upper` the most it can have been: `leftover` itself when measured, more
+  // when only a lower bound was (a frozen ripple that crept an unknown
+  // amount), infinite when nothing bounds it.
+  void changed(int from, double leftover, double upper);
   // One detection: `looked`, the pair could see the ripple not applied;
   // `saw`, it voted for it.
   void observe(bool looked, bool saw);
-  // False when ripple `target`, remembered under the same light, left more
-  // than kMargin times `leftoverNow` (what the applied state leaves now), or
-  // when only a lower bound of what it left is known: that cannot show it
+  // False when ripple `target`, remembered under the same light, may have
+  // left more than kMargin times `leftoverNow` (what the applied state leaves
+  // now): its upper bound decides, since a lower bound cannot show that it
   // left less.
   bool wouldHelp(int target, double leftoverNow) const;
 
  private:
   struct Memory {
     bool valid;
-    bool atLeast;
-    double leftover;
+    double upper;
     int age;
   };
   Memory memory_[kRipples] = {};
