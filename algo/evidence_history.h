@@ -31,6 +31,12 @@ struct EvidenceEntry {
   bool looked[kRipples];
   // The exposure cancelled the ripple.
   bool cancelled[kRipples];
+  // The vote rests on a frozen ripple's creep against the reference frame:
+  // the phase crept an unknown amount, so its amplitude is a lower bound.
+  bool crept;
+  // Then the most its banding can be: each frame's own fit at its frequency
+  // (texture included) plus two standard errors; infinite when unknown.
+  float creptUpper;
   // The ripple not applied against the cancelled probe, for the slow path.
   ProbeSample probe;
 };

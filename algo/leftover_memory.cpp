@@ -1,5 +1,7 @@
 #include "leftover_memory.h"
 
+#include <algorithm>
+
 namespace open_algo {
 
 void LeftoverMemory::clear() {
@@ -8,9 +10,9 @@ void LeftoverMemory::clear() {
   sighted_ = false;
 }
 
-void LeftoverMemory::changed(int from, double leftover) {
+void LeftoverMemory::changed(int from, double leftover, double upper) {
   if (from >= 0 && from < kRipples) {
-    memory_[from] = Memory{leftover > 0.0, leftover, 0};
+    memory_[from] = Memory{leftover > 0.0, std::max(leftover, upper), 0};
   }
   cleanLooks_ = 0;
   sighted_ = false;
@@ -28,7 +30,7 @@ void LeftoverMemory::observe(bool looked, bool saw) {
 
 bool LeftoverMemory::wouldHelp(int target, double leftoverNow) const {
   const Memory& m = memory_[target];
-  return !m.valid || cleanLooks_ >= kCleanLooks || m.leftover < kMargin * leftoverNow;
+  return !m.valid || cleanLooks_ >= kCleanLooks || m.upper < kMargin * leftoverNow;
 }
 
 }  // namespace open_algo

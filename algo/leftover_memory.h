@@ -8,7 +8,12 @@
 // state just left leaves; a later return to it is allowed only when it would
 // reduce the banding by a margin. Under mixed light the state so settles,
 // after at most one return, on the state that leaves the weaker banding, and
-// stays there while the light stays the same.
+// stays there while the light stays the same. A state whose exposure freezes
+// the other ripple (120 Hz at 30 fps) sees it only as the mains drift creeps
+// its phase against a reference frame, by an amount nothing here knows: what
+// such a state leaves is known only as a lower bound. A return is judged by
+// the most it can have left instead: what each frame's own fit showed at
+// that frequency, texture included, plus two standard errors.
 //
 // A lamp that came on after the change looks the same from within the state
 // (its own lamp is cancelled there). The difference is in time: under mixed
@@ -39,19 +44,24 @@ class LeftoverMemory {
 
   void clear();
   // The state changed away from ripple `from`; `leftover` is the banding it
-  // left (the other ripple as its pairs showed it), 0 when unknown.
-  void changed(int from, double leftover);
+  // left (the other ripple as its pairs showed it), 0 when unknown, and
+  // `upper` the most it can have been: `leftover` itself when measured, more
+  // when only a lower bound was (a frozen ripple that crept an unknown
+  // amount), infinite when nothing bounds it.
+  void changed(int from, double leftover, double upper);
   // One detection: `looked`, the pair could see the ripple not applied;
   // `saw`, it voted for it.
   void observe(bool looked, bool saw);
-  // False when ripple `target`, remembered under the same light, left more
-  // than kMargin times `leftoverNow` (what the applied state leaves now).
+  // False when ripple `target`, remembered under the same light, may have
+  // left more than kMargin times `leftoverNow` (what the applied state leaves
+  // now): its upper bound decides, since a lower bound cannot show that it
+  // left less.
   bool wouldHelp(int target, double leftoverNow) const;
 
  private:
   struct Memory {
     bool valid;
-    double leftover;
+    double upper;
     int age;
   };
   Memory memory_[kRipples] = {};

@@ -1,12 +1,16 @@
 #include "state_decider.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "flicker_algo_cmd.h"
 
 namespace open_algo {
 namespace {
 
+// Standard errors above a frame's own ripple fit that bound what the ripple
+// can be.
+constexpr double kUpperErrors = 2.0;
 // Evidence (0..1) a pair needs to vote.
 constexpr double kVoteEvidence = 0.5;
 // A reference frame this many detections old has let a frozen ripple's phase
@@ -63,10 +67,13 @@ void StateDecider::setApplied(int32_t code) {
     // The banding that made this algorithm leave is what the state left
     // leaves, when its exposure cancelled its own ripple (otherwise either
     // state shows both lamps alike); a change from outside says nothing.
-    leftovers_.changed(applied_, verdictCancelled_[code] ? verdictBanding_[code] : 0.0);
+    leftovers_.changed(applied_, verdictCancelled_[code] ? verdictBanding_[code] : 0.0,
+                       verdictCrept_[code] ? verdictUpper_[code] : 0.0);
   }
   verdictBanding_[0] = verdictBanding_[1] = 0.0;
   verdictCancelled_[0] = verdictCancelled_[1] = false;
+  verdictCrept_[0] = verdictCrept_[1] = false;
+  verdictUpper_[0] = verdictUpper_[1] = 0.0;
   applied_ = code;
   probes_.clear();
 }
@@ -182,6 +189,8 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
           static_cast<float>(std::max(ev.longRipple[f].amplitude, ev.frozenStandIn[f]));
       e.vote = static_cast<int8_t>(f);
       e.temporal = true;
+      e.crept = true;
+      e.creptUpper = static_cast<float>(frameBandsUpTo(ev, f));
       return e;
     }
   }
@@ -214,6 +223,18 @@ double StateDecider::rival(const PairEvidence& ev, const double* amplitude, int 
   // what the difference shows, not the frame ripples behind it (the lower
   // visibility would otherwise inflate the one that votes).
   return 0.5 * ev.temporal[other].phasor / ev.visibility[f];
+}
+
+double StateDecider::frameBandsUpTo(const PairEvidence& ev, int f) {
+  double most = 0.0;
+  for (int k = 0; k < 2; ++k) {
+    const RippleSummary& s = ev.spatial[k][f];
+    if (s.windows == 0 || !(s.snr > 0.0)) {
+      return std::numeric_limits<double>::infinity();
+    }
+    most = std::max(most, s.amplitude * (1.0 + kUpperErrors / s.snr));
+  }
+  return most;
 }
 
 bool StateDecider::maySwitchTo(int32_t code, bool holdOff, bool slow, double banding) const {
@@ -264,6 +285,8 @@ Decision StateDecider::decide(const EvidenceEntry& entry) {
       d.state = code;
       verdictBanding_[code] = banding;
       verdictCancelled_[code] = isFrequency(applied_) && entry.cancelled[applied_];
+      verdictCrept_[code] = entry.crept;
+      verdictUpper_[code] = entry.creptUpper;
       return d;
     }
   }

@@ -71,6 +71,9 @@ class StateDecider {
   // `slow`: the probe comparison backs `code`; `banding`: what the applied
   // state leaves of `code`'s ripple, by the votes or the probe comparison.
   bool maySwitchTo(int32_t code, bool holdOff, bool slow, double banding) const;
+  // The most ripple `f` can be in the pair's frames: each frame's own fit at
+  // its frequency plus kUpperErrors standard errors (infinite without a fit).
+  static double frameBandsUpTo(const PairEvidence& ev, int f);
 
   AlgoKnobs knobs_ = AlgoTuning::defaults();
   EvidenceHistory history_;
@@ -84,6 +87,10 @@ class StateDecider {
   double verdictBanding_[kRipples] = {};
   // The exposure cancelled the applied ripple when that verdict was made.
   bool verdictCancelled_[kRipples] = {};
+  // The verdict rested on a frozen ripple's creep: its banding is a lower bound.
+  bool verdictCrept_[kRipples] = {};
+  // Then the most that ripple's banding can have been.
+  double verdictUpper_[kRipples] = {};
   LeftoverMemory leftovers_;
 };
 

@@ -194,6 +194,10 @@ TEST(EvalGrid, CellsAreUniqueDeterministicAndSeededFromTheBase) {
       int frames = 0;
       std::string error;
       EXPECT_TRUE(a[i].scenario(4.0, &scenario, &frames, &error)) << error;
+      // A rate per minute of mixed light needs runs of a minute; the rest
+      // run as long as the grid says.
+      EXPECT_EQ(a[i].runSeconds(4.0), a[i].isMixed() ? kMixedSeconds : 4.0) << a[i].label();
+      EXPECT_EQ(a[i].runSeconds(90.0), 90.0);
     }
   }
   EXPECT_EQ(seedSetKind(0), "tuning");

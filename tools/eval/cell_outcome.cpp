@@ -198,7 +198,7 @@ std::vector<CellOutcome> evaluateAll(const std::vector<EvalCell>& cells, double 
   std::vector<CellOutcome> outcomes;
   outcomes.reserve(cells.size());
   for (const EvalCell& cell : cells) {
-    outcomes.push_back(evaluate(cell, seconds));
+    outcomes.push_back(evaluate(cell, cell.runSeconds(seconds)));
     if (progress) {
       progress(static_cast<int>(outcomes.size()), static_cast<int>(cells.size()));
     }

@@ -70,7 +70,8 @@ struct CellOutcome {
 
 // Runs the cell closed-loop for `seconds` of simulated time.
 CellOutcome evaluate(const EvalCell& cell, double seconds);
-// Runs the cells one after another, in order; `progress` (may be empty) is
+// Runs the cells one after another, in order, each for its runSeconds of
+// `seconds` (mixed light a minute); `progress` (may be empty) is
 // called after each with the cells done and their number.
 std::vector<CellOutcome> evaluateAll(const std::vector<EvalCell>& cells, double seconds,
                                      const std::function<void(int done, int total)>& progress);

@@ -322,8 +322,8 @@ PoolReport evaluateCells(const std::vector<EvalCell>& cells, double seconds,
     report.outcomes = evaluateAll(cells, seconds, options.progress);
     return report;
   }
-  return CellPool(options).run(cells,
-                               [seconds](const EvalCell& cell) { return evaluate(cell, seconds); });
+  return CellPool(options).run(
+      cells, [seconds](const EvalCell& cell) { return evaluate(cell, cell.runSeconds(seconds)); });
 }
 
 }  // namespace flicker_eval

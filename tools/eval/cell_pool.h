@@ -69,7 +69,7 @@ class CellPool {
   PoolOptions options_;
 };
 
-// Evaluates the cells for `seconds` each: in this process, one after another,
+// Evaluates the cells for their runSeconds of `seconds`: in this process, one after another,
 // for one job without a set-up (the serial run a debugger can follow);
 // otherwise in a CellPool. The outcomes are the same either way.
 PoolReport evaluateCells(const std::vector<EvalCell>& cells, double seconds,

@@ -51,6 +51,12 @@ namespace flicker_eval {
 
 enum class GridSize { kQuick, kDefault, kFull };
 
+// Mixed light is judged in state changes per simulated minute, and its first
+// change is forced (from inside one state it looks like the other lamp
+// alone): over a few seconds that one change alone reads as a rate of many
+// per minute, so its cells run at least a minute.
+constexpr double kMixedSeconds = 60.0;
+
 constexpr uint64_t kFirstHeldOutSeedBase = 10000;
 constexpr uint64_t kHeldOutSeedBases[] = {10000, 20000, 30000};
 
@@ -80,6 +86,9 @@ struct EvalCell {
   bool isOnset() const;
   bool isMixed() const { return mains.compare(0, 5, "mixed") == 0; }
   bool hasFlicker() const { return mains != "none"; }
+  // Simulated seconds this cell runs in a grid of runs of `gridSeconds`:
+  // mixed light at least a minute, the others as the grid says.
+  double runSeconds(double gridSeconds) const;
   // One line naming every value, for failure lists.
   std::string label() const;
   // The same cell as command-line filters: --only DIM=VALUE for each

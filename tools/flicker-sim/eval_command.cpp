@@ -229,7 +229,9 @@ int runEvaluation(const CliOptions& parsed, const EvalOptions& o,
     } else {
       io.out << "grid " << o.gridName() << ": "
              << flicker_eval::countOf(static_cast<long>(cells.size()), "cell") << ", "
-             << o.secondsPerRun() << " s simulated each; " << seeds << "\n";
+             << o.secondsPerRun() << " s simulated each"
+             << (o.secondsPerRun() < flicker_eval::kMixedSeconds ? " (mixed light a minute)" : "")
+             << "; " << seeds << "\n";
     }
     io.out << "tuning " << o.tuning.describe() << " (words 0..12: " << wordsText(tuning) << ")\n"
            << std::flush;

@@ -50,7 +50,7 @@ const char kHelpBody[] =
     "  --full             every light, geometry and texture multiplied (minutes)\n"
     "                     (default: a moderate grid)\n"
     "  --seconds S        simulated seconds per run (default 3 quick, 4 otherwise,\n"
-    "                     60 for a soak)\n"
+    "                     60 for a soak; mixed light runs at least a minute)\n"
     "  --by DIM[,DIM..]   tables grouped by these dimensions (default\n"
     "                     mains,fps,timing,motion,geometry); dimensions: light,\n"
     "                     depth, ripple, mains, exposure, fps, timing, noise,\n"
