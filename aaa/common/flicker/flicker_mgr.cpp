@@ -2,7 +2,7 @@
 // worker thread, per-frame path, analysis and algorithm set-up.
 // The threading rules are in the class comment of flicker_mgr.h.
 #define LOG_TAG "FlickerMgr"
-#define FLK_LOG_LEVEL_VAR g_flickerMgrLogLevel
+#define FLK_LOG_LEVEL_VAR flicker_log::g_managerLevel
 
 #include "flicker_mgr.h"
 
@@ -25,9 +25,6 @@
 #include "flicker_utils.h"
 
 namespace {
-
-// This file's log level, re-read from the property in Init and Start.
-flicker_log::FileLevel g_flickerMgrLogLevel{0};
 
 // Properties read by the manager.
 constexpr const char* kPropLogLevel = "vendor.debug.flicker_mgr.log.level";
@@ -232,7 +229,7 @@ int FlickerMgr::Init(int sensorDev, int sensorId) {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++ SensorDev/SensorId(%d, %d)", sensorDev, sensorId);
 
-  g_flickerMgrLogLevel.store(propInt(kPropLogLevel, 0), std::memory_order_relaxed);
+  flicker_log::g_managerLevel.store(propInt(kPropLogLevel, 0), std::memory_order_relaxed);
   auto_test_enable_.store(propInt(kPropAutoTest, 0), std::memory_order_relaxed);
   sensor_dev_ = sensorDev;
   sensor_id_ = sensorId;
@@ -360,7 +357,7 @@ void FlickerMgr::getTargetParameter(int sensorMode, int ratio, void* para) {
   dst->sensor_setting.column_length = src.sensor_setting.column_length;
   dst->is_auto_gen = src.is_auto_gen;
 
-  if (!flicker_log::debugOn(g_flickerMgrLogLevel, 3))
+  if (!flicker_log::debugOn(flicker_log::g_managerLevel, 3))
     return;
   for (int i = 0; i < 9; ++i) {
     FLK_LOGV("getTargetParameter(): para->flickerFreq[%d] = %d", i, dst->flickerFreq[i]);
@@ -514,7 +511,7 @@ bool FlickerMgr::LightWeightReConfig(const flicker_config_info& config) {
 int FlickerMgr::Start(const flicker_start_info& /*start*/) {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++ SensorIdx(%d)", sensor_idx_);
-  g_flickerMgrLogLevel.store(propInt(kPropLogLevel, 0), std::memory_order_relaxed);
+  flicker_log::g_managerLevel.store(propInt(kPropLogLevel, 0), std::memory_order_relaxed);
   auto_test_enable_.store(propInt(kPropAutoTest, 0), std::memory_order_relaxed);
   FLK_LOGD("SensorMode(%d) HBIN_INFO(W:%d/H:%d) TG_SIZE(W:%d/H:%d) PixelClk(%lld) PixelsInLine(%u)",
            sensor_mode_, hbin_width_, hbin_height_, tg_width_, tg_height_,

@@ -1,5 +1,5 @@
 #define LOG_TAG "FlickerPlatformAdapter"
-#define FLK_LOG_LEVEL_VAR g_adapterLogLevel
+#define FLK_LOG_LEVEL_VAR flicker_log::g_adapterLevel
 
 #include "flicker_platform_adapter.h"
 
@@ -20,8 +20,6 @@
 #include "flicker_utils.h"
 
 namespace {
-
-flicker_log::FileLevel g_adapterLogLevel{0};
 
 // One adapter per sensor index. The table is never destroyed: a manager's
 // worker may still be detecting on an adapter's buffers while the process
@@ -125,7 +123,7 @@ __attribute__((format(printf, 1, 2))) void myPrint(const char* format, ...) {
   if (written < 0) {
     return;
   }
-  FLK_LOG_DEBUG_TAGGED_("FlickerAlgo", "%s", text);
+  FLK_LOG_DEBUG_TAGGED_(__FUNCTION__, "FlickerAlgo", "%s", text);
 }
 
 // strerror_r comes in a GNU (char*) and an XSI (int) form; take either.
@@ -192,7 +190,7 @@ FlickerPlatformAdapter::~FlickerPlatformAdapter() {
 }
 
 int FlickerPlatformAdapter::init(int sensorDev, int sensorId) {
-  g_adapterLogLevel.store(NSCam::Utils::Properties::property_get_int32(kPropLogLevel, 0),
+  flicker_log::g_adapterLevel.store(NSCam::Utils::Properties::property_get_int32(kPropLogLevel, 0),
                           std::memory_order_relaxed);
   sensor_dev_ = sensorDev;
   sensor_id_ = sensorId;
@@ -500,7 +498,7 @@ int FlickerPlatformAdapter::setBuf(int sensorPath, const void* stats, int bufInd
       break;
   }
 
-  if (flicker_log::debugOn(g_adapterLogLevel, 2)) {
+  if (flicker_log::debugOn(flicker_log::g_adapterLevel, 2)) {
     const int32_t imgH = tg_img_height_;
     for (int row = 0; row < imgH && kTraceEntriesPerRow * row + 2 < kBufEntries;
          row += kTraceRowStep) {
