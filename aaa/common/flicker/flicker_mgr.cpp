@@ -20,6 +20,7 @@
 #include "cam_flicker_custom.h"
 #include "cam_properties.h"
 #include "cam_thread.h"
+#include "flicker_freq.h"
 #include "flicker_log.h"
 #include "flicker_trace.h"
 #include "flicker_utils.h"
@@ -66,12 +67,6 @@ constexpr int64_t kColumnLengthAllowance = 20;
 // period with margin, per current state. Exact values, intended.
 constexpr int32_t kLongExposure60Hz = 8201;
 constexpr int32_t kLongExposure50Hz = 9801;
-
-// Detection result codes of the analysis (after translating the adapter's
-// frequency code).
-constexpr int kResult50Hz = 2;
-constexpr int kResult60Hz = 3;
-constexpr int kResultNone = 0;
 
 // Per-mode tuning override files; the device's own paths.
 constexpr const char* kParaFiles[] = {
@@ -668,9 +663,9 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
   // Fixed modes force the state on every frame, not only on a change.
   const int32_t mode = flicker_mode_.load(std::memory_order_relaxed);
   if (mode == FLICKER_MODE_60HZ) {
-    setFlickerState(60);
+    setFlickerState(FlickerFreq(FlickerFreq::k60Hz).hz());
   } else if (mode == FLICKER_MODE_50HZ) {
-    setFlickerState(50);
+    setFlickerState(FlickerFreq(FlickerFreq::k50Hz).hz());
   }
   return 0;
 }
@@ -690,8 +685,8 @@ int FlickerMgr::GetResult(std::vector<uint8_t>* output) {
 
   // Every field is one relaxed load: a result may mix two analyses, never a
   // torn field. Bytes 1..3 are left as the caller had them.
-  const int32_t state = flicker_state_.load(std::memory_order_relaxed) == 60 ? FLICKER_RESULT_60HZ
-                                                                             : FLICKER_RESULT_50HZ;
+  const int32_t state =
+      FlickerFreq::fromHz(flicker_state_.load(std::memory_order_relaxed)).recordCode();
   const int32_t rateActive = flicker_frame_rate_active_.load(std::memory_order_relaxed);
   const int32_t score50 = flicker_score_50_.load(std::memory_order_relaxed);
   const int32_t score60 = flicker_score_60_.load(std::memory_order_relaxed);
@@ -797,12 +792,9 @@ void FlickerMgr::followAeCycle(int32_t cycle, FlickerPlatformAdapter* adapter) {
       FLK_LOGE("PlatformAdapter getInstance fail");
     } else {
       adapter->setFlickerState(0);
-      const int32_t state = flicker_state_.load(std::memory_order_relaxed);
-      if (state == 50) {
-        adapter->resetQueue(60);
-      } else if (state == 60) {
-        adapter->resetQueue(50);
-      }
+      const FlickerFreq state = FlickerFreq::fromHz(flicker_state_.load(std::memory_order_relaxed));
+      if (state.known())
+        adapter->resetQueue(state.other().hz());
     }
   } else if (cycle > 0 && aeCycle != cycle) {
     ae_detect_cycle_.store(cycle, std::memory_order_relaxed);
@@ -977,18 +969,13 @@ int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void*
 int32_t FlickerMgr::analyzeFlickerFrequency() {
   const int64_t t0 = getMs();
   FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  int result = kResultNone;
+  FlickerFreq decided;
   if (adapter == nullptr) {
     FLK_LOGE("PlatformAdapter getInstance fail");
-    result = flicker_state_.load(std::memory_order_relaxed) == 60 ? kResult60Hz : kResult50Hz;
+    decided = FlickerFreq::fromHz(flicker_state_.load(std::memory_order_relaxed));
   } else {
     // The adapter answers with the algorithm's frequency code.
-    const int code = adapter->detectFlicker();
-    if (code == FLK_FREQ_50HZ) {
-      result = kResult50Hz;
-    } else if (code == FLK_FREQ_60HZ) {
-      result = kResult60Hz;
-    }
+    decided = FlickerFreq::fromAlgoCode(adapter->detectFlicker());
   }
   const int32_t aeCycle = ae_detect_cycle_.load(std::memory_order_relaxed);
   flicker_score_active_.store(aeCycle != 0 ? 1 : 0, std::memory_order_relaxed);
@@ -1007,12 +994,11 @@ int32_t FlickerMgr::analyzeFlickerFrequency() {
     if (propInt(kPropSwitchEn, -1) == 0) {
       FLK_LOGD("flicker state not changed due to property fixed");
     } else {
-      const int32_t state = flicker_state_.load(std::memory_order_relaxed);
-      if (result == kResult50Hz && state == 60) {
-        setFlickerState(50);
-      } else if (result == kResult60Hz && state == 50) {
-        setFlickerState(60);
-      }
+      // Detection moves a known state to the other frequency; it never
+      // leaves a state that is not 50 or 60.
+      const FlickerFreq state = FlickerFreq::fromHz(flicker_state_.load(std::memory_order_relaxed));
+      if (decided.known() && state.known() && decided != state)
+        setFlickerState(decided.hz());
     }
   }
 
@@ -1022,8 +1008,9 @@ int32_t FlickerMgr::analyzeFlickerFrequency() {
   const int32_t score50 = flicker_score_50_.load(std::memory_order_relaxed);
   const int32_t score60 = flicker_score_60_.load(std::memory_order_relaxed);
   const int32_t scoreActive = flicker_score_active_.load(std::memory_order_relaxed);
-  if ((exposure >= kLongExposure60Hz && state == 60) ||
-      (exposure >= kLongExposure50Hz && state == 50)) {
+  const FlickerFreq stateFreq = FlickerFreq::fromHz(state);
+  if ((exposure >= kLongExposure60Hz && stateFreq == FlickerFreq::k60Hz) ||
+      (exposure >= kLongExposure50Hz && stateFreq == FlickerFreq::k50Hz)) {
     FLK_LOG1(
         "Input: SensorIdx(%d), ExposureTime(%d), AEDetectCycle(%d) Output: State(%d) "
         "Score50/60(%d/%d) ScoreActive(%d)",

@@ -15,6 +15,7 @@
 #include "cam_data_path.h"
 #include "cam_inst.h"
 #include "cam_properties.h"
+#include "flicker_freq.h"
 #include "flicker_log.h"
 #include "flicker_trace.h"
 #include "flicker_utils.h"
@@ -97,16 +98,6 @@ int windowImageHeight(int height) {
 // Statistics rows of the window: two per six image rows.
 int windowRows(int height) {
   return 2 * (windowImageHeight(height) / 6);
-}
-
-int32_t hzToFreqCode(int hz) {
-  if (hz == 60) {
-    return FLK_FREQ_60HZ;
-  }
-  if (hz == 50) {
-    return FLK_FREQ_50HZ;
-  }
-  return FLK_FREQ_NONE;
 }
 
 // The algorithm's print function: one 1024-byte line under "FlickerAlgo",
@@ -312,14 +303,14 @@ int FlickerPlatformAdapter::setExtPara(FlickerExtPara para, float ratio) {
 
 int FlickerPlatformAdapter::setFlickerState(int hz) {
   FLK_LOGD("%d.", hz);
-  int32_t code = hzToFreqCode(hz);
+  int32_t code = FlickerFreq::fromHz(hz).algoCode();
   flk_SendCmd(FLK_CMD_SET_STATE, &code, nullptr);
   return 0;
 }
 
 int FlickerPlatformAdapter::resetQueue(int hz) {
   FLK_LOGD("%d.", hz);
-  int32_t code = hzToFreqCode(hz);
+  int32_t code = FlickerFreq::fromHz(hz).algoCode();
   flk_SendCmd(FLK_CMD_RESET_QUEUE, &code, nullptr);
   return 0;
 }
