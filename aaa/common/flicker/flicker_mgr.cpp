@@ -126,21 +126,6 @@ int64_t wrapSub(int64_t a, int64_t b) {
   return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
 }
 
-// Little-endian store of one 32-bit result field.
-void putLe32(uint8_t* out, int32_t value) {
-  const uint32_t v = static_cast<uint32_t>(value);
-  out[0] = static_cast<uint8_t>(v);
-  out[1] = static_cast<uint8_t>(v >> 8);
-  out[2] = static_cast<uint8_t>(v >> 16);
-  out[3] = static_cast<uint8_t>(v >> 24);
-}
-
-// Statistics words copied into the result record, in record order.
-constexpr int kResultStatWords[] = {0, 2, 4, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
-static_assert(sizeof(kResultStatWords) / sizeof(kResultStatWords[0]) ==
-                  sizeof(FlickerResultRecord::statWords) / sizeof(int32_t),
-              "13 statistics words in the result");
-
 }  // namespace
 
 std::atomic<int32_t> FlickerMgr::flicker_state_{0};
@@ -477,8 +462,11 @@ bool FlickerMgr::Config(const flicker_config_info& config) {
   pixels_in_line_ = config.PixelsInLine;
 
   FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  if (adapter != nullptr)
-    adapter->getFLKStatConfig(&flk_stat_config_);
+  if (adapter != nullptr) {
+    flk_stat_config statConfig;
+    adapter->getFLKStatConfig(&statConfig);
+    result_.setStatConfig(statConfig);
+  }
 
   ThreadControl(kThreadCreate);
   FLK_LOGD("---");
@@ -489,10 +477,10 @@ bool FlickerMgr::LightWeightReConfig(const flicker_config_info& config) {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++");
   if (config.SensorMode == sensor_mode_) {
-    sensor_mode_changed_.store(0, std::memory_order_relaxed);
+    result_.setSensorModeChanged(false);
   } else {
     // The HBIN size deliberately keeps the value of the last Config.
-    sensor_mode_changed_.store(1, std::memory_order_relaxed);
+    result_.setSensorModeChanged(true);
     sensor_mode_ = config.SensorMode;
     tg_width_ = config.TG_SIZE.w;
     tg_height_ = config.TG_SIZE.h;
@@ -541,7 +529,7 @@ int FlickerMgr::Start(const flicker_start_info& /*start*/) {
   if (flicker_mode_.load(std::memory_order_relaxed) == FLICKER_MODE_AUTO) {
     const bool active =
         decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE || sensor_type_ != 0;
-    flicker_frame_rate_active_.store(active ? 1 : 0, std::memory_order_relaxed);
+    result_.setFrameRateActive(active);
   }
   frame_count_ = 0;
   current_cycle_ = 0;
@@ -627,11 +615,9 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
       if (adapter == nullptr) {
         FLK_LOGE("PlatformAdapter getInstance fail");
       } else if (input.flickerMode == FLICKER_MODE_AUTO) {
-        flicker_frame_rate_active_.store(
-            decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE ? 1 : 0,
-            std::memory_order_relaxed);
+        result_.setFrameRateActive(decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE);
       } else {
-        flicker_frame_rate_active_.store(0, std::memory_order_relaxed);
+        result_.setFrameRateActive(false);
       }
     }
     flicker_mode_.store(input.flickerMode, std::memory_order_relaxed);
@@ -639,9 +625,9 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
 
   sensor_type_ = input.sensorType;
   if (input.sensorMode == sensor_mode_) {
-    sensor_mode_changed_.store(0, std::memory_order_relaxed);
+    result_.setSensorModeChanged(false);
   } else {
-    sensor_mode_changed_.store(1, std::memory_order_relaxed);
+    result_.setSensorModeChanged(true);
     sensor_mode_ = input.sensorMode;
     tg_width_ = input.tgWidth;
     tg_height_ = input.tgHeight;
@@ -672,46 +658,15 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
 
 int FlickerMgr::GetResult(std::vector<uint8_t>* output) {
   FLK_LOGD("+++");
-  if (output == nullptr) {
+  FlickerResult::Written w;
+  if (!result_.encode(flicker_state_.load(std::memory_order_relaxed), output, &w)) {
     FLK_LOGE("output should not be NULL");
     return 0;
   }
-  output->resize(kFlickerResultSize, 0);
-  uint8_t* out = output->data();
-  if (out == nullptr) {
-    FLK_LOGE("output should not be NULL");
-    return 0;
-  }
-
-  // Every field is one relaxed load: a result may mix two analyses, never a
-  // torn field. Bytes 1..3 are left as the caller had them.
-  const int32_t state =
-      FlickerFreq::fromHz(flicker_state_.load(std::memory_order_relaxed)).recordCode();
-  const int32_t rateActive = flicker_frame_rate_active_.load(std::memory_order_relaxed);
-  const int32_t score50 = flicker_score_50_.load(std::memory_order_relaxed);
-  const int32_t score60 = flicker_score_60_.load(std::memory_order_relaxed);
-  const int32_t scoreActive = flicker_score_active_.load(std::memory_order_relaxed);
-  const int32_t hdrSrc = hdr_flk_src_.load(std::memory_order_relaxed);
-
-  out[offsetof(FlickerResultRecord, valid)] = 1;
-  putLe32(out + offsetof(FlickerResultRecord, flickerState), state);
-  putLe32(out + offsetof(FlickerResultRecord, flickerFrameRateActive), rateActive);
-  putLe32(out + offsetof(FlickerResultRecord, flickerScore50), score50);
-  putLe32(out + offsetof(FlickerResultRecord, flickerScore60), score60);
-  putLe32(out + offsetof(FlickerResultRecord, flickerScoreActive), scoreActive);
-  size_t pos = offsetof(FlickerResultRecord, statWords);
-  for (int word : kResultStatWords) {
-    putLe32(out + pos, flk_stat_config_.words[word]);
-    pos += sizeof(int32_t);
-  }
-  putLe32(out + offsetof(FlickerResultRecord, hdrFlkSrc), hdrSrc);
-  putLe32(out + offsetof(FlickerResultRecord, sensorModeChanged),
-          sensor_mode_changed_.load(std::memory_order_relaxed));
-
   FLK_LOGD(
       "flickerState(%d) flickerFrameRateActive(%d) flickerScore50/60(%d/%d) "
       "flickerScoreActive(%d) hdrFlkSrc(%d)",
-      state, rateActive, score50, score60, scoreActive, hdrSrc);
+      w.state, w.frameRateActive, w.score50, w.score60, w.scoreActive, w.hdrFlkSrc);
   FLK_LOGD("---");
   return 0;
 }
@@ -745,7 +700,7 @@ int FlickerMgr::DoCalculation(const flicker_calc_info& in) {
     if (decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_DETECT) {
       frame_data_num_ = 0;
       detection_paused_ = 1;
-      flicker_frame_rate_active_.store(0, std::memory_order_relaxed);
+      result_.setFrameRateActive(false);
       detection_process_start_ = 0;
     }
     return -1;
@@ -764,7 +719,7 @@ int FlickerMgr::DoCalculation(const flicker_calc_info& in) {
     return 0;
   // Scores of the last analysis are stale while AE drives the cycle.
   if (aeCycle > 0)
-    flicker_score_active_.store(0, std::memory_order_relaxed);
+    result_.setScoreActive(false);
 
   if (detection_cycle_ <= 0) {
     FLK_LOGD("invalid detection cycle(%d).", detection_cycle_);
@@ -814,7 +769,7 @@ void FlickerMgr::followAeCycle(int32_t cycle, FlickerPlatformAdapter* adapter) {
 }
 
 int32_t FlickerMgr::everyFrameStep(const flicker_calc_info& in, FlickerPlatformAdapter* adapter) {
-  flicker_frame_rate_active_.store(1, std::memory_order_relaxed);
+  result_.setFrameRateActive(true);
   const bool wantDetection =
       decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE ||
       (decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_DETECT && in.doFlkDetection != 0);
@@ -842,7 +797,7 @@ int32_t FlickerMgr::cycleStep(const flicker_calc_info& in, FlickerPlatformAdapte
       if (adapter == nullptr) {
         FLK_LOGE("PlatformAdapter getInstance fail");
       } else if (rateType1) {
-        flicker_frame_rate_active_.store(1, std::memory_order_relaxed);
+        result_.setFrameRateActive(true);
       } else {
         // Positions 0 and 1 both (re)arm the pair: the frame at 1 replaces the
         // one of 0 as first frame, so the pair is taken at 1 and 2.
@@ -853,7 +808,7 @@ int32_t FlickerMgr::cycleStep(const flicker_calc_info& in, FlickerPlatformAdapte
       if (adapter == nullptr) {
         FLK_LOGE("PlatformAdapter getInstance fail");
       } else if (rateType1) {
-        flicker_frame_rate_active_.store(0, std::memory_order_relaxed);
+        result_.setFrameRateActive(false);
       }
     }
     FLK_LOGD(
@@ -978,15 +933,14 @@ int32_t FlickerMgr::analyzeFlickerFrequency() {
     decided = FlickerFreq::fromAlgoCode(adapter->detectFlicker());
   }
   const int32_t aeCycle = ae_detect_cycle_.load(std::memory_order_relaxed);
-  flicker_score_active_.store(aeCycle != 0 ? 1 : 0, std::memory_order_relaxed);
+  result_.setScoreActive(aeCycle != 0);
   if (adapter == nullptr) {
     FLK_LOGE("PlatformAdapter getInstance fail");
   } else {
     int score50 = 0;
     int score60 = 0;
     adapter->getFlickerScore(&score50, &score60);
-    flicker_score_50_.store(score50, std::memory_order_relaxed);
-    flicker_score_60_.store(score60, std::memory_order_relaxed);
+    result_.setScores(score50, score60);
   }
   FLK_LOGD("detect period(%lld ms) -.", static_cast<long long>(getMs() - t0));
 
@@ -1005,9 +959,9 @@ int32_t FlickerMgr::analyzeFlickerFrequency() {
   // The "too short" test only selects the line; it never undoes a switch.
   const int32_t exposure = last_exposure_time_.load(std::memory_order_relaxed);
   const int32_t state = flicker_state_.load(std::memory_order_relaxed);
-  const int32_t score50 = flicker_score_50_.load(std::memory_order_relaxed);
-  const int32_t score60 = flicker_score_60_.load(std::memory_order_relaxed);
-  const int32_t scoreActive = flicker_score_active_.load(std::memory_order_relaxed);
+  const int32_t score50 = result_.score50();
+  const int32_t score60 = result_.score60();
+  const int32_t scoreActive = result_.scoreActive() ? 1 : 0;
   const FlickerFreq stateFreq = FlickerFreq::fromHz(state);
   if ((exposure >= kLongExposure60Hz && stateFreq == FlickerFreq::k60Hz) ||
       (exposure >= kLongExposure50Hz && stateFreq == FlickerFreq::k50Hz)) {

@@ -8,7 +8,7 @@
 //
 // Threading:
 //  - The framework's 3A thread calls every operation. mutex_ serialises all of
-//    them except GetResult, which reads lock-free.
+//    them except GetResult, which reads lock-free and may run on any thread.
 //  - One worker thread per instance ("FlickerMgrThd"), created by Config and
 //    joined by Stop, runs analyzeFlickerFrequency without mutex_. The only
 //    ordering between the per-frame path and the worker is the semaphore post.
@@ -32,6 +32,7 @@
 
 #include "cam_flicker_nvram.h"
 #include "cam_inst.h"
+#include "flicker_result.h"
 #include "iflicker_mgr.h"
 #include "platform/flicker_platform_adapter.h"
 
@@ -124,24 +125,18 @@ class FlickerMgr : public IFlickerMgr {
   int32_t para_loaded_ = 0;
   int32_t frame_data_num_ = 0;
   int32_t sensor_type_ = 0;
-  Relaxed<int32_t> flicker_frame_rate_active_{0};
   int32_t detection_process_start_ = 0;
-  Relaxed<int32_t> flicker_score_50_{0};
-  Relaxed<int32_t> flicker_score_60_{0};
-  Relaxed<int32_t> flicker_score_active_{0};
   Relaxed<int32_t> ae_detect_cycle_{0};
   _EFLKDecreaseFrameRateType decrease_frame_rate_type_ = FLK_DECREASE_FRAME_RATE_NONE;
   int32_t detection_paused_ = 0;
   Relaxed<int32_t> auto_test_enable_{0};
   Relaxed<int32_t> last_exposure_time_{0};
-  Relaxed<int32_t> sensor_mode_changed_{0};
   int32_t algo_reinit_req_ = 0;
   int32_t is_master_ = 0;
   int32_t algo_uninited_ = 1;
   int64_t frame_start_ts_[2] = {0, 0};
   int32_t ae_target_mode_ = 0;
-  Relaxed<int32_t> hdr_flk_src_{0};
-  flk_stat_config flk_stat_config_ = {};
+  FlickerResult result_;  // what GetResult reports; lock-free
   FLICKER_CUST_PARA** flicker_para_array_ = nullptr;
   Relaxed<int32_t> thread_running_{0};
   sem_t thread_sem_;
