@@ -32,7 +32,6 @@ constexpr const char* kPropLogLevel = "vendor.debug.flicker_mgr.log.level";
 constexpr const char* kPropAlgoLogLevel = "vendor.debug.flicker_algo.log.level";
 constexpr const char* kPropSystrace = "vendor.debug.flicker.systrace";
 constexpr const char* kPropAutoTest = "vendor.autotesttool.enable";
-constexpr const char* kPropNotAttach = "vendor.debug.flk_not_attach";
 constexpr const char* kPropDefHz = "vendor.debug.flk_def_hz";
 constexpr const char* kPropRatio = "vendor.debug.flk_ratio";
 constexpr const char* kPropReadFile = "vendor.debug.flk_read_file";
@@ -129,8 +128,6 @@ int64_t wrapSub(int64_t a, int64_t b) {
 }  // namespace
 
 std::atomic<int32_t> FlickerMgr::flicker_state_{0};
-int32_t FlickerMgr::attach_count_ = 0;
-std::mutex FlickerMgr::attach_lock_;
 
 namespace {
 
@@ -168,7 +165,8 @@ size_t IFlickerMgr::StatBlockEntries(int32_t width, int32_t height) {
   return static_cast<size_t>(FlickerPlatformAdapter::statEntries(width, height));
 }
 
-FlickerMgr::FlickerMgr(int sensorIdx) : sensor_idx_(sensorIdx) {
+FlickerMgr::FlickerMgr(int sensorIdx)
+    : sensor_idx_(sensorIdx), attach_(sensorIdx, cust_getMaxAttachNum()) {
   // Plain C allocations: the NVRAM layer writes into these blocks in place.
   flicker_para_array_ = static_cast<FLICKER_CUST_PARA**>(
       calloc(1, kFlickerScenarioRows * sizeof(FLICKER_CUST_PARA*)));  // NOLINT(bugprone-sizeof-expression):
@@ -186,7 +184,6 @@ FlickerMgr::FlickerMgr(int sensorIdx) : sensor_idx_(sensorIdx) {
   }
   FLK_LOGD("sensorIdx(%d).", sensorIdx);
 
-  max_attach_num_ = cust_getMaxAttachNum();
   detection_cycle_ = cust_getFlickerDetectFrequency();
   sem_init(&thread_sem_, 0, 0);
   if (detection_cycle_ < 2)
@@ -412,39 +409,15 @@ void FlickerMgr::getFlickerParametersFile(FLICKER_CUST_PARA* para) {
 // Attachment
 
 int32_t FlickerMgr::attach(FLK_ATTACH_PRIO_T prio) {
-  std::lock_guard<std::mutex> lock(attach_lock_);
-  if (prio == FLK_ATTACH_PRIO_LOW) {
-    FLK_LOGI("No attach due to low priority sensor. SensorIdx(%d)", sensor_idx_);
-    return -1;
-  }
-  if (attach_count_ < max_attach_num_) {
-    ++attach_count_;
-    is_attached_.store(1, std::memory_order_relaxed);
-    FLK_LOGI("isAttach(%d), count(%d/%d). SensorIdx(%d)", is_attached_.load(), attach_count_,
-             max_attach_num_, sensor_idx_);
-    return 0;
-  }
-  FLK_LOGI("achieve max attach number(%d). SensorIdx(%d)", max_attach_num_, sensor_idx_);
-  return -1;
+  return attach_.attach(prio);
 }
 
 int32_t FlickerMgr::detach() {
-  std::lock_guard<std::mutex> lock(attach_lock_);
-  if (is_attached_.load(std::memory_order_relaxed) == 0) {
-    FLK_LOGI("not attach before. SensorIdx(%d)", sensor_idx_);
-    return -1;
-  }
-  --attach_count_;
-  is_attached_.store(0, std::memory_order_relaxed);
-  FLK_LOGI("count(%d/%d). SensorIdx(%d)", attach_count_, max_attach_num_, sensor_idx_);
-  return 0;
+  return attach_.detach();
 }
 
 int32_t FlickerMgr::isAttach() {
-  std::lock_guard<std::mutex> lock(attach_lock_);
-  if (propInt(kPropNotAttach, 0) != 0)
-    return 0;
-  return is_attached_.load(std::memory_order_relaxed);
+  return attach_.isAttach();
 }
 
 // ---------------------------------------------------------------------------
@@ -634,7 +607,7 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
   }
 
   is_master_ = input.isMaster;
-  const bool attached = is_attached_.load(std::memory_order_relaxed) != 0;
+  const bool attached = attach_.attached();
   if (!attached && (input.isMaster == 1 || input.isMaster == -1)) {
     attach(FLK_ATTACH_PRIO_MEDIUM);
   } else if (attached && input.isMaster == 0) {
@@ -676,7 +649,7 @@ int FlickerMgr::GetResult(std::vector<uint8_t>* output) {
 
 int FlickerMgr::DoCalculation(const flicker_calc_info& in) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (is_attached_.load(std::memory_order_relaxed) == 0) {
+  if (!attach_.attached()) {
     FLK_LOGD("SensorIdx(%d) skip, not attached.", sensor_idx_);
     return -1;
   }

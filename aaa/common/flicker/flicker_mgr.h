@@ -32,17 +32,10 @@
 
 #include "cam_flicker_nvram.h"
 #include "cam_inst.h"
+#include "flicker_attach_registry.h"
 #include "flicker_result.h"
 #include "iflicker_mgr.h"
 #include "platform/flicker_platform_adapter.h"
-
-// Priority of an attach request: 0 is never granted; any other value competes
-// first come, first served. The manager asks with FLK_ATTACH_PRIO_MEDIUM.
-enum FLK_ATTACH_PRIO_T : int32_t {
-  FLK_ATTACH_PRIO_LOW = 0,
-  FLK_ATTACH_PRIO_HIGH = 1,
-  FLK_ATTACH_PRIO_MEDIUM = 2,
-};
 
 class FlickerMgr : public IFlickerMgr {
  public:
@@ -107,8 +100,7 @@ class FlickerMgr : public IFlickerMgr {
   int32_t sensor_dev_ = 0;
   int32_t sensor_id_ = 0;
   const int32_t sensor_idx_;
-  Relaxed<int32_t> is_attached_{0};
-  int32_t max_attach_num_ = 0;
+  FlickerAttachRegistry attach_;  // this sensor's detection slot
   int32_t tg_width_ = 0;
   int32_t tg_height_ = 0;
   int32_t sensor_mode_ = 0;
@@ -143,6 +135,4 @@ class FlickerMgr : public IFlickerMgr {
   pthread_t thread_ = 0;
 
   static std::atomic<int32_t> flicker_state_;
-  static int32_t attach_count_;  // guarded by attach_lock_
-  static std::mutex attach_lock_;
 };
