@@ -6,8 +6,6 @@
 
 #include "flicker_mgr.h"
 
-#include <sys/prctl.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -19,7 +17,6 @@
 #include "cam_data_path.h"
 #include "cam_flicker_custom.h"
 #include "cam_properties.h"
-#include "cam_thread.h"
 #include "flicker_freq.h"
 #include "flicker_log.h"
 #include "flicker_trace.h"
@@ -44,13 +41,6 @@ constexpr const char* kPropSwitchEn = "vendor.debug.flk_switch_en";
 int32_t propInt(const char* key, int32_t defaultValue) {
   return NSCam::Utils::Properties::property_get_int32(key, defaultValue);
 }
-
-// Worker thread actions of ThreadControl.
-constexpr int kThreadCreate = 0;
-constexpr int kThreadEnd = 1;
-constexpr const char* kThreadName = "FlickerMgrThd";  // at most 15 characters
-constexpr int kThreadPolicy = 0;                      // normal time-sharing policy
-constexpr int kThreadPriority = -8;                   // nice value: ahead of ordinary work
 
 // Tuning table geometry.
 constexpr int kSecondSensorTypeRowOffset = 35;   // rows 35..69 serve the other sensor type
@@ -166,7 +156,9 @@ size_t IFlickerMgr::StatBlockEntries(int32_t width, int32_t height) {
 }
 
 FlickerMgr::FlickerMgr(int sensorIdx)
-    : sensor_idx_(sensorIdx), attach_(sensorIdx, cust_getMaxAttachNum()) {
+    : sensor_idx_(sensorIdx),
+      attach_(sensorIdx, cust_getMaxAttachNum()),
+      worker_(sensorIdx, [this] { analyzeFlickerFrequency(); }) {
   // Plain C allocations: the NVRAM layer writes into these blocks in place.
   flicker_para_array_ = static_cast<FLICKER_CUST_PARA**>(
       calloc(1, kFlickerScenarioRows * sizeof(FLICKER_CUST_PARA*)));  // NOLINT(bugprone-sizeof-expression):
@@ -185,7 +177,6 @@ FlickerMgr::FlickerMgr(int sensorIdx)
   FLK_LOGD("sensorIdx(%d).", sensorIdx);
 
   detection_cycle_ = cust_getFlickerDetectFrequency();
-  sem_init(&thread_sem_, 0, 0);
   if (detection_cycle_ < 2)
     detection_cycle_ = 2;
 }
@@ -199,7 +190,6 @@ FlickerMgr::~FlickerMgr() {
     free(flicker_para_array_);
     flicker_para_array_ = nullptr;
   }
-  sem_destroy(&thread_sem_);
 }
 
 int FlickerMgr::Init(int sensorDev, int sensorId) {
@@ -213,7 +203,7 @@ int FlickerMgr::Init(int sensorDev, int sensorId) {
 
   // The adapter's init replaces the statistics buffers that a running
   // worker's detection reads: end such a worker first (Config starts the next).
-  ThreadControl(kThreadEnd);
+  worker_.stop();
   FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
   if (adapter == nullptr) {
     FLK_LOGE("PlatformAdapter getInstance fail");
@@ -237,7 +227,7 @@ int FlickerMgr::Uninit() {
   FLK_LOGD("+++");
   // A worker left running (no Stop) must not detect on the buffers that the
   // adapter's uninit frees.
-  ThreadControl(kThreadEnd);
+  worker_.stop();
   FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
   if (adapter == nullptr) {
     FLK_LOGE("PlatformAdapter getInstance fail");
@@ -441,7 +431,7 @@ bool FlickerMgr::Config(const flicker_config_info& config) {
     result_.setStatConfig(statConfig);
   }
 
-  ThreadControl(kThreadCreate);
+  worker_.start();
   FLK_LOGD("---");
   return true;
 }
@@ -513,7 +503,7 @@ int FlickerMgr::Start(const flicker_start_info& /*start*/) {
 bool FlickerMgr::Stop() {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++ SensorIdx(%d)", sensor_idx_);
-  ThreadControl(kThreadEnd);
+  worker_.stop();
   if (detach() != 0)
     return false;
   if (algo_uninited_ == 0) {
@@ -522,54 +512,6 @@ bool FlickerMgr::Stop() {
   }
   FLK_LOGD("--- SensorIdx(%d)", sensor_idx_);
   return true;
-}
-
-// ---------------------------------------------------------------------------
-// Worker thread
-
-void FlickerMgr::ThreadControl(int action) {
-  if (action == kThreadCreate) {
-    if (thread_running_.load(std::memory_order_relaxed) != 0) {
-      FLK_LOGE("SenbsorIdx(%d), flickerMgr thread is not closed last time!!", sensor_idx_);
-      return;
-    }
-    FLK_LOGD("SensorIdx(%d), create flickerMgr thread", sensor_idx_);
-    thread_running_.store(1, std::memory_order_relaxed);
-    // No stale wake-up survives from an earlier run; no thread waits on it now.
-    sem_destroy(&thread_sem_);
-    sem_init(&thread_sem_, 0, 0);
-    pthread_create(&thread_, nullptr, ThreadLoop, this);
-  } else if (action == kThreadEnd) {
-    if (thread_running_.load(std::memory_order_relaxed) == 0)
-      return;
-    FLK_LOGD("SensorIdx(%d), close flickerMgr thread", sensor_idx_);
-    // Cleared before the post, so the woken worker leaves without analysing.
-    thread_running_.store(0, std::memory_order_relaxed);
-    sem_post(&thread_sem_);
-    pthread_join(thread_, nullptr);
-  }
-}
-
-void* FlickerMgr::ThreadLoop(void* arg) {
-  FlickerMgr* self = static_cast<FlickerMgr*>(arg);
-  FLK_LOGD("SensorIdx(%d), thread start", self->sensor_idx_);
-  prctl(PR_SET_NAME, kThreadName, 0, 0, 0);
-
-  NSCam::Utils::setThreadPriority(kThreadPolicy, kThreadPriority);
-  int policy = 0;
-  int priority = 0;
-  NSCam::Utils::getThreadPriority(policy, priority);
-  FLK_LOGD("policy:(expect, result)=(%d, %d), priority:(expect, result)=(%d, %d)", kThreadPolicy,
-           policy, kThreadPriority, priority);
-
-  for (;;) {
-    sem_wait(&self->thread_sem_);
-    if (self->thread_running_.load(std::memory_order_relaxed) == 0)
-      break;
-    self->analyzeFlickerFrequency();
-  }
-  FLK_LOGD("SensorIdx(%d), thread end", self->sensor_idx_);
-  return nullptr;
 }
 
 // ---------------------------------------------------------------------------
@@ -884,10 +826,7 @@ int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void*
   last_exposure_time_.store(exposureTime, std::memory_order_relaxed);
   // At most one wake-up pending: pairs completed while the worker is busy
   // merge into the one already posted.
-  int pending = 0;
-  sem_getvalue(&thread_sem_, &pending);
-  if (pending == 0)
-    sem_post(&thread_sem_);
+  worker_.wake();
   return 0;
 }
 

@@ -22,9 +22,6 @@
 //    a reader may see values of two analyses, never a torn value.
 #pragma once
 
-#include <pthread.h>
-#include <semaphore.h>
-
 #include <atomic>
 #include <cstdint>
 #include <mutex>
@@ -34,6 +31,7 @@
 #include "cam_inst.h"
 #include "flicker_attach_registry.h"
 #include "flicker_result.h"
+#include "flicker_worker.h"
 #include "iflicker_mgr.h"
 #include "platform/flicker_platform_adapter.h"
 
@@ -70,10 +68,6 @@ class FlickerMgr : public IFlickerMgr {
  private:
   template <typename T>
   using Relaxed = std::atomic<T>;
-
-  // Worker thread.
-  void ThreadControl(int action);
-  static void* ThreadLoop(void* arg);
 
   // Per-frame path.
   void followAeCycle(int32_t cycle, FlickerPlatformAdapter* adapter);
@@ -130,9 +124,7 @@ class FlickerMgr : public IFlickerMgr {
   int32_t ae_target_mode_ = 0;
   FlickerResult result_;  // what GetResult reports; lock-free
   FLICKER_CUST_PARA** flicker_para_array_ = nullptr;
-  Relaxed<int32_t> thread_running_{0};
-  sem_t thread_sem_;
-  pthread_t thread_ = 0;
+  FlickerWorker worker_;  // runs analyzeFlickerFrequency; declared last, made last
 
   static std::atomic<int32_t> flicker_state_;
 };

@@ -117,19 +117,10 @@ __attribute__((format(printf, 1, 2))) void myPrint(const char* format, ...) {
   FLK_LOG_DEBUG_TAGGED_(__FUNCTION__, "FlickerAlgo", "%s", text);
 }
 
-// strerror_r comes in a GNU (char*) and an XSI (int) form; take either.
-[[maybe_unused]] inline const char* pickErrorText(const char* text, const char* /*buf*/) {
-  return text;
-}
-[[maybe_unused]] inline const char* pickErrorText(int rc, const char* buf) {
-  return rc == 0 ? buf : "unknown error";
-}
-
 struct ErrorText {
   char buf[128];
   const char* text;
-  explicit ErrorText(int err)
-      : buf{}, text(pickErrorText(strerror_r(err, buf, sizeof(buf)), buf)) {}
+  explicit ErrorText(int err) : buf{}, text(flickerErrorText(err, buf, sizeof(buf))) {}
 };
 
 bool writeAll(FILE* file, const void* data, size_t elemSize, size_t count) {
