@@ -42,12 +42,6 @@ int32_t propInt(const char* key, int32_t defaultValue) {
   return NSCam::Utils::Properties::property_get_int32(key, defaultValue);
 }
 
-// Tuning table geometry.
-constexpr int kSecondSensorTypeRowOffset = 35;   // rows 35..69 serve the other sensor type
-constexpr float kMinLightCyclesPerFrame = 1.5f;  // fewer ripple periods cannot be told apart
-constexpr float kRipple50Hz = 100.0f;            // 50 Hz mains gives 100 Hz light ripple
-constexpr float kRipple60Hz = 120.0f;            // 60 Hz mains gives 120 Hz light ripple
-
 // The tuning record selection compares the grab height against the record's
 // frame length minus the vertical blanking the statistics never see.
 constexpr int64_t kColumnLengthAllowance = 20;
@@ -57,40 +51,9 @@ constexpr int64_t kColumnLengthAllowance = 20;
 constexpr int32_t kLongExposure60Hz = 8201;
 constexpr int32_t kLongExposure50Hz = 9801;
 
-// Per-mode tuning override files; the device's own paths.
-constexpr const char* kParaFiles[] = {
-    "/data/vendor/flicker/para/flk_para_preview.txt",
-    "/data/vendor/flicker/para/flk_para_capture.txt",
-    "/data/vendor/flicker/para/flk_para_video.txt",
-    "/data/vendor/flicker/para/flk_para_slim_video1.txt",
-    "/data/vendor/flicker/para/flk_para_slim_video2.txt",
-    "/data/vendor/flicker/para/flk_para_custom1.txt",
-    "/data/vendor/flicker/para/flk_para_custom2.txt",
-    "/data/vendor/flicker/para/flk_para_custom3.txt",
-    "/data/vendor/flicker/para/flk_para_custom4.txt",
-    "/data/vendor/flicker/para/flk_para_custom5.txt",
-};
-constexpr unsigned kParaFileCount = sizeof(kParaFiles) / sizeof(kParaFiles[0]);
-static_assert(kParaFileCount == 10, "one override file per sensor mode 0..9");
-
 // Timestamp slot toggle of every-frame mode. Deliberately process-wide: two
 // sensors in every-frame mode share it. Read and written without a lock.
 std::atomic<bool> slot_toggle{false};
-
-// Reads the next decimal number of an override file; -1 on any failure.
-int fileGetFlickerPara(FILE* fp) {
-  if (fp == nullptr) {
-    FLK_LOGE("invalid fp.");
-    return -1;
-  }
-  int32_t value = 0;
-  if (fscanf(fp, "%d", &value) >= 1) {
-    FLK_LOGV("%d.", value);
-    return value;
-  }
-  FLK_LOGE("failed to get para.");
-  return -1;
-}
 
 // Float to unsigned conversion as the device's conversion instruction does
 // it: saturating, NaN and negatives give 0. A plain cast would be undefined
@@ -159,21 +122,8 @@ FlickerMgr::FlickerMgr(int sensorIdx)
     : sensor_idx_(sensorIdx),
       attach_(sensorIdx, cust_getMaxAttachNum()),
       worker_(sensorIdx, [this] { analyzeFlickerFrequency(); }) {
-  // Plain C allocations: the NVRAM layer writes into these blocks in place.
-  flicker_para_array_ = static_cast<FLICKER_CUST_PARA**>(
-      calloc(1, kFlickerScenarioRows * sizeof(FLICKER_CUST_PARA*)));  // NOLINT(bugprone-sizeof-expression):
-                                                                      // an array of row pointers
-  if (flicker_para_array_ == nullptr) {
+  for (int failed = tuning_.allocate(); failed > 0; --failed)
     FLK_LOGE("Can not locate memory for parameters.");
-  } else {
-    for (int row = 0; row < kFlickerScenarioRows; ++row) {
-      flicker_para_array_[row] =
-          static_cast<FLICKER_CUST_PARA*>(calloc(1, kFlickerBinRatios * sizeof(FLICKER_CUST_PARA)));
-      if (flicker_para_array_[row] == nullptr) {
-        FLK_LOGE("Can not locate memory for parameters.");
-      }
-    }
-  }
   FLK_LOGD("sensorIdx(%d).", sensorIdx);
 
   detection_cycle_ = cust_getFlickerDetectFrequency();
@@ -181,16 +131,7 @@ FlickerMgr::FlickerMgr(int sensorIdx)
     detection_cycle_ = 2;
 }
 
-FlickerMgr::~FlickerMgr() {
-  if (flicker_para_array_ != nullptr) {
-    for (int row = 0; row < kFlickerScenarioRows; ++row) {
-      free(flicker_para_array_[row]);
-      flicker_para_array_[row] = nullptr;
-    }
-    free(flicker_para_array_);
-    flicker_para_array_ = nullptr;
-  }
-}
+FlickerMgr::~FlickerMgr() = default;
 
 int FlickerMgr::Init(int sensorDev, int sensorId) {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -213,10 +154,10 @@ int FlickerMgr::Init(int sensorDev, int sensorId) {
   }
 
   // The tables are loaded once per instance, on the first Init.
-  if (para_loaded_ == 0) {
+  if (!tuning_.loaded()) {
     FLK_LOGD("getFlickerParametersAll");
-    getFlickerParametersAll(kFlickerScenarioRows, kFlickerBinRatios);
-    para_loaded_ = 1;
+    tuning_.getFlickerParametersAll(sensor_id_, sensor_dev_, kFlickerScenarioRows,
+                                    kFlickerBinRatios);
   }
   FLK_LOGD("---");
   return 0;
@@ -236,163 +177,6 @@ int FlickerMgr::Uninit() {
   }
   FLK_LOGD("---");
   return 0;
-}
-
-// ---------------------------------------------------------------------------
-// Tuning tables
-
-bool FlickerMgr::getFlickerParametersAll(int sensorModeTotal, int binRatioTotal) {
-  FLK_LOGD("SensorId(%d), SensorDev(%d), SensorMode total(%d), binRatio total(%d).", sensor_id_,
-           sensor_dev_, sensorModeTotal, binRatioTotal);
-  // A table that could not be allocated in full runs without tuning; the
-  // constructor already reported it, so this is not a failure here.
-  if (flicker_para_array_ == nullptr)
-    return true;
-  for (int row = 0; row < kFlickerScenarioRows; ++row) {
-    if (flicker_para_array_[row] == nullptr)
-      return true;
-  }
-
-  const int rc = nvGetFlickerParaAll(static_cast<unsigned>(sensor_id_), sensor_dev_,
-                                     sensorModeTotal, binRatioTotal, &flicker_para_array_);
-
-  for (int row = 0; row < kFlickerScenarioRows; ++row) {
-    for (int col = 0; col < kFlickerBinRatios; ++col) {
-      const FLICKER_CUST_PARA& rec = flicker_para_array_[row][col];
-      const FLICKER_SENSOR_SETTING& s = rec.sensor_setting;
-      if (s.pclk != 0) {
-        // 32-bit product as the tuning tools compute it; wraps instead of
-        // overflowing.
-        const int32_t lines = static_cast<int32_t>(static_cast<uint32_t>(s.line_length) *
-                                                   static_cast<uint32_t>(s.column_length));
-        const float frameTime = static_cast<float>(lines) / static_cast<float>(s.pclk);
-        const float cycles50 = frameTime * kRipple50Hz;
-        const float cycles60 = frameTime * kRipple60Hz;
-        if (cycles50 < kMinLightCyclesPerFrame || std::isnan(cycles50) ||
-            cycles60 < kMinLightCyclesPerFrame) {
-          FLK_LOGE("flicker cycle is too small, sensor scenario:%d bin_ratio:%d 50Hz:%f 60Hz:%f",
-                   row, col, static_cast<double>(cycles50), static_cast<double>(cycles60));
-        }
-      }
-      FLK_LOGV("flicker_para_array_[%d][%d].flickerGradThreshold = %d", row, col,
-               rec.flickerGradThreshold);
-      FLK_LOGV("flicker_para_array_[%d][%d].flickerSearchRange = %d", row, col,
-               rec.flickerSearchRange);
-    }
-  }
-
-  if (rc == 0)
-    return true;
-  FLK_LOGE("nvGetFlickerParaAll fail.");
-  return false;
-}
-
-void FlickerMgr::getTargetParameter(int sensorMode, int ratio, void* para) {
-  FLK_LOGV("SensorMode(%d), ratio(%d)", sensorMode, ratio);
-  const int col = static_cast<int>(std::max(static_cast<double>(ratio) - 1.0, 0.0));
-  if (ratio < 1)
-    FLK_LOGE("bin ratio(%d) is wrong.", ratio);
-
-  // The callers keep row and column in range; refuse rather than read outside
-  // the table (also a row whose allocation failed).
-  if (para == nullptr || flicker_para_array_ == nullptr || sensorMode < 0 ||
-      sensorMode >= kFlickerScenarioRows || col >= kFlickerBinRatios ||
-      flicker_para_array_[sensorMode] == nullptr) {
-    FLK_LOGE("no tuning record for scenario(%d) column(%d): record left as it was", sensorMode,
-             col);
-    return;
-  }
-
-  const FLICKER_CUST_PARA& src = flicker_para_array_[sensorMode][col];
-  FLICKER_CUST_PARA* dst = static_cast<FLICKER_CUST_PARA*>(para);
-  for (int i = 0; i < 9; ++i) dst->flickerFreq[i] = src.flickerFreq[i];
-  dst->flickerGradThreshold = src.flickerGradThreshold;
-  dst->flickerSearchRange = src.flickerSearchRange;
-  dst->minPastFrames = src.minPastFrames;
-  dst->maxPastFrames = src.maxPastFrames;
-  dst->EV50_L50 = src.EV50_L50;
-  dst->EV50_L60 = src.EV50_L60;
-  dst->EV60_L50 = src.EV60_L50;
-  dst->EV60_L60 = src.EV60_L60;
-  for (int i = 0; i < 2; ++i) {
-    dst->EV50_thresholds[i] = src.EV50_thresholds[i];
-    dst->EV60_thresholds[i] = src.EV60_thresholds[i];
-    dst->freq_feature_index[i] = src.freq_feature_index[i];
-  }
-  dst->sensor_setting.pclk = src.sensor_setting.pclk;
-  dst->sensor_setting.line_length = src.sensor_setting.line_length;
-  dst->sensor_setting.column_length = src.sensor_setting.column_length;
-  dst->is_auto_gen = src.is_auto_gen;
-
-  if (!flicker_log::debugOn(flicker_log::g_managerLevel, 3))
-    return;
-  for (int i = 0; i < 9; ++i) {
-    FLK_LOGV("getTargetParameter(): para->flickerFreq[%d] = %d", i, dst->flickerFreq[i]);
-  }
-  FLK_LOGV("getTargetParameter(): para->flickerGradThreshold = %d", dst->flickerGradThreshold);
-  FLK_LOGV("getTargetParameter(): para->flickerSearchRange = %d", dst->flickerSearchRange);
-  FLK_LOGV("getTargetParameter(): para->minPastFrames = %d", dst->minPastFrames);
-  FLK_LOGV("getTargetParameter(): para->maxPastFrames = %d", dst->maxPastFrames);
-  const struct {
-    const char* name;
-    const FLICKER_LINEAR_MODEL& model;
-  } models[] = {{"EV50_L50", dst->EV50_L50},
-                {"EV50_L60", dst->EV50_L60},
-                {"EV60_L50", dst->EV60_L50},
-                {"EV60_L60", dst->EV60_L60}};
-  for (const auto& m : models) {
-    FLK_LOGV("getTargetParameter(): para->%s.m = %d", m.name, m.model.m);
-    FLK_LOGV("getTargetParameter(): para->%s.b_l = %d", m.name, m.model.b_l);
-    FLK_LOGV("getTargetParameter(): para->%s.b_r = %d", m.name, m.model.b_r);
-    FLK_LOGV("getTargetParameter(): para->%s.offset = %d", m.name, m.model.offset);
-  }
-  for (int i = 0; i < 2; ++i) {
-    FLK_LOGV("getTargetParameter(): para->EV50_thresholds[%d] = %d", i, dst->EV50_thresholds[i]);
-  }
-  for (int i = 0; i < 2; ++i) {
-    FLK_LOGV("getTargetParameter(): para->EV60_thresholds[%d] = %d", i, dst->EV60_thresholds[i]);
-  }
-  for (int i = 0; i < 2; ++i) {
-    FLK_LOGV("getTargetParameter(): para->freq_feature_index[%d] = %d", i,
-             dst->freq_feature_index[i]);
-  }
-  FLK_LOGV("getTargetParameter(): para->sensor_setting.pclk = %lld",
-           static_cast<long long>(dst->sensor_setting.pclk));
-  FLK_LOGV("getTargetParameter(): para->sensor_setting.line_length = %d",
-           dst->sensor_setting.line_length);
-  FLK_LOGV("getTargetParameter(): para->sensor_setting.column_length = %d",
-           dst->sensor_setting.column_length);
-  FLK_LOGV("getTargetParameter(): para->is_auto_gen = %d", dst->is_auto_gen);
-}
-
-void FlickerMgr::getFlickerParametersFile(FLICKER_CUST_PARA* para) {
-  FLK_LOGD("sensorMode(%d).", sensor_mode_);
-  if (static_cast<unsigned>(sensor_mode_) >= kParaFileCount) {
-    FLK_LOGE("invalid sensor mode.");
-    return;
-  }
-  const char* devicePath = kParaFiles[sensor_mode_];
-  char path[PATH_MAX];
-  if (!flicker_map_data_path(devicePath, path, sizeof(path))) {
-    FLK_LOGE("failed to open para file. (%s: path does not fit)", devicePath);
-    return;
-  }
-  FILE* fp = fopen(path, "r");
-  if (fp == nullptr) {
-    FLK_LOGE("failed to open para file.");
-    return;
-  }
-
-  // Every field is read, also after a failure: a number that is not there
-  // becomes -1, and a word stops every later conversion.
-  int32_t words[kFlickerAlgoWords];
-  for (int i = 0; i < kFlickerAlgoWords; ++i) words[i] = fileGetFlickerPara(fp);
-  static_assert(sizeof(words) == offsetof(FLICKER_CUST_PARA, freq_feature_index) + 8,
-                "the file supplies the algorithm part of the record");
-  memcpy(para, words, sizeof(words));
-
-  if (fclose(fp) == -1)
-    FLK_LOGE("fclose fail.");
 }
 
 // ---------------------------------------------------------------------------
@@ -957,16 +741,15 @@ int FlickerMgr::init_algo() {
 
   FLICKER_CUST_PARA para;
   memset(&para, 0, sizeof(para));
-  const int64_t scenario =
-      static_cast<int64_t>(sensor_mode_) + (sensor_type_ == 0 ? 0 : kSecondSensorTypeRowOffset);
+  const int64_t scenario = FlickerTuningTable::scenario(sensor_mode_, sensor_type_);
   if (scenario < 0 || scenario >= kFlickerScenarioRows) {
     FLK_LOGE("sensor mode(%d) type(%d) has no tuning row: tuning record left zero", sensor_mode_,
              sensor_type_);
   } else {
-    getTargetParameter(static_cast<int>(scenario), ratio, &para);
+    tuning_.getTargetParameter(static_cast<int>(scenario), ratio, &para);
   }
   if (propInt(kPropReadFile, 0) != 0)
-    getFlickerParametersFile(&para);
+    FlickerTuningTable::getFlickerParametersFile(sensor_mode_, &para);
 
   FlickerExtPara ext;
   static_assert(sizeof(ext) <= sizeof(para), "algorithm part is the head of the record");

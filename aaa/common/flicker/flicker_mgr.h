@@ -31,6 +31,7 @@
 #include "cam_inst.h"
 #include "flicker_attach_registry.h"
 #include "flicker_result.h"
+#include "flicker_tuning_table.h"
 #include "flicker_worker.h"
 #include "iflicker_mgr.h"
 #include "platform/flicker_platform_adapter.h"
@@ -85,9 +86,6 @@ class FlickerMgr : public IFlickerMgr {
   int uninit_algo();
   int scaleLineLength(float* resizeRatio);
   bool checkSensorSetting(const FLICKER_CUST_PARA& para);
-  bool getFlickerParametersAll(int sensorModeTotal, int binRatioTotal);
-  void getTargetParameter(int sensorMode, int ratio, void* para);
-  void getFlickerParametersFile(FLICKER_CUST_PARA* para);
 
   std::mutex mutex_;
   std::atomic<int32_t> users_{0};
@@ -108,7 +106,6 @@ class FlickerMgr : public IFlickerMgr {
   int32_t frame_count_ = 0;
   int32_t detection_cycle_ = 0;
   int32_t current_cycle_ = 0;
-  int32_t para_loaded_ = 0;
   int32_t frame_data_num_ = 0;
   int32_t sensor_type_ = 0;
   int32_t detection_process_start_ = 0;
@@ -123,7 +120,7 @@ class FlickerMgr : public IFlickerMgr {
   int64_t frame_start_ts_[2] = {0, 0};
   int32_t ae_target_mode_ = 0;
   FlickerResult result_;  // what GetResult reports; lock-free
-  FLICKER_CUST_PARA** flicker_para_array_ = nullptr;
+  FlickerTuningTable tuning_;
   FlickerWorker worker_;  // runs analyzeFlickerFrequency; declared last, made last
 
   static std::atomic<int32_t> flicker_state_;
