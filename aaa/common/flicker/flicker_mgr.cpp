@@ -120,6 +120,7 @@ size_t IFlickerMgr::StatBlockEntries(int32_t width, int32_t height) {
 
 FlickerMgr::FlickerMgr(int sensorIdx)
     : sensor_idx_(sensorIdx),
+      adapter_(FlickerPlatformAdapter::getInstance(sensorIdx)),
       attach_(sensorIdx, cust_getMaxAttachNum()),
       worker_(sensorIdx, [this] { analyzeFlickerFrequency(); }) {
   for (int failed = tuning_.allocate(); failed > 0; --failed)
@@ -145,13 +146,8 @@ int FlickerMgr::Init(int sensorDev, int sensorId) {
   // The adapter's init replaces the statistics buffers that a running
   // worker's detection reads: end such a worker first (Config starts the next).
   worker_.stop();
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    adapter->init(sensorDev, sensorId);
-    adapter->setFlickerAutoTest(auto_test_enable_.load(std::memory_order_relaxed));
-  }
+  adapter_->init(sensorDev, sensorId);
+  adapter_->setFlickerAutoTest(auto_test_enable_.load(std::memory_order_relaxed));
 
   // The tables are loaded once per instance, on the first Init.
   if (!tuning_.loaded()) {
@@ -169,12 +165,7 @@ int FlickerMgr::Uninit() {
   // A worker left running (no Stop) must not detect on the buffers that the
   // adapter's uninit frees.
   worker_.stop();
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    adapter->uninit();
-  }
+  adapter_->uninit();
   FLK_LOGD("---");
   return 0;
 }
@@ -208,12 +199,9 @@ bool FlickerMgr::Config(const flicker_config_info& config) {
   pixel_clk_ = static_cast<int64_t>(config.PixelClk);
   pixels_in_line_ = config.PixelsInLine;
 
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  if (adapter != nullptr) {
-    flk_stat_config statConfig;
-    adapter->getFLKStatConfig(&statConfig);
-    result_.setStatConfig(statConfig);
-  }
+  flk_stat_config statConfig;
+  adapter_->getFLKStatConfig(&statConfig);
+  result_.setStatConfig(statConfig);
 
   worker_.start();
   FLK_LOGD("---");
@@ -247,13 +235,8 @@ int FlickerMgr::Start(const flicker_start_info& /*start*/) {
            sensor_mode_, hbin_width_, hbin_height_, tg_width_, tg_height_,
            static_cast<long long>(pixel_clk_), pixels_in_line_);
 
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  if (adapter != nullptr) {
-    adapter->setWindowInfo(&window_info_[0], &window_info_[1], &window_info_[2], &window_info_[3],
-                           hbin_width_, hbin_height_);
-  } else {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  }
+  adapter_->setWindowInfo(&window_info_[0], &window_info_[1], &window_info_[2], &window_info_[3],
+                          hbin_width_, hbin_height_);
 
   // Algorithm log word: bit 0 log, bit 1 verbose, bits 2 and up the trace word.
   const int32_t propLog = propInt(kPropAlgoLogLevel, 0);
@@ -266,13 +249,9 @@ int FlickerMgr::Start(const flicker_start_info& /*start*/) {
   mask |= static_cast<int32_t>(static_cast<uint32_t>(propData) << 2);
   FLK_LOGD("prop_log:%d, prop_data:%d, loglevel:%d", propLog, propData, mask);
 
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    adapter->setLogLevel(mask);
-    adapter->getFrameRateType(&decrease_frame_rate_type_);
-    FLK_LOGD("decrease_frame_rate_type_(%d)", decrease_frame_rate_type_);
-  }
+  adapter_->setLogLevel(mask);
+  adapter_->getFrameRateType(&decrease_frame_rate_type_);
+  FLK_LOGD("decrease_frame_rate_type_(%d)", decrease_frame_rate_type_);
   if (flicker_mode_.load(std::memory_order_relaxed) == FLICKER_MODE_AUTO) {
     const bool active =
         decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE || sensor_type_ != 0;
@@ -309,15 +288,10 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
   const int32_t oldMode = flicker_mode_.load(std::memory_order_relaxed);
   if (input.flickerMode != oldMode) {
     FLK_LOGI("mode change(%d->%d).", oldMode, input.flickerMode);
-    if (input.flickerMode == FLICKER_MODE_AUTO || oldMode == FLICKER_MODE_AUTO) {
-      FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-      if (adapter == nullptr) {
-        FLK_LOGE("PlatformAdapter getInstance fail");
-      } else if (input.flickerMode == FLICKER_MODE_AUTO) {
-        result_.setFrameRateActive(decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE);
-      } else {
-        result_.setFrameRateActive(false);
-      }
+    if (input.flickerMode == FLICKER_MODE_AUTO) {
+      result_.setFrameRateActive(decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE);
+    } else if (oldMode == FLICKER_MODE_AUTO) {
+      result_.setFrameRateActive(false);
     }
     flicker_mode_.store(input.flickerMode, std::memory_order_relaxed);
   }
@@ -410,8 +384,7 @@ int FlickerMgr::DoCalculation(const flicker_calc_info& in) {
     detection_paused_ = 0;
   }
 
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  followAeCycle(in.aeDetectCycle, adapter);
+  followAeCycle(in.aeDetectCycle);
 
   const int32_t aeCycle = ae_detect_cycle_.load(std::memory_order_relaxed);
   if (flicker_mode_.load(std::memory_order_relaxed) != FLICKER_MODE_AUTO && aeCycle <= 0)
@@ -424,7 +397,7 @@ int FlickerMgr::DoCalculation(const flicker_calc_info& in) {
     FLK_LOGD("invalid detection cycle(%d).", detection_cycle_);
     return 0;
   }
-  const int32_t rc = detection_cycle_ == 1 ? everyFrameStep(in, adapter) : cycleStep(in, adapter);
+  const int32_t rc = detection_cycle_ == 1 ? everyFrameStep(in) : cycleStep(in);
   if (rc != 0) {
     // The code itself is never printed; the constant marks the failure.
     FLK_LOGD("failed to analyze(%x).", static_cast<unsigned>(-1));
@@ -433,7 +406,7 @@ int FlickerMgr::DoCalculation(const flicker_calc_info& in) {
   return 0;
 }
 
-void FlickerMgr::followAeCycle(int32_t cycle, FlickerPlatformAdapter* adapter) {
+void FlickerMgr::followAeCycle(int32_t cycle) {
   const int32_t aeCycle = ae_detect_cycle_.load(std::memory_order_relaxed);
   if (cycle < 0) {
     FLK_LOGD("wrong ae detection cycle(%d).", cycle);
@@ -442,14 +415,10 @@ void FlickerMgr::followAeCycle(int32_t cycle, FlickerPlatformAdapter* adapter) {
     ae_detect_cycle_.store(cycle, std::memory_order_relaxed);
     detection_cycle_ = cycle;
     current_cycle_ = 0;
-    if (adapter == nullptr) {
-      FLK_LOGE("PlatformAdapter getInstance fail");
-    } else {
-      adapter->setFlickerState(0);
-      const FlickerFreq state = FlickerFreq::fromHz(flicker_state_.load(std::memory_order_relaxed));
-      if (state.known())
-        adapter->resetQueue(state.other().hz());
-    }
+    adapter_->setFlickerState(0);
+    const FlickerFreq state = FlickerFreq::fromHz(flicker_state_.load(std::memory_order_relaxed));
+    if (state.known())
+      adapter_->resetQueue(state.other().hz());
   } else if (cycle > 0 && aeCycle != cycle) {
     ae_detect_cycle_.store(cycle, std::memory_order_relaxed);
     detection_cycle_ = cycle;
@@ -459,15 +428,11 @@ void FlickerMgr::followAeCycle(int32_t cycle, FlickerPlatformAdapter* adapter) {
     ae_detect_cycle_.store(0, std::memory_order_relaxed);
     detection_cycle_ = cust_getFlickerDetectFrequency();
     current_cycle_ = 0;
-    if (adapter == nullptr) {
-      FLK_LOGE("PlatformAdapter getInstance fail");
-    } else {
-      adapter->setFlickerState(flicker_state_.load(std::memory_order_relaxed));
-    }
+    adapter_->setFlickerState(flicker_state_.load(std::memory_order_relaxed));
   }
 }
 
-int32_t FlickerMgr::everyFrameStep(const flicker_calc_info& in, FlickerPlatformAdapter* adapter) {
+int32_t FlickerMgr::everyFrameStep(const flicker_calc_info& in) {
   result_.setFrameRateActive(true);
   const bool wantDetection =
       decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE ||
@@ -480,7 +445,7 @@ int32_t FlickerMgr::everyFrameStep(const flicker_calc_info& in, FlickerPlatformA
   if (frame_data_num_ >= 1) {
     const bool slot = frame_data_num_ != 2 && !slot_toggle.load(std::memory_order_relaxed);
     slot_toggle.store(slot, std::memory_order_relaxed);
-    rc = frameIntake(in, adapter, slot ? 1 : 0);
+    rc = frameIntake(in, slot ? 1 : 0);
     // Once started, every later frame completes a pair.
     frame_data_num_ = std::max(frame_data_num_ - 1, 1);
   }
@@ -488,14 +453,12 @@ int32_t FlickerMgr::everyFrameStep(const flicker_calc_info& in, FlickerPlatformA
   return rc;
 }
 
-int32_t FlickerMgr::cycleStep(const flicker_calc_info& in, FlickerPlatformAdapter* adapter) {
+int32_t FlickerMgr::cycleStep(const flicker_calc_info& in) {
   const bool rateType1 = decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_DETECT;
   if (sensor_type_ == 0) {
     if (current_cycle_ == 0 || current_cycle_ == 1) {
       FLK_LOGD("current_cycle_(%d), setFlickerFrameRateActive 1", current_cycle_);
-      if (adapter == nullptr) {
-        FLK_LOGE("PlatformAdapter getInstance fail");
-      } else if (rateType1) {
+      if (rateType1) {
         result_.setFrameRateActive(true);
       } else {
         // Positions 0 and 1 both (re)arm the pair: the frame at 1 replaces the
@@ -504,9 +467,7 @@ int32_t FlickerMgr::cycleStep(const flicker_calc_info& in, FlickerPlatformAdapte
       }
     } else if (current_cycle_ == 2) {
       FLK_LOGD("current_cycle_(%d), setFlickerFrameRateActive 0", current_cycle_);
-      if (adapter == nullptr) {
-        FLK_LOGE("PlatformAdapter getInstance fail");
-      } else if (rateType1) {
+      if (rateType1) {
         result_.setFrameRateActive(false);
       }
     }
@@ -524,7 +485,7 @@ int32_t FlickerMgr::cycleStep(const flicker_calc_info& in, FlickerPlatformAdapte
 
   int32_t rc = 0;
   if (frame_data_num_ >= 1) {
-    rc = frameIntake(in, adapter, frame_data_num_ != 2 ? 1 : 0);
+    rc = frameIntake(in, frame_data_num_ != 2 ? 1 : 0);
     if (--frame_data_num_ == 0)
       detection_process_start_ = 0;
   }
@@ -532,8 +493,7 @@ int32_t FlickerMgr::cycleStep(const flicker_calc_info& in, FlickerPlatformAdapte
   return rc;
 }
 
-int32_t FlickerMgr::frameIntake(const flicker_calc_info& in, FlickerPlatformAdapter* adapter,
-                                int slot) {
+int32_t FlickerMgr::frameIntake(const flicker_calc_info& in, int slot) {
   FLK_LOGD(
       "update(): analyze with sensorIdx(%d), exposure time(%d), mVa(%p), cycle(%d), "
       "frame_data_num_(%d), ae_detect_cycle_(%d) width(%d), height(%d) pixel_mode(%d), "
@@ -549,17 +509,15 @@ int32_t FlickerMgr::frameIntake(const flicker_calc_info& in, FlickerPlatformAdap
   hbin_width_ = width;
   hbin_height_ = in.height;
 
-  if (adapter != nullptr) {
-    adapter->setTwinInfo(in.twinType, in.twinWinX, in.twinWinY);
-    adapter->setWindowInfo(&window_info_[0], &window_info_[1], &window_info_[2], &window_info_[3],
-                           hbin_width_, hbin_height_);
-    if (sizeChanged || algo_reinit_req_ == 1 || algo_uninited_ == 1) {
-      if (algo_uninited_ == 0)
-        uninit_algo();
-      init_algo();
-      algo_reinit_req_ = 0;
-      algo_uninited_ = 0;
-    }
+  adapter_->setTwinInfo(in.twinType, in.twinWinX, in.twinWinY);
+  adapter_->setWindowInfo(&window_info_[0], &window_info_[1], &window_info_[2], &window_info_[3],
+                          hbin_width_, hbin_height_);
+  if (sizeChanged || algo_reinit_req_ == 1 || algo_uninited_ == 1) {
+    if (algo_uninited_ == 0)
+      uninit_algo();
+    init_algo();
+    algo_reinit_req_ = 0;
+    algo_uninited_ = 0;
   }
 
   // Plain difference of the two values as given; only the difference of the
@@ -573,19 +531,13 @@ int32_t FlickerMgr::frameIntake(const flicker_calc_info& in, FlickerPlatformAdap
 
 int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void* buf) {
   FLK_TRACE_BEGIN("parseFLK");
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  int32_t rc = -1;
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    // Every-frame mode alternates the slots with the cycle position; a pair
-    // in cycle mode puts its first frame in slot 0 and its second in slot 1.
-    const int slot = detection_cycle_ < 2 ? current_cycle_ : 2 - frame_data_num_;
-    int outX = 0;
-    int outW = 0;
-    int outH = 0;
-    rc = adapter->setBuf(sensorType, buf, slot, &outX, &outW, &outH);
-  }
+  // Every-frame mode alternates the slots with the cycle position; a pair in
+  // cycle mode puts its first frame in slot 0 and its second in slot 1.
+  const int slot = detection_cycle_ < 2 ? current_cycle_ : 2 - frame_data_num_;
+  int outX = 0;
+  int outW = 0;
+  int outH = 0;
+  const int32_t rc = adapter_->setBuf(sensorType, buf, slot, &outX, &outW, &outH);
   FLK_TRACE_END();
 
   if (auto_test_enable_.load(std::memory_order_relaxed) == 1) {
@@ -601,12 +553,8 @@ int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void*
   if (frame_data_num_ == 2)
     return 0;
 
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    adapter->setDetectInfo(sensorType, flicker_state_.load(std::memory_order_relaxed), exposureTime,
-                           static_cast<long>(absDiff(frame_start_ts_[1], frame_start_ts_[0])));
-  }
+  adapter_->setDetectInfo(sensorType, flicker_state_.load(std::memory_order_relaxed), exposureTime,
+                          static_cast<long>(absDiff(frame_start_ts_[1], frame_start_ts_[0])));
   last_exposure_time_.store(exposureTime, std::memory_order_relaxed);
   // At most one wake-up pending: pairs completed while the worker is busy
   // merge into the one already posted.
@@ -619,25 +567,14 @@ int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void*
 
 int32_t FlickerMgr::analyzeFlickerFrequency() {
   const int64_t t0 = getMs();
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  FlickerFreq decided;
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-    decided = FlickerFreq::fromHz(flicker_state_.load(std::memory_order_relaxed));
-  } else {
-    // The adapter answers with the algorithm's frequency code.
-    decided = FlickerFreq::fromAlgoCode(adapter->detectFlicker());
-  }
+  // The adapter answers with the algorithm's frequency code.
+  const FlickerFreq decided = FlickerFreq::fromAlgoCode(adapter_->detectFlicker());
   const int32_t aeCycle = ae_detect_cycle_.load(std::memory_order_relaxed);
   result_.setScoreActive(aeCycle != 0);
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    int score50 = 0;
-    int score60 = 0;
-    adapter->getFlickerScore(&score50, &score60);
-    result_.setScores(score50, score60);
-  }
+  int score50 = 0;
+  int score60 = 0;
+  adapter_->getFlickerScore(&score50, &score60);
+  result_.setScores(score50, score60);
   FLK_LOGD("detect period(%lld ms) -.", static_cast<long long>(getMs() - t0));
 
   if (flicker_mode_.load(std::memory_order_relaxed) == FLICKER_MODE_AUTO) {
@@ -655,8 +592,7 @@ int32_t FlickerMgr::analyzeFlickerFrequency() {
   // The "too short" test only selects the line; it never undoes a switch.
   const int32_t exposure = last_exposure_time_.load(std::memory_order_relaxed);
   const int32_t state = flicker_state_.load(std::memory_order_relaxed);
-  const int32_t score50 = result_.score50();
-  const int32_t score60 = result_.score60();
+  // Read back: DoCalculation may have cleared the flag meanwhile.
   const int32_t scoreActive = result_.scoreActive() ? 1 : 0;
   const FlickerFreq stateFreq = FlickerFreq::fromHz(state);
   if ((exposure >= kLongExposure60Hz && stateFreq == FlickerFreq::k60Hz) ||
@@ -683,12 +619,8 @@ int32_t FlickerMgr::setFlickerState(int state) {
   // Compare and store are not one atomic step: two sensors deciding at once
   // may both log a change; the last writer wins.
   flicker_state_.store(state, std::memory_order_relaxed);
-  if (FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_)) {
-    adapter->setFlickerState(flicker_state_.load(std::memory_order_relaxed));
-  }
-  if (FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_)) {
-    adapter->resetQueue(flicker_state_.load(std::memory_order_relaxed));
-  }
+  adapter_->setFlickerState(flicker_state_.load(std::memory_order_relaxed));
+  adapter_->resetQueue(flicker_state_.load(std::memory_order_relaxed));
   return 0;
 }
 
@@ -725,13 +657,7 @@ int FlickerMgr::init_algo() {
   float resizeRatio = 1.0f;
   const int ratio = scaleLineLength(&resizeRatio);
 
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    int unused = 0;
-    adapter->getSensorMode(sensor_mode_, sensor_type_, &unused);
-  }
+  adapter_->getSensorMode(sensor_mode_, sensor_type_, nullptr);
 
   // The sensor's own binning comes on top of the statistics scaling.
   const int binning = cust_getSensorBinningRatio(sensor_id_, sensor_mode_);
@@ -754,9 +680,7 @@ int FlickerMgr::init_algo() {
   FlickerExtPara ext;
   static_assert(sizeof(ext) <= sizeof(para), "algorithm part is the head of the record");
   memcpy(&ext, &para, sizeof(ext));
-  if (FlickerPlatformAdapter* extAdapter = FlickerPlatformAdapter::getInstance(sensor_idx_)) {
-    extAdapter->setExtPara(ext, resizeRatio);
-  }
+  adapter_->setExtPara(ext, resizeRatio);
 
   // Debug overrides of the live sensor values.
   pixel_clk_ = NSCam::Utils::Properties::property_get_int64(kPropClk, pixel_clk_);
@@ -779,13 +703,9 @@ int FlickerMgr::init_algo() {
            3u * static_cast<uint32_t>(window_info_[3]), static_cast<uint32_t>(window_info_[2]),
            static_cast<long long>(pixel_clk_));
   const int64_t t0 = getMs();
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    adapter->init_algo(pixels_in_line_, static_cast<unsigned>(window_info_[3]),
-                       static_cast<unsigned>(window_info_[2]), static_cast<long>(pixel_clk_),
-                       sensor_type_);
-  }
+  adapter_->init_algo(pixels_in_line_, static_cast<unsigned>(window_info_[3]),
+                      static_cast<unsigned>(window_info_[2]), static_cast<long>(pixel_clk_),
+                      sensor_type_);
   FLK_LOGD(
       "SensorIdx(%d) SensorId(%d) SensorMode(%d) SensorType(%d) initFreq(%d) ratio(%d) "
       "clkFreq(%lld) pixelsInLine(%d) imgH(%d) winH(%d) winW(%d) users_(%d) period(%lld ms)",
@@ -848,9 +768,7 @@ int FlickerMgr::uninit_algo() {
   if (users_.load(std::memory_order_acquire) >= 1) {
     users_.fetch_sub(1);
     if (users_.load() == 0) {
-      if (FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_)) {
-        adapter->uninit_algo();
-      }
+      adapter_->uninit_algo();
     }
   }
   return 0;

@@ -43,7 +43,6 @@ class FlickerMgr : public IFlickerMgr {
   // The manager of sensor index 0..19, created once; null otherwise.
   static FlickerMgr* GetInstance(int sensorIdx);
 
-  explicit FlickerMgr(int sensorIdx);
   ~FlickerMgr() override;
   FlickerMgr(const FlickerMgr&) = delete;
   FlickerMgr& operator=(const FlickerMgr&) = delete;
@@ -67,14 +66,16 @@ class FlickerMgr : public IFlickerMgr {
   static int32_t flickerState() { return flicker_state_.load(std::memory_order_relaxed); }
 
  private:
+  explicit FlickerMgr(int sensorIdx);  // only GetInstance makes one, for a valid index
+
   template <typename T>
   using Relaxed = std::atomic<T>;
 
   // Per-frame path.
-  void followAeCycle(int32_t cycle, FlickerPlatformAdapter* adapter);
-  int32_t everyFrameStep(const flicker_calc_info& in, FlickerPlatformAdapter* adapter);
-  int32_t cycleStep(const flicker_calc_info& in, FlickerPlatformAdapter* adapter);
-  int32_t frameIntake(const flicker_calc_info& in, FlickerPlatformAdapter* adapter, int slot);
+  void followAeCycle(int32_t cycle);
+  int32_t everyFrameStep(const flicker_calc_info& in);
+  int32_t cycleStep(const flicker_calc_info& in);
+  int32_t frameIntake(const flicker_calc_info& in, int slot);
   int32_t parseFLKBuffer(int sensorType, int exposureTime, const void* buf);
 
   // Analysis on the worker thread.
@@ -92,6 +93,8 @@ class FlickerMgr : public IFlickerMgr {
   int32_t sensor_dev_ = 0;
   int32_t sensor_id_ = 0;
   const int32_t sensor_idx_;
+  // The adapter of the same index: one for each valid index, for good.
+  FlickerPlatformAdapter* const adapter_;
   FlickerAttachRegistry attach_;  // this sensor's detection slot
   int32_t tg_width_ = 0;
   int32_t tg_height_ = 0;

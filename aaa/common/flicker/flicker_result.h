@@ -30,8 +30,6 @@ class FlickerResult {
   void setScoreActive(bool active) { score_active_.store(active, kRelaxed); }
   void setSensorModeChanged(bool changed) { sensor_mode_changed_.store(changed, kRelaxed); }
 
-  int32_t score50() const { return score_50_.load(kRelaxed); }
-  int32_t score60() const { return score_60_.load(kRelaxed); }
   bool scoreActive() const { return score_active_.load(kRelaxed); }
 
   // Resizes `out` to the record's 84 bytes and writes the record for the
