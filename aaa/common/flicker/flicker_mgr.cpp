@@ -115,7 +115,7 @@ IFlickerMgr* IFlickerMgr::GetInstance(int sensorIdx) {
 }
 
 size_t IFlickerMgr::StatBlockEntries(int32_t width, int32_t height) {
-  return static_cast<size_t>(FlickerPlatformAdapter::statEntries(width, height));
+  return static_cast<size_t>(FlickerStatWindow::statEntries(width, height));
 }
 
 FlickerMgr::FlickerMgr(int sensorIdx)
@@ -235,8 +235,7 @@ int FlickerMgr::Start(const flicker_start_info& /*start*/) {
            sensor_mode_, hbin_width_, hbin_height_, tg_width_, tg_height_,
            static_cast<long long>(pixel_clk_), pixels_in_line_);
 
-  adapter_->setWindowInfo(&window_info_[0], &window_info_[1], &window_info_[2], &window_info_[3],
-                          hbin_width_, hbin_height_);
+  adapter_->setWindowInfo(hbin_width_, hbin_height_);
 
   // Algorithm log word: bit 0 log, bit 1 verbose, bits 2 and up the trace word.
   const int32_t propLog = propInt(kPropAlgoLogLevel, 0);
@@ -510,8 +509,7 @@ int32_t FlickerMgr::frameIntake(const flicker_calc_info& in, int slot) {
   hbin_height_ = in.height;
 
   adapter_->setTwinInfo(in.twinType, in.twinWinX, in.twinWinY);
-  adapter_->setWindowInfo(&window_info_[0], &window_info_[1], &window_info_[2], &window_info_[3],
-                          hbin_width_, hbin_height_);
+  adapter_->setWindowInfo(hbin_width_, hbin_height_);
   if (sizeChanged || algo_reinit_req_ == 1 || algo_uninited_ == 1) {
     if (algo_uninited_ == 0)
       uninit_algo();
@@ -534,10 +532,7 @@ int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void*
   // Every-frame mode alternates the slots with the cycle position; a pair in
   // cycle mode puts its first frame in slot 0 and its second in slot 1.
   const int slot = detection_cycle_ < 2 ? current_cycle_ : 2 - frame_data_num_;
-  int outX = 0;
-  int outW = 0;
-  int outH = 0;
-  const int32_t rc = adapter_->setBuf(sensorType, buf, slot, &outX, &outW, &outH);
+  const int32_t rc = adapter_->setBuf(sensorType, buf, slot);
   FLK_TRACE_END();
 
   if (auto_test_enable_.load(std::memory_order_relaxed) == 1) {
@@ -649,10 +644,12 @@ int FlickerMgr::init_algo() {
     FLK_LOGE("users_(%d) had created. SensorIdx(%d)", users_.load(), sensor_idx_);
   }
 
+  // The window of the frame the intake has just set.
+  FlickerStatWindow window = adapter_->statWindow();
   // The upper half of the line length is not part of the line timing.
   pixels_in_line_ &= 0xFFFFu;
   FLK_LOGD("pixel clock(%lld), line length(%d), grab height(%d).",
-           static_cast<long long>(pixel_clk_), static_cast<int>(pixels_in_line_), window_info_[1]);
+           static_cast<long long>(pixel_clk_), static_cast<int>(pixels_in_line_), window.imgH);
 
   float resizeRatio = 1.0f;
   const int ratio = scaleLineLength(&resizeRatio);
@@ -686,10 +683,10 @@ int FlickerMgr::init_algo() {
   pixel_clk_ = NSCam::Utils::Properties::property_get_int64(kPropClk, pixel_clk_);
   pixels_in_line_ =
       static_cast<uint32_t>(propInt(kPropPixel, static_cast<int32_t>(pixels_in_line_)));
-  window_info_[2] = propInt(kPropWidth, window_info_[2]);
-  window_info_[3] = propInt(kPropHeight, window_info_[3]);
+  window.winW = propInt(kPropWidth, window.winW);
+  window.winH = propInt(kPropHeight, window.winH);
 
-  const bool mismatch = checkSensorSetting(para);
+  const bool mismatch = checkSensorSetting(para, window.imgH);
   if (auto_test_enable_.load(std::memory_order_relaxed) == 1) {
     if (mismatch) {
       FLK_LOGD("[CAT][flicker] FlickerSensorSettingCheck:Fail");
@@ -699,19 +696,18 @@ int FlickerMgr::init_algo() {
   }
 
   // The height is tripled in this message only (statistics lines per row).
-  FLK_LOGD("flicker_init(%u,%u,%u,%lld).", pixels_in_line_,
-           3u * static_cast<uint32_t>(window_info_[3]), static_cast<uint32_t>(window_info_[2]),
-           static_cast<long long>(pixel_clk_));
+  FLK_LOGD("flicker_init(%u,%u,%u,%lld).", pixels_in_line_, 3u * static_cast<uint32_t>(window.winH),
+           static_cast<uint32_t>(window.winW), static_cast<long long>(pixel_clk_));
   const int64_t t0 = getMs();
-  adapter_->init_algo(pixels_in_line_, static_cast<unsigned>(window_info_[3]),
-                      static_cast<unsigned>(window_info_[2]), static_cast<long>(pixel_clk_),
+  adapter_->init_algo(pixels_in_line_, static_cast<unsigned>(window.winH),
+                      static_cast<unsigned>(window.winW), static_cast<long>(pixel_clk_),
                       sensor_type_);
   FLK_LOGD(
       "SensorIdx(%d) SensorId(%d) SensorMode(%d) SensorType(%d) initFreq(%d) ratio(%d) "
       "clkFreq(%lld) pixelsInLine(%d) imgH(%d) winH(%d) winW(%d) users_(%d) period(%lld ms)",
       sensor_idx_, sensor_id_, sensor_mode_, sensor_type_, initHz, ratio,
-      static_cast<long long>(pixel_clk_), static_cast<int>(pixels_in_line_), window_info_[1],
-      window_info_[3], window_info_[2], users_.load(), static_cast<long long>(getMs() - t0));
+      static_cast<long long>(pixel_clk_), static_cast<int>(pixels_in_line_), window.imgH,
+      window.winH, window.winW, users_.load(), static_cast<long long>(getMs() - t0));
   return 0;
 }
 
@@ -741,7 +737,7 @@ int FlickerMgr::scaleLineLength(float* resizeRatio) {
   return ratio;
 }
 
-bool FlickerMgr::checkSensorSetting(const FLICKER_CUST_PARA& para) {
+bool FlickerMgr::checkSensorSetting(const FLICKER_CUST_PARA& para, int32_t grabHeight) {
   // A mismatch is reported only; the set-up goes on with the live values.
   bool mismatch = false;
   const FLICKER_SENSOR_SETTING& s = para.sensor_setting;
@@ -755,9 +751,9 @@ bool FlickerMgr::checkSensorSetting(const FLICKER_CUST_PARA& para) {
              static_cast<int>(pixels_in_line_));
     mismatch = true;
   }
-  if (window_info_[1] != static_cast<int64_t>(s.column_length) - kColumnLengthAllowance) {
+  if (grabHeight != static_cast<int64_t>(s.column_length) - kColumnLengthAllowance) {
     FLK_LOGE("sensor column length mismatch (parameter:%d/received:%d)", s.column_length,
-             window_info_[1]);
+             grabHeight);
     mismatch = true;
   }
   return mismatch;

@@ -86,7 +86,7 @@ class FlickerMgr : public IFlickerMgr {
   int init_algo();
   int uninit_algo();
   int scaleLineLength(float* resizeRatio);
-  bool checkSensorSetting(const FLICKER_CUST_PARA& para);
+  bool checkSensorSetting(const FLICKER_CUST_PARA& para, int32_t grabHeight);
 
   std::mutex mutex_;
   std::atomic<int32_t> users_{0};
@@ -101,7 +101,6 @@ class FlickerMgr : public IFlickerMgr {
   int32_t sensor_mode_ = 0;
   int32_t hbin_width_ = 0;
   int32_t hbin_height_ = 0;
-  int32_t window_info_[4] = {0, 0, 0, 0};
   int64_t pixel_clk_ = 0;
   uint32_t pixels_in_line_ = 0;
   Relaxed<int32_t> flicker_mode_{FLICKER_MODE_AUTO};

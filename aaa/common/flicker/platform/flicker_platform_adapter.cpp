@@ -41,31 +41,6 @@ constexpr const char* kDumpCounterFile = "/data/vendor/flicker/flko/flicker_file
 constexpr size_t kDumpPathSize = 64;  // device paths are formatted into 64 bytes
 constexpr size_t kHostPathSize = PATH_MAX;
 
-// The statistics hardware reports 18 entries per window row.
-constexpr int kEntriesPerWindowRow = 18;
-// Auto-test always checks at least one window row, even with an empty window.
-constexpr int kMinAutoTestEntries = 18;
-
-// Sensor 8581 delivers 32-bit entries: 150 in sensor mode 0, 201 otherwise.
-constexpr int kStatCount8581Mode0 = 150;
-constexpr int kStatCount8581Other = 201;
-// Sensor 1398 delivers 384 32-bit words that are widened to 64-bit entries;
-// the count kept for the algorithm is 192 (two words per entry pair) and the
-// auto-test check covers only its first 384 bytes.
-constexpr int kStatCount1398 = 192;
-constexpr int kWords1398 = 2 * kStatCount1398;
-constexpr size_t kAutoTestBytes1398 = 384;
-
-// Image rows hidden from the statistics window, and the tallest window image
-// that keeps 18 x win_h_ inside one buffer (6039 - 45).
-constexpr int kHiddenRows = 45;
-constexpr int kTallestImage = 6039;
-constexpr int kMaxWindowImageHeight = kTallestImage - kHiddenRows;
-
-// Row trace of setBuf: every 100 image rows, three entries at 6 x row.
-constexpr int kTraceRowStep = 100;
-constexpr int kTraceEntriesPerRow = 6;
-
 // Statistics-hardware settings; words 8..14 repeat one byte in their two low
 // bytes and are kept exactly.
 constexpr int32_t kStatConfig[17] = {4,    0,     20,    3,     25,    6,     3,    16,   5140,
@@ -88,17 +63,6 @@ constexpr int32_t kDetectCols1398 = 4;
 constexpr int32_t kDetectCols8581 = 1;
 constexpr int32_t kDetectWin1398W = 2;
 constexpr int32_t kDetectWin1398H = 32;
-
-// Image rows of the statistics window for an image height: the hidden rows
-// come off, and the tallest images are capped.
-int windowImageHeight(int height) {
-  return height <= kTallestImage ? height - kHiddenRows : kMaxWindowImageHeight;
-}
-
-// Statistics rows of the window: two per six image rows.
-int windowRows(int height) {
-  return 2 * (windowImageHeight(height) / 6);
-}
 
 // The algorithm's print function: one 1024-byte line under "FlickerAlgo",
 // gated by the framework's details level and mask only.
@@ -165,61 +129,22 @@ FlickerPlatformAdapter* FlickerPlatformAdapter::getInstance(int sensorIdx) {
 
 FlickerPlatformAdapter::FlickerPlatformAdapter(int sensorIdx) : sensor_idx_(sensorIdx) {}
 
-// Adapters of the instance table are never destroyed; others free silently.
-FlickerPlatformAdapter::~FlickerPlatformAdapter() {
-  free(column_vector_data_1_);
-  free(column_vector_data_2_);
-}
+// Adapters of the instance table are never destroyed.
+FlickerPlatformAdapter::~FlickerPlatformAdapter() = default;
 
 int FlickerPlatformAdapter::init(int sensorDev, int sensorId) {
   flicker_log::g_adapterLevel.store(NSCam::Utils::Properties::property_get_int32(kPropLogLevel, 0),
-                          std::memory_order_relaxed);
-  sensor_dev_ = sensorDev;
+                                    std::memory_order_relaxed);
+  (void)sensorDev;  // the adapter has no use for it
   sensor_id_ = sensorId;
   FLK_LOGD("SensorIdx(%d), SensorId(%d)", sensor_idx_, sensorId);
   // A failed allocation is reported by createBuf and again by every setBuf.
-  (void)createBuf();
+  (void)buffers_.createBuf();
   return 0;
 }
 
 int FlickerPlatformAdapter::uninit() {
-  releaseBuf();
-  return 0;
-}
-
-int FlickerPlatformAdapter::createBuf() {
-  FLK_LOGD("+++");
-  if (column_vector_data_1_ != nullptr || column_vector_data_2_ != nullptr) {
-    // Re-init without uninit: the old blocks are dropped, not reused.
-    FLK_LOGE("buffer is not empty.");
-  }
-  column_vector_data_1_ = static_cast<int64_t*>(malloc(kBufBytes));
-  if (column_vector_data_1_ == nullptr) {
-    FLK_LOGE("falied to allocate buffer 1.");
-    return -1;
-  }
-  column_vector_data_2_ = static_cast<int64_t*>(malloc(kBufBytes));
-  if (column_vector_data_2_ == nullptr) {
-    FLK_LOGE("falied to allocate buffer 2.");
-    free(column_vector_data_1_);
-    column_vector_data_1_ = nullptr;  // so that releaseBuf cannot free it twice
-    return -1;
-  }
-  FLK_LOGD("---");
-  return 0;
-}
-
-int FlickerPlatformAdapter::releaseBuf() {
-  FLK_LOGD("+++");
-  if (column_vector_data_1_ != nullptr) {
-    free(column_vector_data_1_);
-    column_vector_data_1_ = nullptr;
-  }
-  if (column_vector_data_2_ != nullptr) {
-    free(column_vector_data_2_);
-    column_vector_data_2_ = nullptr;
-  }
-  FLK_LOGD("---");
+  buffers_.releaseBuf();
   return 0;
 }
 
@@ -317,9 +242,7 @@ int FlickerPlatformAdapter::setLogLevel(int level) {
 }
 
 int FlickerPlatformAdapter::setTwinInfo(int type, int winX, int winY) {
-  twin_type_ = type;
-  twin_win_x_ = winX;
-  twin_win_y_ = winY;
+  // The twin window is only reported: no command carries it.
   FLK_LOGD("type:%d win_x:%d win_Y:%d", type, winX, winY);
   return 0;
 }
@@ -346,36 +269,8 @@ int FlickerPlatformAdapter::getFlickerScore(int* score50, int* score60) {
 
 // ---- Statistics window and conversion ----
 
-int FlickerPlatformAdapter::setWindowInfo(int* imgW, int* imgH, int* winW, int* winH, int width,
-                                          int height) {
-  if (imgW == nullptr || imgH == nullptr || winW == nullptr || winH == nullptr) {
-    FLK_LOGE("null output.");
-    return -1;
-  }
-  if (width < 0 || height < 0) {
-    FLK_LOGE("negative image size(%d,%d).", width, height);
-    return -1;
-  }
-  FLK_LOGD("tgImg(%d,%d)", width, height);
-  const int w = width;
-  // Capping the image height keeps 18 x win_h_ inside one statistics buffer.
-  const int h = windowImageHeight(height);
-  tg_img_width_ = w;
-  tg_img_height_ = h;
-  win_w_ = 2 * (w / 12);
-  win_h_ = windowRows(height);
-  *imgW = w;
-  *imgH = h;
-  *winW = win_w_;
-  *winH = win_h_;
-  return 0;
-}
-
-int32_t FlickerPlatformAdapter::statEntries(int width, int height) {
-  if (width < 0 || height < 0)
-    return 0;  // setWindowInfo refuses the size
-  const int rows = windowRows(height);
-  return rows > 0 ? kEntriesPerWindowRow * rows : 0;
+int FlickerPlatformAdapter::setWindowInfo(int width, int height) {
+  return buffers_.setWindowInfo(width, height);
 }
 
 int FlickerPlatformAdapter::getFLKStatConfig(flk_stat_config* out) {
@@ -393,103 +288,8 @@ int FlickerPlatformAdapter::getSensorMode(int sensorMode, int /*unused*/, int* /
   return 0;
 }
 
-// `stats` is the caller's statistics block; its size is not passed, so the
-// caller must supply the bytes of the path's layout: 8 x 18 x win_h_ on the
-// generic path (at least 144 bytes in auto-test mode), 4 x 150 or 4 x 201 for
-// sensor 8581 and 4 x 384 for sensor 1398.
-int FlickerPlatformAdapter::setBuf(int sensorPath, const void* stats, int bufIndex, int* outX,
-                                   int* outW, int* outH) {
-  if (column_vector_data_1_ == nullptr || column_vector_data_2_ == nullptr) {
-    FLK_LOGE("column_vector_data_1_ or column_vector_data_2_ is NULL.");
-    return -1;
-  }
-  if (stats == nullptr || outX == nullptr || outW == nullptr || outH == nullptr) {
-    FLK_LOGE("null argument: stats(%p) outX(%p) outW(%p) outH(%p).", stats,
-             static_cast<void*>(outX), static_cast<void*>(outW), static_cast<void*>(outH));
-    return -1;
-  }
-
-  // Decide the conversion before anything is written, so that a window that
-  // does not fit the buffers leaves the adapter untouched.
-  enum class Conversion { kCopy64, kCopy32, kWiden32, kNone };
-  const int32_t sensorId = sensor_id_;
-  const bool autoTest = auto_test_ == 1;
-  const int32_t winH = win_h_;
-  int64_t count = static_cast<int64_t>(kEntriesPerWindowRow) * winH;
-  Conversion conversion = Conversion::kNone;
-  if (sensorPath == 0) {
-    conversion = Conversion::kCopy64;
-    if (autoTest && count < kMinAutoTestEntries) {
-      count = kMinAutoTestEntries;
-    }
-  } else if (sensorId == kSensorId8581) {
-    conversion = Conversion::kCopy32;
-    count = sensor_mode_ == 0 ? kStatCount8581Mode0 : kStatCount8581Other;
-  } else if (sensorId == kSensorId1398) {
-    conversion = Conversion::kWiden32;
-    count = kStatCount1398;
-  }
-  if (count < 0 || count > kBufEntries) {
-    FLK_LOGE("statistics count(%lld) of window height(%d) outside [0, %d].",
-             static_cast<long long>(count), winH, kBufEntries);
-    return -1;
-  }
-
-  buf_index_ = bufIndex;
-  int64_t* dst = bufIndex == 0 ? column_vector_data_1_ : column_vector_data_2_;
-  *outX = 0;
-  *outW = tg_img_width_;
-  *outH = tg_img_height_;
-  stat_count_ = static_cast<int32_t>(count);
-
-  const auto* src = static_cast<const uint8_t*>(stats);
-  // Auto-test self-check: clear the destination and compare it with the
-  // source, i.e. test whether the hardware delivered all zeros.
-  auto allZero = [dst, src, autoTest](size_t bytes) {
-    if (!autoTest) {
-      return false;
-    }
-    memset(dst, 0, bytes);
-    return memcmp(dst, src, bytes) == 0;
-  };
-  bool zeroStats = false;
-  switch (conversion) {
-    case Conversion::kCopy64: {
-      const size_t bytes = static_cast<size_t>(count) * sizeof(int64_t);
-      zeroStats = allZero(bytes);
-      memcpy(dst, src, bytes);
-      break;
-    }
-    case Conversion::kCopy32: {
-      // 32-bit entries packed as they are, not widened.
-      const size_t bytes = static_cast<size_t>(count) * sizeof(int32_t);
-      zeroStats = allZero(bytes);
-      memcpy(dst, src, bytes);
-      break;
-    }
-    case Conversion::kWiden32: {
-      zeroStats = allZero(kAutoTestBytes1398);
-      for (int k = 0; k < kWords1398; ++k) {
-        int32_t word;
-        memcpy(&word, src + k * sizeof(int32_t), sizeof(word));  // the block may be unaligned
-        dst[k] = word;
-      }
-      break;
-    }
-    case Conversion::kNone:
-      break;
-  }
-
-  if (flicker_log::debugOn(flicker_log::g_adapterLevel, 2)) {
-    const int32_t imgH = tg_img_height_;
-    for (int row = 0; row < imgH && kTraceEntriesPerRow * row + 2 < kBufEntries;
-         row += kTraceRowStep) {
-      const int64_t* at = dst + static_cast<ptrdiff_t>(kTraceEntriesPerRow) * row;
-      FLK_LOGD("sta row =%d, %lld %lld %lld", row, static_cast<long long>(at[0]),
-               static_cast<long long>(at[1]), static_cast<long long>(at[2]));
-    }
-  }
-  return zeroStats ? -1 : 0;
+int FlickerPlatformAdapter::setBuf(int sensorPath, const void* stats, int bufIndex) {
+  return buffers_.setBuf(sensorPath, sensor_id_, sensor_mode_, auto_test_ == 1, stats, bufIndex);
 }
 
 // ---- Detection step ----
@@ -507,12 +307,13 @@ int FlickerPlatformAdapter::detectFlicker() {
   FlkDetectPara para;
   memset(&para, 0, sizeof(para));
   para.sensorPath = FLK_PATH_GENERIC;
-  para.statsSlot1 = column_vector_data_2_;
-  para.statsSlot0 = column_vector_data_1_;
+  const FlickerStatWindow window = buffers_.window();
+  para.statsSlot1 = buffers_.slot(1);
+  para.statsSlot0 = buffers_.slot(0);
   para.windowRows = kDetectRows;
   para.windowCols = kDetectColsGeneric;
-  para.winValue1 = win_w_;
-  para.winValue2 = win_h_;
+  para.winValue1 = window.winW;
+  para.winValue2 = window.winH;
   para.freq = freq_;
   para.pixelClk = pixel_clk_;
   para.lineLength = line_length_;
@@ -602,9 +403,9 @@ void FlickerPlatformAdapter::dumpFLKO(const FlkDetectPara& para, const int32_t* 
     return;
   }
 
-  const int32_t count = stat_count_;
-  if (count < 0 || count > kBufEntries) {
-    FLK_LOGE("statistics count(%d) outside [0, %d].", count, kBufEntries);
+  const int32_t count = buffers_.statCount();
+  if (count < 0 || count > FlickerStatBuffers::kBufEntries) {
+    FLK_LOGE("statistics count(%d) outside [0, %d].", count, FlickerStatBuffers::kBufEntries);
     return;
   }
   const char* const names[] = {"flk.raw", "flk_pure.raw"};
