@@ -3,22 +3,18 @@
 
 #include "flicker_platform_adapter.h"
 
-#include <cerrno>
 #include <climits>
 #include <cstdarg>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
-#include "cam_data_path.h"
 #include "cam_inst.h"
 #include "cam_properties.h"
+#include "flicker_dump_writer.h"
 #include "flicker_freq.h"
 #include "flicker_log.h"
 #include "flicker_trace.h"
-#include "flicker_utils.h"
 
 namespace {
 
@@ -33,13 +29,6 @@ NS3Av3::INST_T<FlickerPlatformAdapter>& adapterSlot(int sensorIdx) {
 
 constexpr const char* kPropLogLevel = "vendor.debug.flicker_mgr.log.level";
 constexpr const char* kPropDump = "vendor.debug.flk_dump";
-constexpr const char* kPropDumpPure = "vendor.debug.flk_dump_pure";
-
-// The device's dump tree; mapped to the platform's data root before use.
-constexpr const char* kDumpRoot = "/data/vendor/flicker/flko/";
-constexpr const char* kDumpCounterFile = "/data/vendor/flicker/flko/flicker_file_cnt.txt";
-constexpr size_t kDumpPathSize = 64;  // device paths are formatted into 64 bytes
-constexpr size_t kHostPathSize = PATH_MAX;
 
 // Statistics-hardware settings; words 8..14 repeat one byte in their two low
 // bytes and are kept exactly.
@@ -79,36 +68,6 @@ __attribute__((format(printf, 1, 2))) void myPrint(const char* format, ...) {
     return;
   }
   FLK_LOG_DEBUG_TAGGED_(__FUNCTION__, "FlickerAlgo", "%s", text);
-}
-
-struct ErrorText {
-  char buf[128];
-  const char* text;
-  explicit ErrorText(int err) : buf{}, text(flickerErrorText(err, buf, sizeof(buf))) {}
-};
-
-bool writeAll(FILE* file, const void* data, size_t elemSize, size_t count) {
-  return count == 0 || fwrite(data, elemSize, count, file) == count;
-}
-
-// flk.raw: count, slot 1's column, slot 0's column, then the detection inputs.
-bool writeFlkRaw(FILE* file, int32_t count, const FlkDetectPara& para, const int32_t* aux) {
-  const size_t n = static_cast<size_t>(count);
-  return writeAll(file, &count, sizeof(count), 1) && writeAll(file, para.statsSlot1, 8, n) &&
-         writeAll(file, para.statsSlot0, 8, n) &&
-         writeAll(file, &para.winValue1, sizeof(para.winValue1), 1) &&
-         writeAll(file, &para.winValue2, sizeof(para.winValue2), 1) &&
-         writeAll(file, &para.freq, sizeof(para.freq), 1) &&
-         writeAll(file, &para.pixelClk, sizeof(para.pixelClk), 1) &&
-         writeAll(file, &para.lineLength, sizeof(para.lineLength), 1) &&
-         writeAll(file, &para.exposure, sizeof(para.exposure), 1) &&
-         writeAll(file, aux, sizeof(int32_t), kFlkAuxWords);
-}
-
-// flk_pure.raw: the two columns only, slot 1's first.
-bool writeFlkPureRaw(FILE* file, int32_t count, const FlkDetectPara& para) {
-  const size_t n = static_cast<size_t>(count);
-  return writeAll(file, para.statsSlot1, 8, n) && writeAll(file, para.statsSlot0, 8, n);
 }
 
 }  // namespace
@@ -348,7 +307,7 @@ int FlickerPlatformAdapter::detectFlicker() {
   }
 
   if (NSCam::Utils::Properties::property_get_int32(kPropDump, 0) != 0) {
-    dumpFLKO(para, aux);
+    FlickerDumpWriter::dumpFLKO(para, aux, buffers_.statCount());
   }
 
   FLK_TRACE_BEGIN("FLK algo");
@@ -360,75 +319,4 @@ int FlickerPlatformAdapter::detectFlicker() {
   FLK_LOGD("detect flicker win(%d,%d), exp(%d), freq(%d)+.", para.winValue1, para.winValue2,
            para.exposure, para.freq);
   return result.state;
-}
-
-// Writes the detection input into the next numbered folder of the dump tree.
-// Every failure is logged here (so the lines name this step) and ends the
-// dump; detection goes on regardless.
-void FlickerPlatformAdapter::dumpFLKO(const FlkDetectPara& para, const int32_t* aux) {
-  char hostPath[kHostPathSize];
-  if (!flicker_map_data_path(kDumpCounterFile, hostPath, sizeof(hostPath))) {
-    FLK_LOGE("failed to map data path(%s).", kDumpCounterFile);
-    return;
-  }
-  int counter = 0;
-  (void)getFileCount(hostPath, &counter, 0);  // missing or garbage: folder 000
-  if (counter == INT_MAX) {
-    FLK_LOGE("dump counter(%d) exhausted.", counter);
-    return;
-  }
-  // The number advances before the dump, so a failed dump still uses it up.
-  (void)setFileCount(hostPath, counter + 1);
-
-  if (!flicker_map_data_path(kDumpRoot, hostPath, sizeof(hostPath))) {
-    FLK_LOGE("failed to map data path(%s).", kDumpRoot);
-    return;
-  }
-  if (createDir(hostPath) != 0 && errno != EEXIST) {
-    const ErrorText error(errno);
-    FLK_LOGE("failed to createDir(/data/vendor/flicker/flko/): %s.", error.text);
-    return;
-  }
-
-  char devicePath[kDumpPathSize];
-  int length = snprintf(devicePath, sizeof(devicePath), "%s%03d", kDumpRoot, counter);
-  if (length < 0 || static_cast<size_t>(length) >= sizeof(devicePath) ||
-      !flicker_map_data_path(devicePath, hostPath, sizeof(hostPath))) {
-    FLK_LOGE("failed to build dump folder path for counter(%d).", counter);
-    return;
-  }
-  if (createDir(hostPath) != 0 && errno != EEXIST) {
-    const ErrorText error(errno);
-    FLK_LOGE("failed to createDir(%s): %s.", devicePath, error.text);
-    return;
-  }
-
-  const int32_t count = buffers_.statCount();
-  if (count < 0 || count > FlickerStatBuffers::kBufEntries) {
-    FLK_LOGE("statistics count(%d) outside [0, %d].", count, FlickerStatBuffers::kBufEntries);
-    return;
-  }
-  const char* const names[] = {"flk.raw", "flk_pure.raw"};
-  for (int pure = 0; pure < 2; ++pure) {
-    if (pure == 1 && NSCam::Utils::Properties::property_get_int32(kPropDumpPure, 0) == 0) {
-      return;
-    }
-    length = snprintf(devicePath, sizeof(devicePath), "%s%03d/%s", kDumpRoot, counter, names[pure]);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof(devicePath) ||
-        !flicker_map_data_path(devicePath, hostPath, sizeof(hostPath))) {
-      FLK_LOGE("failed to build dump file path for counter(%d).", counter);
-      return;
-    }
-    FILE* file = fopen(hostPath, "wb");
-    if (file == nullptr) {
-      FLK_LOGE("failed to open file(%s).", devicePath);
-      return;
-    }
-    const bool written =
-        pure == 0 ? writeFlkRaw(file, count, para, aux) : writeFlkPureRaw(file, count, para);
-    if (fclose(file) != 0 || !written) {
-      FLK_LOGE("failed to write file(%s).", devicePath);
-      return;
-    }
-  }
 }

@@ -78,8 +78,6 @@ class FlickerPlatformAdapter {
   template <typename T>
   using Relaxed = std::atomic<T>;  // read on the worker, written on the 3A thread
 
-  void dumpFLKO(const FlkDetectPara& para, const int32_t* aux);
-
   const int32_t sensor_idx_;
   Relaxed<int32_t> sensor_id_{0};
   Relaxed<int32_t> sensor_mode_{0};
