@@ -30,21 +30,12 @@ constexpr const char* kPropAlgoLogLevel = "vendor.debug.flicker_algo.log.level";
 constexpr const char* kPropSystrace = "vendor.debug.flicker.systrace";
 constexpr const char* kPropAutoTest = "vendor.autotesttool.enable";
 constexpr const char* kPropDefHz = "vendor.debug.flk_def_hz";
-constexpr const char* kPropRatio = "vendor.debug.flk_ratio";
 constexpr const char* kPropReadFile = "vendor.debug.flk_read_file";
-constexpr const char* kPropClk = "vendor.debug.flk_clk";
-constexpr const char* kPropPixel = "vendor.debug.flk_pixel";
-constexpr const char* kPropWidth = "vendor.debug.flk_w";
-constexpr const char* kPropHeight = "vendor.debug.flk_h";
 constexpr const char* kPropSwitchEn = "vendor.debug.flk_switch_en";
 
 int32_t propInt(const char* key, int32_t defaultValue) {
   return NSCam::Utils::Properties::property_get_int32(key, defaultValue);
 }
-
-// The tuning record selection compares the grab height against the record's
-// frame length minus the vertical blanking the statistics never see.
-constexpr int64_t kColumnLengthAllowance = 20;
 
 // Report-line thresholds: the shortest exposure (us) that spans a full ripple
 // period with margin, per current state. Exact values, intended.
@@ -54,17 +45,6 @@ constexpr int32_t kLongExposure50Hz = 9801;
 // Timestamp slot toggle of every-frame mode. Deliberately process-wide: two
 // sensors in every-frame mode share it. Read and written without a lock.
 std::atomic<bool> slot_toggle{false};
-
-// Float to unsigned conversion as the device's conversion instruction does
-// it: saturating, NaN and negatives give 0. A plain cast would be undefined
-// outside the range.
-uint32_t saturateToUnsigned(float value) {
-  if (!(value > 0.0f))
-    return 0;
-  if (value >= 4294967296.0f)
-    return UINT32_MAX;
-  return static_cast<uint32_t>(value);
-}
 
 // |a - b| without overflow, saturated to the int64 range.
 int64_t absDiff(int64_t a, int64_t b) {
@@ -191,13 +171,8 @@ int32_t FlickerMgr::isAttach() {
 bool FlickerMgr::Config(const flicker_config_info& config) {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++");
-  sensor_mode_ = config.SensorMode;
-  hbin_width_ = config.HBIN_INFO.w;
-  hbin_height_ = config.HBIN_INFO.h;
-  tg_width_ = config.TG_SIZE.w;
-  tg_height_ = config.TG_SIZE.h;
-  pixel_clk_ = static_cast<int64_t>(config.PixelClk);
-  pixels_in_line_ = config.PixelsInLine;
+  timing_ = {config.SensorMode, config.HBIN_INFO.w, config.HBIN_INFO.h, config.TG_SIZE.w,
+             config.TG_SIZE.h,  config.PixelClk,    config.PixelsInLine};
 
   flk_stat_config statConfig;
   adapter_->getFLKStatConfig(&statConfig);
@@ -211,16 +186,16 @@ bool FlickerMgr::Config(const flicker_config_info& config) {
 bool FlickerMgr::LightWeightReConfig(const flicker_config_info& config) {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++");
-  if (config.SensorMode == sensor_mode_) {
+  if (config.SensorMode == timing_.sensorMode) {
     result_.setSensorModeChanged(false);
   } else {
     // The HBIN size deliberately keeps the value of the last Config.
     result_.setSensorModeChanged(true);
-    sensor_mode_ = config.SensorMode;
-    tg_width_ = config.TG_SIZE.w;
-    tg_height_ = config.TG_SIZE.h;
-    pixel_clk_ = static_cast<int64_t>(config.PixelClk);
-    pixels_in_line_ = config.PixelsInLine;
+    timing_.sensorMode = config.SensorMode;
+    timing_.tgWidth = config.TG_SIZE.w;
+    timing_.tgHeight = config.TG_SIZE.h;
+    timing_.pixelClk = config.PixelClk;
+    timing_.pixelsInLine = config.PixelsInLine;
   }
   FLK_LOGD("---");
   return true;
@@ -232,10 +207,10 @@ int FlickerMgr::Start(const flicker_start_info& /*start*/) {
   flicker_log::g_managerLevel.store(propInt(kPropLogLevel, 0), std::memory_order_relaxed);
   auto_test_enable_.store(propInt(kPropAutoTest, 0), std::memory_order_relaxed);
   FLK_LOGD("SensorMode(%d) HBIN_INFO(W:%d/H:%d) TG_SIZE(W:%d/H:%d) PixelClk(%lld) PixelsInLine(%u)",
-           sensor_mode_, hbin_width_, hbin_height_, tg_width_, tg_height_,
-           static_cast<long long>(pixel_clk_), pixels_in_line_);
+           timing_.sensorMode, timing_.hbinWidth, timing_.hbinHeight, timing_.tgWidth,
+           timing_.tgHeight, static_cast<long long>(timing_.pixelClk), timing_.pixelsInLine);
 
-  adapter_->setWindowInfo(hbin_width_, hbin_height_);
+  adapter_->setWindowInfo(timing_.hbinWidth, timing_.hbinHeight);
 
   // Algorithm log word: bit 0 log, bit 1 verbose, bits 2 and up the trace word.
   const int32_t propLog = propInt(kPropAlgoLogLevel, 0);
@@ -296,13 +271,13 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
   }
 
   sensor_type_ = input.sensorType;
-  if (input.sensorMode == sensor_mode_) {
+  if (input.sensorMode == timing_.sensorMode) {
     result_.setSensorModeChanged(false);
   } else {
     result_.setSensorModeChanged(true);
-    sensor_mode_ = input.sensorMode;
-    tg_width_ = input.tgWidth;
-    tg_height_ = input.tgHeight;
+    timing_.sensorMode = input.sensorMode;
+    timing_.tgWidth = input.tgWidth;
+    timing_.tgHeight = input.tgHeight;
   }
 
   is_master_ = input.isMaster;
@@ -502,14 +477,14 @@ int32_t FlickerMgr::frameIntake(const flicker_calc_info& in, int slot) {
       in.pixel_mode, static_cast<long long>(in.sof_timestamp));
 
   const int32_t width = in.width >> (static_cast<unsigned>(in.pixel_mode) % 32u);
-  const bool sizeChanged = width != hbin_width_ || in.height != hbin_height_;
+  const bool sizeChanged = width != timing_.hbinWidth || in.height != timing_.hbinHeight;
   if (sizeChanged)
-    FLK_LOGD("tg_w(%d) tg_ht(%d)", hbin_width_, hbin_height_);
-  hbin_width_ = width;
-  hbin_height_ = in.height;
+    FLK_LOGD("tg_w(%d) tg_ht(%d)", timing_.hbinWidth, timing_.hbinHeight);
+  timing_.hbinWidth = width;
+  timing_.hbinHeight = in.height;
 
   adapter_->setTwinInfo(in.twinType, in.twinWinX, in.twinWinY);
-  adapter_->setWindowInfo(hbin_width_, hbin_height_);
+  adapter_->setWindowInfo(timing_.hbinWidth, timing_.hbinHeight);
   if (sizeChanged || algo_reinit_req_ == 1 || algo_uninited_ == 1) {
     if (algo_uninited_ == 0)
       uninit_algo();
@@ -627,7 +602,8 @@ int FlickerMgr::init_algo() {
 
   // Initial frequency: product default, then the known state, then debug.
   int initHz = 0;
-  cust_getFlickerHalPara(&initHz, &flicker_hal_para_);
+  int halPara = 0;  // the product's HAL parameter: nothing here uses it
+  cust_getFlickerHalPara(&initHz, &halPara);
   const int32_t state = flicker_state_.load(std::memory_order_relaxed);
   if (state != 0)
     initHz = state;
@@ -644,49 +620,30 @@ int FlickerMgr::init_algo() {
     FLK_LOGE("users_(%d) had created. SensorIdx(%d)", users_.load(), sensor_idx_);
   }
 
-  // The window of the frame the intake has just set.
-  FlickerStatWindow window = adapter_->statWindow();
-  // The upper half of the line length is not part of the line timing.
-  pixels_in_line_ &= 0xFFFFu;
-  FLK_LOGD("pixel clock(%lld), line length(%d), grab height(%d).",
-           static_cast<long long>(pixel_clk_), static_cast<int>(pixels_in_line_), window.imgH);
-
-  float resizeRatio = 1.0f;
-  const int ratio = scaleLineLength(&resizeRatio);
-
-  adapter_->getSensorMode(sensor_mode_, sensor_type_, nullptr);
-
-  // The sensor's own binning comes on top of the statistics scaling.
-  const int binning = cust_getSensorBinningRatio(sensor_id_, sensor_mode_);
-  pixels_in_line_ *= static_cast<uint32_t>(binning);
-  if (binning != 1)
-    FLK_LOGD("Update pixel line with sensor binning ratio (%d).", binning);
+  // The line timing of the frame the intake has just set up the window for.
+  const int binning = cust_getSensorBinningRatio(sensor_id_, timing_.sensorMode);
+  const FlickerAlgoSetup::Values setup =
+      FlickerAlgoSetup::compute(timing_, adapter_->statWindow(), binning);
+  FlickerAlgoSetup::carryOver(setup, &timing_);
+  adapter_->getSensorMode(timing_.sensorMode, sensor_type_, nullptr);
 
   FLICKER_CUST_PARA para;
   memset(&para, 0, sizeof(para));
-  const int64_t scenario = FlickerTuningTable::scenario(sensor_mode_, sensor_type_);
+  const int64_t scenario = FlickerTuningTable::scenario(timing_.sensorMode, sensor_type_);
   if (scenario < 0 || scenario >= kFlickerScenarioRows) {
-    FLK_LOGE("sensor mode(%d) type(%d) has no tuning row: tuning record left zero", sensor_mode_,
-             sensor_type_);
+    FLK_LOGE("sensor mode(%d) type(%d) has no tuning row: tuning record left zero",
+             timing_.sensorMode, sensor_type_);
   } else {
-    tuning_.getTargetParameter(static_cast<int>(scenario), ratio, &para);
+    tuning_.getTargetParameter(static_cast<int>(scenario), setup.ratio, &para);
   }
   if (propInt(kPropReadFile, 0) != 0)
-    FlickerTuningTable::getFlickerParametersFile(sensor_mode_, &para);
-
+    FlickerTuningTable::getFlickerParametersFile(timing_.sensorMode, &para);
   FlickerExtPara ext;
   static_assert(sizeof(ext) <= sizeof(para), "algorithm part is the head of the record");
   memcpy(&ext, &para, sizeof(ext));
-  adapter_->setExtPara(ext, resizeRatio);
+  adapter_->setExtPara(ext, setup.resizeRatio);
 
-  // Debug overrides of the live sensor values.
-  pixel_clk_ = NSCam::Utils::Properties::property_get_int64(kPropClk, pixel_clk_);
-  pixels_in_line_ =
-      static_cast<uint32_t>(propInt(kPropPixel, static_cast<int32_t>(pixels_in_line_)));
-  window.winW = propInt(kPropWidth, window.winW);
-  window.winH = propInt(kPropHeight, window.winH);
-
-  const bool mismatch = checkSensorSetting(para, window.imgH);
+  const bool mismatch = FlickerAlgoSetup::checkSensorSetting(setup, para.sensor_setting);
   if (auto_test_enable_.load(std::memory_order_relaxed) == 1) {
     if (mismatch) {
       FLK_LOGD("[CAT][flicker] FlickerSensorSettingCheck:Fail");
@@ -695,68 +652,21 @@ int FlickerMgr::init_algo() {
     }
   }
 
+  const FlickerStatWindow& w = setup.window;
   // The height is tripled in this message only (statistics lines per row).
-  FLK_LOGD("flicker_init(%u,%u,%u,%lld).", pixels_in_line_, 3u * static_cast<uint32_t>(window.winH),
-           static_cast<uint32_t>(window.winW), static_cast<long long>(pixel_clk_));
+  FLK_LOGD("flicker_init(%u,%u,%u,%lld).", setup.lineLength, 3u * static_cast<uint32_t>(w.winH),
+           static_cast<uint32_t>(w.winW), static_cast<long long>(setup.pixelClk));
   const int64_t t0 = getMs();
-  adapter_->init_algo(pixels_in_line_, static_cast<unsigned>(window.winH),
-                      static_cast<unsigned>(window.winW), static_cast<long>(pixel_clk_),
+  adapter_->init_algo(setup.lineLength, static_cast<unsigned>(w.winH),
+                      static_cast<unsigned>(w.winW), static_cast<long>(setup.pixelClk),
                       sensor_type_);
   FLK_LOGD(
       "SensorIdx(%d) SensorId(%d) SensorMode(%d) SensorType(%d) initFreq(%d) ratio(%d) "
       "clkFreq(%lld) pixelsInLine(%d) imgH(%d) winH(%d) winW(%d) users_(%d) period(%lld ms)",
-      sensor_idx_, sensor_id_, sensor_mode_, sensor_type_, initHz, ratio,
-      static_cast<long long>(pixel_clk_), static_cast<int>(pixels_in_line_), window.imgH,
-      window.winH, window.winW, users_.load(), static_cast<long long>(getMs() - t0));
+      sensor_idx_, sensor_id_, timing_.sensorMode, sensor_type_, initHz, setup.ratio,
+      static_cast<long long>(setup.pixelClk), static_cast<int>(setup.lineLength), w.imgH, w.winH,
+      w.winW, users_.load(), static_cast<long long>(getMs() - t0));
   return 0;
-}
-
-int FlickerMgr::scaleLineLength(float* resizeRatio) {
-  // Sensor lines per statistics line; no TG height gives ratio 0. Computed
-  // wide so that INT_MIN / -1 cannot overflow.
-  const int32_t defaultRatio =
-      tg_height_ == 0 ? 0
-                      : static_cast<int32_t>(std::clamp<int64_t>(
-                            static_cast<int64_t>(hbin_height_) / tg_height_, INT32_MIN, INT32_MAX));
-  const int32_t ratio = propInt(kPropRatio, defaultRatio);
-  *resizeRatio = 1.0f;
-  if (ratio >= 2) {
-    // Binning: each statistics line spans `ratio` sensor lines.
-    pixels_in_line_ *= static_cast<uint32_t>(ratio);
-    FLK_LOGV("update bin ratio(%d), line length(%u).", ratio, pixels_in_line_);
-  } else {
-    // Resizing. Without a TG height there is nothing to scale by: the resize
-    // ratio stays 1.0 and the line length is kept as it is.
-    if (tg_height_ != 0) {
-      *resizeRatio = static_cast<float>(hbin_height_) / static_cast<float>(tg_height_);
-    }
-    pixels_in_line_ = saturateToUnsigned(*resizeRatio * static_cast<float>(pixels_in_line_));
-    FLK_LOGD("update rz ratio(%f), line length(%u).", static_cast<double>(*resizeRatio),
-             pixels_in_line_);
-  }
-  return ratio;
-}
-
-bool FlickerMgr::checkSensorSetting(const FLICKER_CUST_PARA& para, int32_t grabHeight) {
-  // A mismatch is reported only; the set-up goes on with the live values.
-  bool mismatch = false;
-  const FLICKER_SENSOR_SETTING& s = para.sensor_setting;
-  if (pixel_clk_ != s.pclk) {
-    FLK_LOGE("sensor pixel clock mismatch (parameter:%lld/received:%lld)",
-             static_cast<long long>(s.pclk), static_cast<long long>(pixel_clk_));
-    mismatch = true;
-  }
-  if (pixels_in_line_ != static_cast<uint32_t>(s.line_length)) {
-    FLK_LOGE("sensor line length mismatch (parameter:%d/received:%d)", s.line_length,
-             static_cast<int>(pixels_in_line_));
-    mismatch = true;
-  }
-  if (grabHeight != static_cast<int64_t>(s.column_length) - kColumnLengthAllowance) {
-    FLK_LOGE("sensor column length mismatch (parameter:%d/received:%d)", s.column_length,
-             grabHeight);
-    mismatch = true;
-  }
-  return mismatch;
 }
 
 int FlickerMgr::uninit_algo() {

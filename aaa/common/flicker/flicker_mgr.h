@@ -29,6 +29,7 @@
 
 #include "cam_flicker_nvram.h"
 #include "cam_inst.h"
+#include "flicker_algo_setup.h"
 #include "flicker_attach_registry.h"
 #include "flicker_result.h"
 #include "flicker_tuning_table.h"
@@ -85,8 +86,6 @@ class FlickerMgr : public IFlickerMgr {
   // Algorithm set-up and tuning.
   int init_algo();
   int uninit_algo();
-  int scaleLineLength(float* resizeRatio);
-  bool checkSensorSetting(const FLICKER_CUST_PARA& para, int32_t grabHeight);
 
   std::mutex mutex_;
   std::atomic<int32_t> users_{0};
@@ -96,15 +95,8 @@ class FlickerMgr : public IFlickerMgr {
   // The adapter of the same index: one for each valid index, for good.
   FlickerPlatformAdapter* const adapter_;
   FlickerAttachRegistry attach_;  // this sensor's detection slot
-  int32_t tg_width_ = 0;
-  int32_t tg_height_ = 0;
-  int32_t sensor_mode_ = 0;
-  int32_t hbin_width_ = 0;
-  int32_t hbin_height_ = 0;
-  int64_t pixel_clk_ = 0;
-  uint32_t pixels_in_line_ = 0;
+  FlickerLineTiming timing_;      // as Config, LightWeightReConfig, SetParam and frames leave it
   Relaxed<int32_t> flicker_mode_{FLICKER_MODE_AUTO};
-  int32_t flicker_hal_para_ = 70000;
   int32_t frame_count_ = 0;
   int32_t detection_cycle_ = 0;
   int32_t current_cycle_ = 0;
