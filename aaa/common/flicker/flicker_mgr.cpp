@@ -102,14 +102,11 @@ FlickerMgr::FlickerMgr(int sensorIdx)
     : sensor_idx_(sensorIdx),
       adapter_(FlickerPlatformAdapter::getInstance(sensorIdx)),
       attach_(sensorIdx, cust_getMaxAttachNum()),
+      cycle_(cust_getFlickerDetectFrequency, &slot_toggle),
       worker_(sensorIdx, [this] { analyzeFlickerFrequency(); }) {
   for (int failed = tuning_.allocate(); failed > 0; --failed)
     FLK_LOGE("Can not locate memory for parameters.");
   FLK_LOGD("sensorIdx(%d).", sensorIdx);
-
-  detection_cycle_ = cust_getFlickerDetectFrequency();
-  if (detection_cycle_ < 2)
-    detection_cycle_ = 2;
 }
 
 FlickerMgr::~FlickerMgr() = default;
@@ -231,8 +228,7 @@ int FlickerMgr::Start(const flicker_start_info& /*start*/) {
         decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE || sensor_type_ != 0;
     result_.setFrameRateActive(active);
   }
-  frame_count_ = 0;
-  current_cycle_ = 0;
+  cycle_.restart();
   FLK_LOGD("--- SensorIdx(%d)", sensor_idx_);
   return 0;
 }
@@ -243,9 +239,9 @@ bool FlickerMgr::Stop() {
   worker_.stop();
   if (detach() != 0)
     return false;
-  if (algo_uninited_ == 0) {
+  if (!algo_uninited_) {
     uninit_algo();
-    algo_uninited_ = 1;
+    algo_uninited_ = true;
   }
   FLK_LOGD("--- SensorIdx(%d)", sensor_idx_);
   return true;
@@ -286,9 +282,9 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
     attach(FLK_ATTACH_PRIO_MEDIUM);
   } else if (attached && input.isMaster == 0) {
     detach();
-    if (algo_uninited_ == 0) {
+    if (!algo_uninited_) {
       uninit_algo();
-      algo_uninited_ = 1;
+      algo_uninited_ = true;
     }
   }
   ae_target_mode_ = input.aeTargetMode;
@@ -327,51 +323,38 @@ int FlickerMgr::DoCalculation(const flicker_calc_info& in) {
     FLK_LOGD("SensorIdx(%d) skip, not attached.", sensor_idx_);
     return -1;
   }
-
-  // Warm-up: the first two frames after Start are never used.
   if (in.needReinit == 1)
-    algo_reinit_req_ = 1;
-  const int32_t oldCount = frame_count_;
-  if (frame_count_ < INT32_MAX)
-    ++frame_count_;
-  if (oldCount < 2) {
-    FLK_LOGD("skip, not enough frame(%d).", frame_count_);
+    algo_reinit_req_ = true;
+
+  const FlickerCycleFrame frame{in.flkEnable != 0, in.statValid != 0, in.doFlkDetection,
+                                in.aeDetectCycle};
+  const FlickerCycleContext context{
+      sensor_type_, decrease_frame_rate_type_,
+      flicker_mode_.load(std::memory_order_relaxed) == FLICKER_MODE_AUTO};
+  const FlickerDetectionCycle::Admission admission = cycle_.admit(frame, context);
+  if (admission.warmUpFrame > 0) {
+    // The first two frames after Start are never used.
+    FLK_LOGD("skip, not enough frame(%d).", admission.warmUpFrame);
     return -1;
   }
-
-  // Detection gate; with the decrease-rate type a closed gate pauses detection
-  // until AE drops its request.
-  const bool gateOpen = in.flkEnable != 0 && (sensor_type_ != 0 || in.statValid != 0);
-  if (!gateOpen) {
-    current_cycle_ = 0;
-    if (decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_DETECT) {
-      frame_data_num_ = 0;
-      detection_paused_ = 1;
-      result_.setFrameRateActive(false);
-      detection_process_start_ = 0;
-    }
+  if (admission.frameRateActive.has_value())
+    result_.setFrameRateActive(*admission.frameRateActive);
+  if (!admission.admitted)
     return -1;
-  }
-  if (detection_paused_ == 1) {
-    if (in.doFlkDetection != 0 && detection_cycle_ != 1)
-      return -1;
-    detection_paused_ = 0;
-  }
+  applyAeChange(admission.ae);
 
-  followAeCycle(in.aeDetectCycle);
-
-  const int32_t aeCycle = ae_detect_cycle_.load(std::memory_order_relaxed);
-  if (flicker_mode_.load(std::memory_order_relaxed) != FLICKER_MODE_AUTO && aeCycle <= 0)
-    return 0;
-  // Scores of the last analysis are stale while AE drives the cycle.
-  if (aeCycle > 0)
+  const FlickerDetectionCycle::Plan plan = cycle_.plan(frame, context);
+  if (plan.clearScoreActive)
     result_.setScoreActive(false);
-
-  if (detection_cycle_ <= 0) {
-    FLK_LOGD("invalid detection cycle(%d).", detection_cycle_);
+  if (plan.invalidCycle.has_value()) {
+    FLK_LOGD("invalid detection cycle(%d).", *plan.invalidCycle);
     return 0;
   }
-  const int32_t rc = detection_cycle_ == 1 ? everyFrameStep(in) : cycleStep(in);
+  if (plan.frameRateActive.has_value())
+    result_.setFrameRateActive(*plan.frameRateActive);
+  if (!plan.take)
+    return 0;
+  const int32_t rc = frameIntake(in, plan);
   if (rc != 0) {
     // The code itself is never printed; the constant marks the failure.
     FLK_LOGD("failed to analyze(%x).", static_cast<unsigned>(-1));
@@ -380,101 +363,28 @@ int FlickerMgr::DoCalculation(const flicker_calc_info& in) {
   return 0;
 }
 
-void FlickerMgr::followAeCycle(int32_t cycle) {
-  const int32_t aeCycle = ae_detect_cycle_.load(std::memory_order_relaxed);
-  if (cycle < 0) {
-    FLK_LOGD("wrong ae detection cycle(%d).", cycle);
-  } else if (cycle > 0 && aeCycle == 0) {
+void FlickerMgr::applyAeChange(FlickerDetectionCycle::AeChange change) {
+  const int32_t state = flicker_state_.load(std::memory_order_relaxed);
+  if (change == FlickerDetectionCycle::AeChange::kTakeOver) {
     // AE takes over: the algorithm restarts from the opposite frequency.
-    ae_detect_cycle_.store(cycle, std::memory_order_relaxed);
-    detection_cycle_ = cycle;
-    current_cycle_ = 0;
     adapter_->setFlickerState(0);
-    const FlickerFreq state = FlickerFreq::fromHz(flicker_state_.load(std::memory_order_relaxed));
-    if (state.known())
-      adapter_->resetQueue(state.other().hz());
-  } else if (cycle > 0 && aeCycle != cycle) {
-    ae_detect_cycle_.store(cycle, std::memory_order_relaxed);
-    detection_cycle_ = cycle;
-    current_cycle_ = 0;
-  } else if (cycle == 0 && aeCycle > 0) {
-    // AE gives up: back to the product's own cycle, taken as it comes.
-    ae_detect_cycle_.store(0, std::memory_order_relaxed);
-    detection_cycle_ = cust_getFlickerDetectFrequency();
-    current_cycle_ = 0;
-    adapter_->setFlickerState(flicker_state_.load(std::memory_order_relaxed));
+    const FlickerFreq freq = FlickerFreq::fromHz(state);
+    if (freq.known())
+      adapter_->resetQueue(freq.other().hz());
+  } else if (change == FlickerDetectionCycle::AeChange::kGiveUp) {
+    adapter_->setFlickerState(state);
   }
 }
 
-int32_t FlickerMgr::everyFrameStep(const flicker_calc_info& in) {
-  result_.setFrameRateActive(true);
-  const bool wantDetection =
-      decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE ||
-      (decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_DETECT && in.doFlkDetection != 0);
-  if (wantDetection && detection_process_start_ == 0) {
-    frame_data_num_ = 2;
-    detection_process_start_ = 1;
-  }
-  int32_t rc = 0;
-  if (frame_data_num_ >= 1) {
-    const bool slot = frame_data_num_ != 2 && !slot_toggle.load(std::memory_order_relaxed);
-    slot_toggle.store(slot, std::memory_order_relaxed);
-    rc = frameIntake(in, slot ? 1 : 0);
-    // Once started, every later frame completes a pair.
-    frame_data_num_ = std::max(frame_data_num_ - 1, 1);
-  }
-  current_cycle_ = (current_cycle_ + 1) % 2;
-  return rc;
-}
-
-int32_t FlickerMgr::cycleStep(const flicker_calc_info& in) {
-  const bool rateType1 = decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_DETECT;
-  if (sensor_type_ == 0) {
-    if (current_cycle_ == 0 || current_cycle_ == 1) {
-      FLK_LOGD("current_cycle_(%d), setFlickerFrameRateActive 1", current_cycle_);
-      if (rateType1) {
-        result_.setFrameRateActive(true);
-      } else {
-        // Positions 0 and 1 both (re)arm the pair: the frame at 1 replaces the
-        // one of 0 as first frame, so the pair is taken at 1 and 2.
-        frame_data_num_ = 2;
-      }
-    } else if (current_cycle_ == 2) {
-      FLK_LOGD("current_cycle_(%d), setFlickerFrameRateActive 0", current_cycle_);
-      if (rateType1) {
-        result_.setFrameRateActive(false);
-      }
-    }
-    FLK_LOGD(
-        "current_cycle_(%d) decrease_frame_rate_type_(%d) in->doFlkDetection(%d) "
-        "detection_process_start_(%d)",
-        current_cycle_, decrease_frame_rate_type_, in.doFlkDetection, detection_process_start_);
-    if (rateType1 && in.doFlkDetection != 0 && detection_process_start_ == 0) {
-      frame_data_num_ = 2;
-      detection_process_start_ = 1;
-    }
-  } else if (current_cycle_ == 0) {
-    frame_data_num_ = 2;
-  }
-
-  int32_t rc = 0;
-  if (frame_data_num_ >= 1) {
-    rc = frameIntake(in, frame_data_num_ != 2 ? 1 : 0);
-    if (--frame_data_num_ == 0)
-      detection_process_start_ = 0;
-  }
-  current_cycle_ = (current_cycle_ + 1) % detection_cycle_;
-  return rc;
-}
-
-int32_t FlickerMgr::frameIntake(const flicker_calc_info& in, int slot) {
+int32_t FlickerMgr::frameIntake(const flicker_calc_info& in,
+                                const FlickerDetectionCycle::Plan& plan) {
   FLK_LOGD(
       "update(): analyze with sensorIdx(%d), exposure time(%d), mVa(%p), cycle(%d), "
       "frame_data_num_(%d), ae_detect_cycle_(%d) width(%d), height(%d) pixel_mode(%d), "
       "sof_timestamp(%lld).",
-      sensor_idx_, in.exposureTime, static_cast<const void*>(in.mVa), current_cycle_,
-      frame_data_num_, ae_detect_cycle_.load(std::memory_order_relaxed), in.width, in.height,
-      in.pixel_mode, static_cast<long long>(in.sof_timestamp));
+      sensor_idx_, in.exposureTime, static_cast<const void*>(in.mVa), plan.cycle, plan.frameDataNum,
+      cycle_.aeDetectCycle(), in.width, in.height, in.pixel_mode,
+      static_cast<long long>(in.sof_timestamp));
 
   const int32_t width = in.width >> (static_cast<unsigned>(in.pixel_mode) % 32u);
   const bool sizeChanged = width != timing_.hbinWidth || in.height != timing_.hbinHeight;
@@ -485,29 +395,27 @@ int32_t FlickerMgr::frameIntake(const flicker_calc_info& in, int slot) {
 
   adapter_->setTwinInfo(in.twinType, in.twinWinX, in.twinWinY);
   adapter_->setWindowInfo(timing_.hbinWidth, timing_.hbinHeight);
-  if (sizeChanged || algo_reinit_req_ == 1 || algo_uninited_ == 1) {
-    if (algo_uninited_ == 0)
+  if (sizeChanged || algo_reinit_req_ || algo_uninited_) {
+    if (!algo_uninited_)
       uninit_algo();
     init_algo();
-    algo_reinit_req_ = 0;
-    algo_uninited_ = 0;
+    algo_reinit_req_ = false;
+    algo_uninited_ = false;
   }
 
   // Plain difference of the two values as given; only the difference of the
   // two slots is ever used.
-  frame_start_ts_[slot] = wrapSub(in.sof_timestamp, in.exposureTime);
-  return parseFLKBuffer(sensor_type_, in.exposureTime, in.mVa);
+  frame_start_ts_[plan.timestampSlot] = wrapSub(in.sof_timestamp, in.exposureTime);
+  return parseFLKBuffer(sensor_type_, in.exposureTime, in.mVa, plan);
 }
 
 // ---------------------------------------------------------------------------
 // Statistics intake
 
-int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void* buf) {
+int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void* buf,
+                                   const FlickerDetectionCycle::Plan& plan) {
   FLK_TRACE_BEGIN("parseFLK");
-  // Every-frame mode alternates the slots with the cycle position; a pair in
-  // cycle mode puts its first frame in slot 0 and its second in slot 1.
-  const int slot = detection_cycle_ < 2 ? current_cycle_ : 2 - frame_data_num_;
-  const int32_t rc = adapter_->setBuf(sensorType, buf, slot);
+  const int32_t rc = adapter_->setBuf(sensorType, buf, plan.bufferSlot);
   FLK_TRACE_END();
 
   if (auto_test_enable_.load(std::memory_order_relaxed) == 1) {
@@ -520,7 +428,7 @@ int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void*
   // A failed self-check (any other nonzero value) only reports.
   if (rc == -1)
     return -1;
-  if (frame_data_num_ == 2)
+  if (!plan.pairComplete)
     return 0;
 
   adapter_->setDetectInfo(sensorType, flicker_state_.load(std::memory_order_relaxed), exposureTime,
@@ -539,7 +447,7 @@ int32_t FlickerMgr::analyzeFlickerFrequency() {
   const int64_t t0 = getMs();
   // The adapter answers with the algorithm's frequency code.
   const FlickerFreq decided = FlickerFreq::fromAlgoCode(adapter_->detectFlicker());
-  const int32_t aeCycle = ae_detect_cycle_.load(std::memory_order_relaxed);
+  const int32_t aeCycle = cycle_.aeDetectCycle();
   result_.setScoreActive(aeCycle != 0);
   int score50 = 0;
   int score60 = 0;

@@ -31,6 +31,7 @@
 #include "cam_inst.h"
 #include "flicker_algo_setup.h"
 #include "flicker_attach_registry.h"
+#include "flicker_detection_cycle.h"
 #include "flicker_result.h"
 #include "flicker_tuning_table.h"
 #include "flicker_worker.h"
@@ -73,11 +74,10 @@ class FlickerMgr : public IFlickerMgr {
   using Relaxed = std::atomic<T>;
 
   // Per-frame path.
-  void followAeCycle(int32_t cycle);
-  int32_t everyFrameStep(const flicker_calc_info& in);
-  int32_t cycleStep(const flicker_calc_info& in);
-  int32_t frameIntake(const flicker_calc_info& in, int slot);
-  int32_t parseFLKBuffer(int sensorType, int exposureTime, const void* buf);
+  void applyAeChange(FlickerDetectionCycle::AeChange change);
+  int32_t frameIntake(const flicker_calc_info& in, const FlickerDetectionCycle::Plan& plan);
+  int32_t parseFLKBuffer(int sensorType, int exposureTime, const void* buf,
+                         const FlickerDetectionCycle::Plan& plan);
 
   // Analysis on the worker thread.
   int32_t analyzeFlickerFrequency();
@@ -95,22 +95,16 @@ class FlickerMgr : public IFlickerMgr {
   // The adapter of the same index: one for each valid index, for good.
   FlickerPlatformAdapter* const adapter_;
   FlickerAttachRegistry attach_;  // this sensor's detection slot
+  FlickerDetectionCycle cycle_;   // which frames detection takes
   FlickerLineTiming timing_;      // as Config, LightWeightReConfig, SetParam and frames leave it
   Relaxed<int32_t> flicker_mode_{FLICKER_MODE_AUTO};
-  int32_t frame_count_ = 0;
-  int32_t detection_cycle_ = 0;
-  int32_t current_cycle_ = 0;
-  int32_t frame_data_num_ = 0;
   int32_t sensor_type_ = 0;
-  int32_t detection_process_start_ = 0;
-  Relaxed<int32_t> ae_detect_cycle_{0};
   _EFLKDecreaseFrameRateType decrease_frame_rate_type_ = FLK_DECREASE_FRAME_RATE_NONE;
-  int32_t detection_paused_ = 0;
   Relaxed<int32_t> auto_test_enable_{0};
   Relaxed<int32_t> last_exposure_time_{0};
-  int32_t algo_reinit_req_ = 0;
+  bool algo_reinit_req_ = false;
   int32_t is_master_ = 0;
-  int32_t algo_uninited_ = 1;
+  bool algo_uninited_ = true;
   int64_t frame_start_ts_[2] = {0, 0};
   int32_t ae_target_mode_ = 0;
   FlickerResult result_;  // what GetResult reports; lock-free
