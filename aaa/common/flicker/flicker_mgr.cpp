@@ -31,16 +31,10 @@ constexpr const char* kPropSystrace = "vendor.debug.flicker.systrace";
 constexpr const char* kPropAutoTest = "vendor.autotesttool.enable";
 constexpr const char* kPropDefHz = "vendor.debug.flk_def_hz";
 constexpr const char* kPropReadFile = "vendor.debug.flk_read_file";
-constexpr const char* kPropSwitchEn = "vendor.debug.flk_switch_en";
 
 int32_t propInt(const char* key, int32_t defaultValue) {
   return NSCam::Utils::Properties::property_get_int32(key, defaultValue);
 }
-
-// Report-line thresholds: the shortest exposure (us) that spans a full ripple
-// period with margin, per current state. Exact values, intended.
-constexpr int32_t kLongExposure60Hz = 8201;
-constexpr int32_t kLongExposure50Hz = 9801;
 
 // Timestamp slot toggle of every-frame mode. Deliberately process-wide: two
 // sensors in every-frame mode share it. Read and written without a lock.
@@ -59,8 +53,6 @@ int64_t wrapSub(int64_t a, int64_t b) {
 }
 
 }  // namespace
-
-std::atomic<int32_t> FlickerMgr::flicker_state_{0};
 
 namespace {
 
@@ -103,7 +95,8 @@ FlickerMgr::FlickerMgr(int sensorIdx)
       adapter_(FlickerPlatformAdapter::getInstance(sensorIdx)),
       attach_(sensorIdx, cust_getMaxAttachNum()),
       cycle_(cust_getFlickerDetectFrequency, &slot_toggle),
-      worker_(sensorIdx, [this] { analyzeFlickerFrequency(); }) {
+      analysis_(sensorIdx, adapter_, &result_, {&flicker_mode_, &last_exposure_time_, &cycle_}),
+      worker_(sensorIdx, [this] { analysis_.analyzeFlickerFrequency(); }) {
   for (int failed = tuning_.allocate(); failed > 0; --failed)
     FLK_LOGE("Can not locate memory for parameters.");
   FLK_LOGD("sensorIdx(%d).", sensorIdx);
@@ -292,9 +285,9 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
   // Fixed modes force the state on every frame, not only on a change.
   const int32_t mode = flicker_mode_.load(std::memory_order_relaxed);
   if (mode == FLICKER_MODE_60HZ) {
-    setFlickerState(FlickerFreq(FlickerFreq::k60Hz).hz());
+    analysis_.setFlickerState(FlickerFreq(FlickerFreq::k60Hz).hz());
   } else if (mode == FLICKER_MODE_50HZ) {
-    setFlickerState(FlickerFreq(FlickerFreq::k50Hz).hz());
+    analysis_.setFlickerState(FlickerFreq(FlickerFreq::k50Hz).hz());
   }
   return 0;
 }
@@ -302,7 +295,7 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
 int FlickerMgr::GetResult(std::vector<uint8_t>* output) {
   FLK_LOGD("+++");
   FlickerResult::Written w;
-  if (!result_.encode(flicker_state_.load(std::memory_order_relaxed), output, &w)) {
+  if (!result_.encode(FlickerAnalysis::state(), output, &w)) {
     FLK_LOGE("output should not be NULL");
     return 0;
   }
@@ -364,7 +357,7 @@ int FlickerMgr::DoCalculation(const flicker_calc_info& in) {
 }
 
 void FlickerMgr::applyAeChange(FlickerDetectionCycle::AeChange change) {
-  const int32_t state = flicker_state_.load(std::memory_order_relaxed);
+  const int32_t state = FlickerAnalysis::state();
   if (change == FlickerDetectionCycle::AeChange::kTakeOver) {
     // AE takes over: the algorithm restarts from the opposite frequency.
     adapter_->setFlickerState(0);
@@ -431,74 +424,12 @@ int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void*
   if (!plan.pairComplete)
     return 0;
 
-  adapter_->setDetectInfo(sensorType, flicker_state_.load(std::memory_order_relaxed), exposureTime,
+  adapter_->setDetectInfo(sensorType, FlickerAnalysis::state(), exposureTime,
                           static_cast<long>(absDiff(frame_start_ts_[1], frame_start_ts_[0])));
   last_exposure_time_.store(exposureTime, std::memory_order_relaxed);
   // At most one wake-up pending: pairs completed while the worker is busy
   // merge into the one already posted.
   worker_.wake();
-  return 0;
-}
-
-// ---------------------------------------------------------------------------
-// Frequency analysis and flicker state
-
-int32_t FlickerMgr::analyzeFlickerFrequency() {
-  const int64_t t0 = getMs();
-  // The adapter answers with the algorithm's frequency code.
-  const FlickerFreq decided = FlickerFreq::fromAlgoCode(adapter_->detectFlicker());
-  const int32_t aeCycle = cycle_.aeDetectCycle();
-  result_.setScoreActive(aeCycle != 0);
-  int score50 = 0;
-  int score60 = 0;
-  adapter_->getFlickerScore(&score50, &score60);
-  result_.setScores(score50, score60);
-  FLK_LOGD("detect period(%lld ms) -.", static_cast<long long>(getMs() - t0));
-
-  if (flicker_mode_.load(std::memory_order_relaxed) == FLICKER_MODE_AUTO) {
-    if (propInt(kPropSwitchEn, -1) == 0) {
-      FLK_LOGD("flicker state not changed due to property fixed");
-    } else {
-      // Detection moves a known state to the other frequency; it never
-      // leaves a state that is not 50 or 60.
-      const FlickerFreq state = FlickerFreq::fromHz(flicker_state_.load(std::memory_order_relaxed));
-      if (decided.known() && state.known() && decided != state)
-        setFlickerState(decided.hz());
-    }
-  }
-
-  // The "too short" test only selects the line; it never undoes a switch.
-  const int32_t exposure = last_exposure_time_.load(std::memory_order_relaxed);
-  const int32_t state = flicker_state_.load(std::memory_order_relaxed);
-  // Read back: DoCalculation may have cleared the flag meanwhile.
-  const int32_t scoreActive = result_.scoreActive() ? 1 : 0;
-  const FlickerFreq stateFreq = FlickerFreq::fromHz(state);
-  if ((exposure >= kLongExposure60Hz && stateFreq == FlickerFreq::k60Hz) ||
-      (exposure >= kLongExposure50Hz && stateFreq == FlickerFreq::k50Hz)) {
-    FLK_LOG1(
-        "Input: SensorIdx(%d), ExposureTime(%d), AEDetectCycle(%d) Output: State(%d) "
-        "Score50/60(%d/%d) ScoreActive(%d)",
-        sensor_idx_, exposure, aeCycle, state, score50, score60, scoreActive);
-  } else {
-    FLK_LOG1(
-        "Input: SensorIdx(%d), ExposureTime(%d) too short, AEDetectCycle(%d) Output: State(%d) "
-        "Score50/60(%d/%d) ScoreActive(%d)",
-        sensor_idx_, exposure, aeCycle, state, score50, score60, scoreActive);
-  }
-  return 0;
-}
-
-int32_t FlickerMgr::setFlickerState(int state) {
-  FLK_LOGD("%d.", state);
-  const int32_t old = flicker_state_.load(std::memory_order_relaxed);
-  if (state == old)
-    return 0;
-  FLK_LOGD("state change(%d->%d).", old, state);
-  // Compare and store are not one atomic step: two sensors deciding at once
-  // may both log a change; the last writer wins.
-  flicker_state_.store(state, std::memory_order_relaxed);
-  adapter_->setFlickerState(flicker_state_.load(std::memory_order_relaxed));
-  adapter_->resetQueue(flicker_state_.load(std::memory_order_relaxed));
   return 0;
 }
 
@@ -512,14 +443,14 @@ int FlickerMgr::init_algo() {
   int initHz = 0;
   int halPara = 0;  // the product's HAL parameter: nothing here uses it
   cust_getFlickerHalPara(&initHz, &halPara);
-  const int32_t state = flicker_state_.load(std::memory_order_relaxed);
+  const int32_t state = FlickerAnalysis::state();
   if (state != 0)
     initHz = state;
   const int32_t defHz = propInt(kPropDefHz, 0);
   if (defHz != 0)
     initHz = defHz;
   FLK_LOGD("init flicker Hz(%d).", initHz);
-  setFlickerState(initHz);
+  analysis_.setFlickerState(initHz);
 
   // The set-up is redone in full on a second call; the count stays at 1.
   if (users_.load() < 1) {

@@ -30,6 +30,7 @@
 #include "cam_flicker_nvram.h"
 #include "cam_inst.h"
 #include "flicker_algo_setup.h"
+#include "flicker_analysis.h"
 #include "flicker_attach_registry.h"
 #include "flicker_detection_cycle.h"
 #include "flicker_result.h"
@@ -65,7 +66,7 @@ class FlickerMgr : public IFlickerMgr {
   int32_t isAttach();
 
   // The process-wide flicker frequency in Hz: 0 until first set, then 50 or 60.
-  static int32_t flickerState() { return flicker_state_.load(std::memory_order_relaxed); }
+  static int32_t flickerState() { return FlickerAnalysis::state(); }
 
  private:
   explicit FlickerMgr(int sensorIdx);  // only GetInstance makes one, for a valid index
@@ -78,10 +79,6 @@ class FlickerMgr : public IFlickerMgr {
   int32_t frameIntake(const flicker_calc_info& in, const FlickerDetectionCycle::Plan& plan);
   int32_t parseFLKBuffer(int sensorType, int exposureTime, const void* buf,
                          const FlickerDetectionCycle::Plan& plan);
-
-  // Analysis on the worker thread.
-  int32_t analyzeFlickerFrequency();
-  int32_t setFlickerState(int state);
 
   // Algorithm set-up and tuning.
   int init_algo();
@@ -107,9 +104,8 @@ class FlickerMgr : public IFlickerMgr {
   bool algo_uninited_ = true;
   int64_t frame_start_ts_[2] = {0, 0};
   int32_t ae_target_mode_ = 0;
-  FlickerResult result_;  // what GetResult reports; lock-free
+  FlickerResult result_;      // what GetResult reports; lock-free
+  FlickerAnalysis analysis_;  // the worker's job and the process-wide state
   FlickerTuningTable tuning_;
   FlickerWorker worker_;  // runs analyzeFlickerFrequency; declared last, made last
-
-  static std::atomic<int32_t> flicker_state_;
 };
