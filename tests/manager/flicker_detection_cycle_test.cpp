@@ -175,4 +175,29 @@ TEST(DetectionCycleWarmUp, FramesAreNumberedFromRestart) {
   EXPECT_EQ(cycle.aeDetectCycle(), 7);
 }
 
+// The pair's interval is the distance of the two exposure starts (start of
+// frame less exposure), whichever slot is later, without overflow.
+TEST(DetectionCyclePairInterval, DistanceOfTheExposureStarts) {
+  struct Row {
+    int64_t sof0;
+    int32_t exposure0;
+    int64_t sof1;
+    int32_t exposure1;
+    int64_t interval;
+  } rows[] = {
+      {1000, 10, 34000, 10, 33000},             // slot 1 later
+      {34000, 10, 1000, 10, 33000},             // slot 0 later (every-frame mode)
+      {1000, 500, 1000, 100, 400},              // the exposures count
+      {INT64_MIN, 0, INT64_MAX, 0, INT64_MAX},  // saturated
+      {INT64_MIN, 1, INT64_MIN, 0, INT64_MAX},  // a start that wraps lies at the far end
+  };
+  std::atomic<bool> toggle{false};
+  Cycle cycle(productCycle, &toggle);
+  for (const Row& row : rows) {
+    cycle.noteExposureStart(0, row.sof0, row.exposure0);
+    cycle.noteExposureStart(1, row.sof1, row.exposure1);
+    EXPECT_EQ(cycle.pairInterval(), row.interval) << row.sof0 << " " << row.sof1;
+  }
+}
+
 }  // namespace

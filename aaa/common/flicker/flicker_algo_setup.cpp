@@ -6,11 +6,15 @@
 #include <algorithm>
 #include <climits>
 
+#include "cam_flicker_custom.h"
 #include "cam_properties.h"
 #include "flicker_log.h"
 
 namespace {
 
+constexpr const char* kPropAlgoLogLevel = "vendor.debug.flicker_algo.log.level";
+constexpr const char* kPropSystrace = "vendor.debug.flicker.systrace";
+constexpr const char* kPropDefHz = "vendor.debug.flk_def_hz";
 constexpr const char* kPropRatio = "vendor.debug.flk_ratio";
 constexpr const char* kPropClk = "vendor.debug.flk_clk";
 constexpr const char* kPropPixel = "vendor.debug.flk_pixel";
@@ -70,6 +74,33 @@ void scaleLineLength(const FlickerLineTiming& t, FlickerAlgoSetup::Values* v) {
 }
 
 }  // namespace
+
+int32_t FlickerAlgoSetup::algoLogWord() {
+  const int32_t propLog = propInt(kPropAlgoLogLevel, 0);
+  const int32_t propData = propInt(kPropSystrace, 0);
+  int32_t mask = 0;
+  if (propLog == 1 || propLog == 2)
+    mask |= 1;
+  if (propLog == 2)
+    mask |= 2;
+  mask |= static_cast<int32_t>(static_cast<uint32_t>(propData) << 2);
+  // Stream start sends the word; its line has always been Start's.
+  FLK_LOGD_AS("Start", "prop_log:%d, prop_data:%d, loglevel:%d", propLog, propData, mask);
+  return mask;
+}
+
+int FlickerAlgoSetup::initialHz(int32_t stateHz) {
+  int initHz = 0;
+  int halPara = 0;  // the product's HAL parameter: nothing here uses it
+  cust_getFlickerHalPara(&initHz, &halPara);
+  if (stateHz != 0)
+    initHz = stateHz;
+  const int32_t defHz = propInt(kPropDefHz, 0);
+  if (defHz != 0)
+    initHz = defHz;
+  FLK_LOGD_AS(kInitAlgo, "init flicker Hz(%d).", initHz);
+  return initHz;
+}
 
 FlickerAlgoSetup::Values FlickerAlgoSetup::compute(const FlickerLineTiming& timing,
                                                    const FlickerStatWindow& window,

@@ -32,6 +32,15 @@ struct FlickerLineTiming {
 
 class FlickerAlgoSetup {
  public:
+  // The algorithm's log word from the debug properties: bit 0 logs
+  // ("vendor.debug.flicker_algo.log.level" 1 or 2), bit 1 is verbose (2),
+  // bits 2 and up are "vendor.debug.flicker.systrace" as it stands.
+  static int32_t algoLogWord();
+  // The frequency a set-up starts from: the product's default, replaced by a
+  // known state `stateHz` (not 0), replaced by the debug property
+  // "vendor.debug.flk_def_hz" (not 0).
+  static int initialHz(int32_t stateHz);
+
   struct Values {
     int32_t ratio = 0;         // sensor lines per statistics line; picks the tuning column
     float resizeRatio = 1.0f;  // 1.0 when binning; scales the tuning's search range

@@ -171,3 +171,18 @@ void FlickerDetectionCycle::cycleStep(const FlickerCycleFrame& frame,
   }
   current_cycle_ = (current_cycle_ + 1) % detection_cycle_;
 }
+
+void FlickerDetectionCycle::noteExposureStart(int timestampSlot, int64_t startOfFrame,
+                                              int32_t exposure) {
+  // Two's-complement wrap-around instead of undefined overflow: only the
+  // difference of the two slots is ever used.
+  frame_start_ts_[timestampSlot & 1] =
+      static_cast<int64_t>(static_cast<uint64_t>(startOfFrame) - static_cast<uint64_t>(exposure));
+}
+
+int64_t FlickerDetectionCycle::pairInterval() const {
+  const uint64_t a = static_cast<uint64_t>(frame_start_ts_[1]);
+  const uint64_t b = static_cast<uint64_t>(frame_start_ts_[0]);
+  const uint64_t d = frame_start_ts_[1] >= frame_start_ts_[0] ? a - b : b - a;
+  return d > static_cast<uint64_t>(INT64_MAX) ? INT64_MAX : static_cast<int64_t>(d);
+}

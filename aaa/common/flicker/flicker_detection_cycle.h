@@ -80,6 +80,12 @@ class FlickerDetectionCycle {
 
   int32_t aeDetectCycle() const { return ae_detect_cycle_.load(std::memory_order_relaxed); }
 
+  // Keeps the exposure start (start of frame less exposure, as given, no
+  // unit conversion) of a taken frame in its timestamp slot.
+  void noteExposureStart(int timestampSlot, int64_t startOfFrame, int32_t exposure);
+  // The interval of the pair: |slot 1 - slot 0|, saturated.
+  int64_t pairInterval() const;
+
  private:
   AeChange followAeCycle(int32_t cycle);
   void everyFrameStep(const FlickerCycleFrame& frame, const FlickerCycleContext& context,
@@ -96,4 +102,5 @@ class FlickerDetectionCycle {
   bool detection_process_start_ = false;     // AE's request is collecting its pair
   bool detection_paused_ = false;            // held until AE drops its request
   std::atomic<int32_t> ae_detect_cycle_{0};  // AE's cycle, 0 when none; read by the worker
+  int64_t frame_start_ts_[2] = {0, 0};       // exposure start per timestamp slot
 };

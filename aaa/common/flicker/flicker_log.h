@@ -109,11 +109,11 @@ inline void checkFormat(const char* /*format*/, ...) {}
     }                                                                              \
   } while (0)
 
-#define FLK_LOG_AT_(func, minLevel, fmt, ...)                                      \
-  do {                                                                             \
-    if (flicker_log::debugOn(FLK_LOG_LEVEL_VAR, minLevel)) {                       \
-      FLK_LOG_DEBUG_TAGGED_(func, LOG_TAG, "[%s] " fmt, func, ##__VA_ARGS__);      \
-    }                                                                              \
+#define FLK_LOG_AT_(func, minLevel, fmt, ...)                                 \
+  do {                                                                        \
+    if (flicker_log::debugOn(FLK_LOG_LEVEL_VAR, minLevel)) {                  \
+      FLK_LOG_DEBUG_TAGGED_(func, LOG_TAG, "[%s] " fmt, func, ##__VA_ARGS__); \
+    }                                                                         \
   } while (0)
 
 #define FLK_LOGI(fmt, ...) FLK_LOG_AT_(__FUNCTION__, 0, fmt, ##__VA_ARGS__)
@@ -123,16 +123,16 @@ inline void checkFormat(const char* /*format*/, ...) {}
 #define FLK_LOGD_AS(func, fmt, ...) FLK_LOG_AT_(func, 2, fmt, ##__VA_ARGS__)
 #define FLK_LOGV_AS(func, fmt, ...) FLK_LOG_AT_(func, 3, fmt, ##__VA_ARGS__)
 
-#define FLK_LOGE_AS(func, fmt, ...)                                                         \
-  do {                                                                                      \
-    if (false)                                                                              \
-      flicker_log::checkFormat("[%s] " fmt, func, ##__VA_ARGS__);                           \
+#define FLK_LOGE_AS(func, fmt, ...)                                                            \
+  do {                                                                                         \
+    if (false)                                                                                 \
+      flicker_log::checkFormat("[%s] " fmt, func, ##__VA_ARGS__);                              \
     FLK_LOG_DBGPRINT_(func, LOG_TAG, flicker_log::kDbgPrintError, "[%s] " fmt " (%s){#%d:%s}", \
-                      func, ##__VA_ARGS__, func, __LINE__, __FILE__);                       \
-    if (flicker_log::unifiedSinkOn()) {                                                     \
-      flicker_log::writeUnified(LOG_TAG, flicker_log::kULogError, "[%s] " fmt, func,        \
-                                ##__VA_ARGS__);                                             \
-    }                                                                                       \
+                      func, ##__VA_ARGS__, func, __LINE__, __FILE__);                          \
+    if (flicker_log::unifiedSinkOn()) {                                                        \
+      flicker_log::writeUnified(LOG_TAG, flicker_log::kULogError, "[%s] " fmt, func,           \
+                                ##__VA_ARGS__);                                                \
+    }                                                                                          \
   } while (0)
 
 #define FLK_LOGE(fmt, ...) FLK_LOGE_AS(__FUNCTION__, fmt, ##__VA_ARGS__)

@@ -6,16 +6,10 @@
 
 #include "flicker_mgr.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
-#include "cam_data_path.h"
 #include "cam_flicker_custom.h"
+#include "cam_inst.h"
 #include "cam_properties.h"
 #include "flicker_freq.h"
 #include "flicker_log.h"
@@ -24,13 +18,8 @@
 
 namespace {
 
-// Properties read by the manager.
 constexpr const char* kPropLogLevel = "vendor.debug.flicker_mgr.log.level";
-constexpr const char* kPropAlgoLogLevel = "vendor.debug.flicker_algo.log.level";
-constexpr const char* kPropSystrace = "vendor.debug.flicker.systrace";
 constexpr const char* kPropAutoTest = "vendor.autotesttool.enable";
-constexpr const char* kPropDefHz = "vendor.debug.flk_def_hz";
-constexpr const char* kPropReadFile = "vendor.debug.flk_read_file";
 
 int32_t propInt(const char* key, int32_t defaultValue) {
   return NSCam::Utils::Properties::property_get_int32(key, defaultValue);
@@ -39,22 +28,6 @@ int32_t propInt(const char* key, int32_t defaultValue) {
 // Timestamp slot toggle of every-frame mode. Deliberately process-wide: two
 // sensors in every-frame mode share it. Read and written without a lock.
 std::atomic<bool> slot_toggle{false};
-
-// |a - b| without overflow, saturated to the int64 range.
-int64_t absDiff(int64_t a, int64_t b) {
-  const uint64_t d = a >= b ? static_cast<uint64_t>(a) - static_cast<uint64_t>(b)
-                            : static_cast<uint64_t>(b) - static_cast<uint64_t>(a);
-  return d > static_cast<uint64_t>(INT64_MAX) ? INT64_MAX : static_cast<int64_t>(d);
-}
-
-// a - b with two's-complement wrap-around instead of undefined overflow.
-int64_t wrapSub(int64_t a, int64_t b) {
-  return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
-}
-
-}  // namespace
-
-namespace {
 
 // The twenty per-index holders. The table is never destroyed: the process may
 // end while a worker is still inside its instance (waiting for a wake-up or in
@@ -109,7 +82,8 @@ int FlickerMgr::Init(int sensorDev, int sensorId) {
   FLK_LOGD("+++ SensorDev/SensorId(%d, %d)", sensorDev, sensorId);
 
   flicker_log::g_managerLevel.store(propInt(kPropLogLevel, 0), std::memory_order_relaxed);
-  auto_test_enable_.store(propInt(kPropAutoTest, 0), std::memory_order_relaxed);
+  const int32_t autoTest = propInt(kPropAutoTest, 0);
+  auto_test_ = autoTest == 1;
   sensor_dev_ = sensorDev;
   sensor_id_ = sensorId;
 
@@ -117,7 +91,7 @@ int FlickerMgr::Init(int sensorDev, int sensorId) {
   // worker's detection reads: end such a worker first (Config starts the next).
   worker_.stop();
   adapter_->init(sensorDev, sensorId);
-  adapter_->setFlickerAutoTest(auto_test_enable_.load(std::memory_order_relaxed));
+  adapter_->setFlickerAutoTest(autoTest);
 
   // The tables are loaded once per instance, on the first Init.
   if (!tuning_.loaded()) {
@@ -138,21 +112,6 @@ int FlickerMgr::Uninit() {
   adapter_->uninit();
   FLK_LOGD("---");
   return 0;
-}
-
-// ---------------------------------------------------------------------------
-// Attachment
-
-int32_t FlickerMgr::attach(FLK_ATTACH_PRIO_T prio) {
-  return attach_.attach(prio);
-}
-
-int32_t FlickerMgr::detach() {
-  return attach_.detach();
-}
-
-int32_t FlickerMgr::isAttach() {
-  return attach_.isAttach();
 }
 
 // ---------------------------------------------------------------------------
@@ -195,25 +154,15 @@ int FlickerMgr::Start(const flicker_start_info& /*start*/) {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++ SensorIdx(%d)", sensor_idx_);
   flicker_log::g_managerLevel.store(propInt(kPropLogLevel, 0), std::memory_order_relaxed);
-  auto_test_enable_.store(propInt(kPropAutoTest, 0), std::memory_order_relaxed);
+  // The adapter keeps the value Init gave it.
+  auto_test_ = propInt(kPropAutoTest, 0) == 1;
   FLK_LOGD("SensorMode(%d) HBIN_INFO(W:%d/H:%d) TG_SIZE(W:%d/H:%d) PixelClk(%lld) PixelsInLine(%u)",
            timing_.sensorMode, timing_.hbinWidth, timing_.hbinHeight, timing_.tgWidth,
            timing_.tgHeight, static_cast<long long>(timing_.pixelClk), timing_.pixelsInLine);
 
   adapter_->setWindowInfo(timing_.hbinWidth, timing_.hbinHeight);
 
-  // Algorithm log word: bit 0 log, bit 1 verbose, bits 2 and up the trace word.
-  const int32_t propLog = propInt(kPropAlgoLogLevel, 0);
-  const int32_t propData = propInt(kPropSystrace, 0);
-  int32_t mask = 0;
-  if (propLog == 1 || propLog == 2)
-    mask |= 1;
-  if (propLog == 2)
-    mask |= 2;
-  mask |= static_cast<int32_t>(static_cast<uint32_t>(propData) << 2);
-  FLK_LOGD("prop_log:%d, prop_data:%d, loglevel:%d", propLog, propData, mask);
-
-  adapter_->setLogLevel(mask);
+  adapter_->setLogLevel(FlickerAlgoSetup::algoLogWord());
   adapter_->getFrameRateType(&decrease_frame_rate_type_);
   FLK_LOGD("decrease_frame_rate_type_(%d)", decrease_frame_rate_type_);
   if (flicker_mode_.load(std::memory_order_relaxed) == FLICKER_MODE_AUTO) {
@@ -269,7 +218,6 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
     timing_.tgHeight = input.tgHeight;
   }
 
-  is_master_ = input.isMaster;
   const bool attached = attach_.attached();
   if (!attached && (input.isMaster == 1 || input.isMaster == -1)) {
     attach(FLK_ATTACH_PRIO_MEDIUM);
@@ -280,7 +228,6 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
       algo_uninited_ = true;
     }
   }
-  ae_target_mode_ = input.aeTargetMode;
 
   // Fixed modes force the state on every frame, not only on a change.
   const int32_t mode = flicker_mode_.load(std::memory_order_relaxed);
@@ -396,9 +343,7 @@ int32_t FlickerMgr::frameIntake(const flicker_calc_info& in,
     algo_uninited_ = false;
   }
 
-  // Plain difference of the two values as given; only the difference of the
-  // two slots is ever used.
-  frame_start_ts_[plan.timestampSlot] = wrapSub(in.sof_timestamp, in.exposureTime);
+  cycle_.noteExposureStart(plan.timestampSlot, in.sof_timestamp, in.exposureTime);
   return parseFLKBuffer(sensor_type_, in.exposureTime, in.mVa, plan);
 }
 
@@ -411,7 +356,7 @@ int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void*
   const int32_t rc = adapter_->setBuf(sensorType, buf, plan.bufferSlot);
   FLK_TRACE_END();
 
-  if (auto_test_enable_.load(std::memory_order_relaxed) == 1) {
+  if (auto_test_) {
     if (rc != 0) {
       FLK_LOGD("[CAT][flicker] FLKOCheck:Fail");
     } else {
@@ -425,7 +370,7 @@ int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void*
     return 0;
 
   adapter_->setDetectInfo(sensorType, FlickerAnalysis::state(), exposureTime,
-                          static_cast<long>(absDiff(frame_start_ts_[1], frame_start_ts_[0])));
+                          static_cast<long>(cycle_.pairInterval()));
   last_exposure_time_.store(exposureTime, std::memory_order_relaxed);
   // At most one wake-up pending: pairs completed while the worker is busy
   // merge into the one already posted.
@@ -439,17 +384,7 @@ int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void*
 int FlickerMgr::init_algo() {
   FLK_LOGV("+++ users_(%d), SensorIdx(%d)", users_.load(), sensor_idx_);
 
-  // Initial frequency: product default, then the known state, then debug.
-  int initHz = 0;
-  int halPara = 0;  // the product's HAL parameter: nothing here uses it
-  cust_getFlickerHalPara(&initHz, &halPara);
-  const int32_t state = FlickerAnalysis::state();
-  if (state != 0)
-    initHz = state;
-  const int32_t defHz = propInt(kPropDefHz, 0);
-  if (defHz != 0)
-    initHz = defHz;
-  FLK_LOGD("init flicker Hz(%d).", initHz);
+  const int initHz = FlickerAlgoSetup::initialHz(FlickerAnalysis::state());
   analysis_.setFlickerState(initHz);
 
   // The set-up is redone in full on a second call; the count stays at 1.
@@ -466,24 +401,14 @@ int FlickerMgr::init_algo() {
   FlickerAlgoSetup::carryOver(setup, &timing_);
   adapter_->getSensorMode(timing_.sensorMode, sensor_type_, nullptr);
 
-  FLICKER_CUST_PARA para;
-  memset(&para, 0, sizeof(para));
-  const int64_t scenario = FlickerTuningTable::scenario(timing_.sensorMode, sensor_type_);
-  if (scenario < 0 || scenario >= kFlickerScenarioRows) {
-    FLK_LOGE("sensor mode(%d) type(%d) has no tuning row: tuning record left zero",
-             timing_.sensorMode, sensor_type_);
-  } else {
-    tuning_.getTargetParameter(static_cast<int>(scenario), setup.ratio, &para);
-  }
-  if (propInt(kPropReadFile, 0) != 0)
-    FlickerTuningTable::getFlickerParametersFile(timing_.sensorMode, &para);
+  const FLICKER_CUST_PARA para = tuning_.recordFor(timing_.sensorMode, sensor_type_, setup.ratio);
   FlickerExtPara ext;
   static_assert(sizeof(ext) <= sizeof(para), "algorithm part is the head of the record");
   memcpy(&ext, &para, sizeof(ext));
   adapter_->setExtPara(ext, setup.resizeRatio);
 
   const bool mismatch = FlickerAlgoSetup::checkSensorSetting(setup, para.sensor_setting);
-  if (auto_test_enable_.load(std::memory_order_relaxed) == 1) {
+  if (auto_test_) {
     if (mismatch) {
       FLK_LOGD("[CAT][flicker] FlickerSensorSettingCheck:Fail");
     } else {

@@ -11,9 +11,12 @@
 #include <cstring>
 
 #include "cam_data_path.h"
+#include "cam_properties.h"
 #include "flicker_log.h"
 
 namespace {
+
+constexpr const char* kPropReadFile = "vendor.debug.flk_read_file";
 
 constexpr int kSecondSensorTypeRowOffset = 35;   // rows 35..69 serve the other sensor type
 constexpr float kMinLightCyclesPerFrame = 1.5f;  // fewer ripple periods cannot be told apart
@@ -192,6 +195,21 @@ void FlickerTuningTable::getTargetParameter(int sensorMode, int ratio,
   *para = flicker_para_array_[sensorMode][col];
   if (flicker_log::debugOn(flicker_log::g_managerLevel, 3))
     logRecord(*para);
+}
+
+FLICKER_CUST_PARA FlickerTuningTable::recordFor(int sensorMode, int sensorType, int ratio) const {
+  FLICKER_CUST_PARA para;
+  memset(&para, 0, sizeof(para));
+  const int64_t row = scenario(sensorMode, sensorType);
+  if (row < 0 || row >= kFlickerScenarioRows) {
+    FLK_LOGE_AS("init_algo", "sensor mode(%d) type(%d) has no tuning row: tuning record left zero",
+                sensorMode, sensorType);
+  } else {
+    getTargetParameter(static_cast<int>(row), ratio, &para);
+  }
+  if (NSCam::Utils::Properties::property_get_int32(kPropReadFile, 0) != 0)
+    getFlickerParametersFile(sensorMode, &para);
+  return para;
 }
 
 void FlickerTuningTable::getFlickerParametersFile(int sensorMode, FLICKER_CUST_PARA* para) {

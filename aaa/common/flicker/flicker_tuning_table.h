@@ -45,6 +45,11 @@ class FlickerTuningTable {
   // outside the table, or a row that could not be allocated, is reported and
   // leaves `*para` as it was.
   void getTargetParameter(int sensorMode, int ratio, FLICKER_CUST_PARA* para) const;
+  // The record of a set-up: selected by the sensor mode's scenario row and
+  // the binning ratio (zero when the mode has no row, reported), then
+  // replaced from the mode's override file when the debug property
+  // "vendor.debug.flk_read_file" asks for it.
+  FLICKER_CUST_PARA recordFor(int sensorMode, int sensorType, int ratio) const;
   // Replaces the 35 algorithm words of `*para` with the numbers of the
   // sensor mode's override file, when the mode (0..9) has one and it opens.
   static void getFlickerParametersFile(int sensorMode, FLICKER_CUST_PARA* para);
