@@ -1,6 +1,6 @@
-// FlickerMgr: per-sensor instances, lifecycle, tuning tables, attachment,
-// worker thread, per-frame path, analysis and algorithm set-up.
-// The threading rules are in the class comment of flicker_mgr.h.
+// FlickerMgr: the instances, the lock and the order of calls of every
+// operation; the jobs themselves are the parts' (see flicker_mgr.h, which
+// also has the threading rules).
 #define LOG_TAG "FlickerMgr"
 #define FLK_LOG_LEVEL_VAR flicker_log::g_managerLevel
 
@@ -398,6 +398,7 @@ int FlickerMgr::init_algo() {
   const int binning = cust_getSensorBinningRatio(sensor_id_, timing_.sensorMode);
   const FlickerAlgoSetup::Values setup =
       FlickerAlgoSetup::compute(timing_, adapter_->statWindow(), binning);
+  // A re-init without a new Config starts from this set-up's scaled length: it compounds.
   FlickerAlgoSetup::carryOver(setup, &timing_);
   adapter_->getSensorMode(timing_.sensorMode, sensor_type_, nullptr);
 
