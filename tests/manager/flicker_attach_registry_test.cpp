@@ -45,9 +45,9 @@ TEST(FlickerAttachRegistryTest, SlotsAreSharedFirstComeFirstServed) {
                        : s.op == kAttachLow ? r.attach(FLK_ATTACH_PRIO_LOW)
                                             : r.attach(FLK_ATTACH_PRIO_MEDIUM);
     EXPECT_EQ(rc, s.rc) << s.log;
-    EXPECT_EQ(fp::messages(), std::vector<std::string>{std::string("[") +
-                                                       (s.op == kDetach ? "detach" : "attach") +
-                                                       "] " + s.log});
+    EXPECT_EQ(fp::messages(),
+              std::vector<std::string>{std::string("[") + (s.op == kDetach ? "detach" : "attach") +
+                                       "] " + s.log});
   }
   // The slot left over from the double attach: sensor 1 can attach once.
   EXPECT_EQ(sensors[1].attach(FLK_ATTACH_PRIO_HIGH), 0);

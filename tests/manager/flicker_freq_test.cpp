@@ -37,7 +37,8 @@ TEST(FlickerFreqTest, HertzInEveryEncoding) {
 }
 
 TEST(FlickerFreqTest, CodesThatDecideNothing) {
-  for (int32_t code : {int32_t{FLK_FREQ_NONE}, 3, -1}) EXPECT_FALSE(F::fromAlgoCode(code).known()) << code;
+  for (int32_t code : {int32_t{FLK_FREQ_NONE}, 3, -1})
+    EXPECT_FALSE(F::fromAlgoCode(code).known()) << code;
   // The record has no "none": whatever is not 60 Hz reads as 50 Hz.
   for (int32_t code : {0, int32_t{FLICKER_RESULT_50HZ}, 3})
     EXPECT_EQ(F::fromRecordCode(code), F::k50Hz) << code;

@@ -30,15 +30,15 @@ TEST(FlickerResultTest, EveryValueInItsPlace) {
   ASSERT_TRUE(result.encode(60, &out, &w));
   ASSERT_EQ(out.size(), kFlickerResultSize);
   EXPECT_EQ(std::vector<uint8_t>(out.begin(), out.begin() + 4), (std::vector<uint8_t>{1, 0, 0, 0}));
-  const std::vector<int32_t> expect = {
-      FLICKER_RESULT_60HZ, 1, -7, 0x12345678, 1,
-      // words 0, 2, 4, 7..16: 1, 3, 5 and 6 are not reported
-      100, 102, 104, 107, 108, 109, 110, 111, 112, 113, 114, 115, 116,
-      0,  // no HDR flicker source
-      1};
+  const std::vector<int32_t> expect = {FLICKER_RESULT_60HZ, 1, -7, 0x12345678, 1,
+                                       // words 0, 2, 4, 7..16: 1, 3, 5 and 6 are not reported
+                                       100, 102, 104, 107, 108, 109, 110, 111, 112, 113, 114, 115,
+                                       116,
+                                       0,  // no HDR flicker source
+                                       1};
   for (size_t i = 0; i < expect.size(); ++i) EXPECT_EQ(wordAt(out, 4 + 4 * i), expect[i]) << i;
-  EXPECT_EQ(std::vector<int32_t>({w.state, w.frameRateActive, w.score50, w.score60, w.scoreActive,
-                                  w.hdrFlkSrc}),
+  EXPECT_EQ(std::vector<int32_t>(
+                {w.state, w.frameRateActive, w.score50, w.score60, w.scoreActive, w.hdrFlkSrc}),
             std::vector<int32_t>({FLICKER_RESULT_60HZ, 1, -7, 0x12345678, 1, 0}));
 }
 

@@ -5,6 +5,7 @@
 // ThreadSanitizer as well (label "concurrency").
 #include <atomic>
 #include <cstdio>
+#include <functional>
 #include <future>
 #include <random>
 #include <thread>
@@ -31,21 +32,31 @@ TEST_F(ConcurrencyTest, ConcurrentGetInstanceCreatesOneInstance) {
   for (size_t t = 1; t < seen.size(); ++t) EXPECT_EQ(seen[t].get(), first) << t;
 }
 
-TEST_F(ConcurrencyTest, StopJoinsAWorkerInTheMiddleOfAnAnalysis) {
-  SensorRig rig(3);
+// Stop ends the worker; so do Init and Uninit, which replace the buffers its
+// detection reads. Each waits for an analysis in progress.
+class EndingCallTest : public ConcurrencyTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(EndingCallTest, WaitsForTheAnalysisInProgress) {
+  const std::function<void(FlickerMgr&)> calls[] = {
+      [](FlickerMgr& m) { EXPECT_TRUE(m.Stop()); },
+      [](FlickerMgr& m) { EXPECT_EQ(m.Uninit(), 0); },
+      [](FlickerMgr& m) { EXPECT_EQ(m.Init(0, kSensor1398), 0); },
+  };
+  SensorRig rig(10 + GetParam());
   rig.bringUp();
   fp::holdDetections(true);
   rig.frames(4);  // frame 4 completes the first pair
   ASSERT_TRUE(fp::waitDetectEntered(kWaitMs));
-  auto stopped = std::async(std::launch::async, [&rig] { return rig.mgr().Stop(); });
-  // Stop may not return while the analysis is held inside the algorithm.
-  EXPECT_EQ(stopped.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+  auto ended = std::async(std::launch::async, [&] { calls[GetParam()](rig.mgr()); });
+  // The call may not return while the analysis is held inside the algorithm.
+  EXPECT_EQ(ended.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
   fp::releaseDetections();
-  EXPECT_TRUE(stopped.get());
+  ended.get();
   // The analysis ran to its end before the join returned, and no other began.
   EXPECT_EQ(fp::countLogged("Output: State("), 1);
-  rig.mgr().Uninit();
+  rig.shutDown();
 }
+INSTANTIATE_TEST_SUITE_P(StopUninitInit, EndingCallTest, ::testing::Range(0, 3));
 
 // Wake-ups that arrive while an analysis runs merge into one: the per-frame
 // path posts only when no wake-up is pending.

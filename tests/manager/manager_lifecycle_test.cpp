@@ -67,14 +67,12 @@ TEST_F(LifecycleTest, AttachAllowsOneSensorAtATime) {
   EXPECT_TRUE(fp::logged("achieve max attach number(1). SensorIdx(7)"));
   EXPECT_EQ(std::make_pair(a.mgr().isAttach(), b.mgr().isAttach()), std::make_pair(1, 0));
   EXPECT_EQ(b.frame(), -1);
-  EXPECT_TRUE(fp::logged("SensorIdx(7) skip, not attached."));
   // isMaster 0 detaches and frees the slot.
   a.mgr().SetParam(makeInput(FLICKER_MODE_AUTO, 0, 0, 0));
   b.mgr().SetParam(makeInput(FLICKER_MODE_AUTO, 0, 0, 1));
   EXPECT_EQ(std::make_pair(a.mgr().isAttach(), b.mgr().isAttach()), std::make_pair(0, 1));
-  // The refused frame was not counted: this one is the first of the warm-up.
-  EXPECT_EQ(b.frame(), -1);
-  EXPECT_TRUE(fp::logged("skip, not enough frame(1)."));
+  // The refused frame was not counted: two warm-up frames follow.
+  EXPECT_EQ(b.frames(b.frameNo() + 3), (std::vector<int>{-1, -1, 0}));
   EXPECT_TRUE(b.mgr().Stop());
   EXPECT_FALSE(a.mgr().Stop());  // nothing to give back
   a.mgr().Uninit();
@@ -121,22 +119,21 @@ TEST_F(LifecycleTest, CallsOutOfOrderAreLoggedOrIgnored) {
   rig.mgr().SetParam(makeInput());
   rig.mgr().Start(flicker_start_info{});
   EXPECT_EQ(rig.frames(3), (std::vector<int>{-1, -1, -1}));
-  EXPECT_TRUE(fp::logged("failed to analyze(ffffffff)."));
+  EXPECT_TRUE(fp::loggedError("column_vector_data_1_ or column_vector_data_2_ is NULL."));
   // A second Config keeps the running worker.
   rig.mgr().Init(0, 1);
   rig.mgr().Config(makeConfig());
   rig.mgr().Config(makeConfig());
   EXPECT_TRUE(fp::loggedError("SenbsorIdx(11), flickerMgr thread is not closed last time!!"));
-  EXPECT_EQ(fp::countLogged("create flickerMgr thread"), 1);
-  // Uninit ends a worker left running; the next Config starts a new one.
+  // Uninit ends a worker left running (ConcurrencyTest shows it waits for
+  // it); the next Config starts a new one without complaint.
   EXPECT_EQ(rig.mgr().Uninit(), 0);
-  EXPECT_EQ(fp::countLogged("thread end"), 1);
+  fp::clearLogs();
   rig.mgr().Config(makeConfig());
-  EXPECT_EQ(fp::countLogged("create flickerMgr thread"), 2);
+  EXPECT_FALSE(fp::loggedError("not closed last time"));
   // Stop twice: the second finds neither a worker nor an attachment.
   EXPECT_TRUE(rig.mgr().Stop());
   EXPECT_FALSE(rig.mgr().Stop());
-  EXPECT_EQ(fp::countLogged("thread end"), 2);
 }
 
 // A forgotten Stop must not turn process exit into a crash: the worker still
