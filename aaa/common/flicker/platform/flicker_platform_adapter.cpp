@@ -108,7 +108,7 @@ int FlickerPlatformAdapter::uninit() {
 }
 
 int FlickerPlatformAdapter::setFlickerAutoTest(int enable) {
-  auto_test_ = enable;
+  auto_test_ = enable == 1;
   return 0;
 }
 
@@ -248,7 +248,7 @@ int FlickerPlatformAdapter::getSensorMode(int sensorMode, int /*unused*/, int* /
 }
 
 int FlickerPlatformAdapter::setBuf(int sensorPath, const void* stats, int bufIndex) {
-  return buffers_.setBuf(sensorPath, sensor_id_, sensor_mode_, auto_test_ == 1, stats, bufIndex);
+  return buffers_.setBuf(sensorPath, sensor_id_, sensor_mode_, auto_test_, stats, bufIndex);
 }
 
 // ---- Detection step ----

@@ -29,8 +29,8 @@ class FlickerPlatformAdapter {
   static constexpr int kMaxSensors = 20;
   static constexpr int kBufEntries = FlickerStatBuffers::kBufEntries;
   static constexpr int kBufBytes = FlickerStatBuffers::kBufBytes;
-  static constexpr int kSensorId1398 = 1398;
-  static constexpr int kSensorId8581 = 8581;
+  static constexpr int kSensorId1398 = FlickerStatBuffers::kSensorId1398;
+  static constexpr int kSensorId8581 = FlickerStatBuffers::kSensorId8581;
 
   // The adapter of sensor index 0..19, created once; null for any other index.
   static FlickerPlatformAdapter* getInstance(int sensorIdx);
@@ -90,5 +90,5 @@ class FlickerPlatformAdapter {
   Relaxed<int32_t> detect_path_{0};
   Relaxed<int32_t> freq_{0};
   Relaxed<int64_t> detect_aux_{0};
-  Relaxed<int32_t> auto_test_{0};
+  Relaxed<bool> auto_test_{false};  // setFlickerAutoTest(1): setBuf checks for all-zero blocks
 };

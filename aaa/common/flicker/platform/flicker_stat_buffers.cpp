@@ -17,13 +17,11 @@ constexpr int kEntriesPerWindowRow = 18;
 constexpr int kMinAutoTestEntries = 18;
 
 // Sensor 8581 delivers 32-bit entries: 150 in sensor mode 0, 201 otherwise.
-constexpr int32_t kSensorId8581 = 8581;
 constexpr int kStatCount8581Mode0 = 150;
 constexpr int kStatCount8581Other = 201;
 // Sensor 1398 delivers 384 32-bit words that are widened to 64-bit entries;
 // the count kept for the algorithm is 192 (two words per entry pair) and the
 // auto-test check covers only its first 384 bytes.
-constexpr int32_t kSensorId1398 = 1398;
 constexpr int kStatCount1398 = 192;
 constexpr int kWords1398 = 2 * kStatCount1398;
 constexpr size_t kAutoTestBytes1398 = 384;

@@ -37,6 +37,9 @@ class FlickerStatBuffers {
  public:
   static constexpr int kBufEntries = 36000;  // int64 entries per buffer
   static constexpr int kBufBytes = kBufEntries * 8;
+  // The two sensors whose statistics have a path of their own.
+  static constexpr int32_t kSensorId1398 = 1398;
+  static constexpr int32_t kSensorId8581 = 8581;
 
   FlickerStatBuffers() = default;
   ~FlickerStatBuffers();
