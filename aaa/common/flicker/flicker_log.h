@@ -116,6 +116,7 @@ inline void checkFormat(const char* /*format*/, ...) {}
     }                                                                         \
   } while (0)
 
+#define FLK_LOG_AT(minLevel, fmt, ...) FLK_LOG_AT_(__FUNCTION__, minLevel, fmt, ##__VA_ARGS__)
 #define FLK_LOGI(fmt, ...) FLK_LOG_AT_(__FUNCTION__, 0, fmt, ##__VA_ARGS__)
 #define FLK_LOG1(fmt, ...) FLK_LOG_AT_(__FUNCTION__, 1, fmt, ##__VA_ARGS__)
 #define FLK_LOGD(fmt, ...) FLK_LOG_AT_(__FUNCTION__, 2, fmt, ##__VA_ARGS__)
