@@ -71,6 +71,7 @@ TEST_F(FlickerAnalysisTest, AnswerMovesAKnownStateInAutomaticModeOnly) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
     fp::reset();
+    adapter_->uninit();
     adapter_->init(0, 5000);
     startFrom(row.from);
     mode_ = row.mode;

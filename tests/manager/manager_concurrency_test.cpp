@@ -33,7 +33,8 @@ TEST_F(ConcurrencyTest, ConcurrentGetInstanceCreatesOneInstance) {
 }
 
 // Stop ends the worker; so do Init and Uninit, which replace the buffers its
-// detection reads. Each waits for an analysis in progress.
+// detection reads. Each waits for an analysis in progress. (An Init without
+// Uninit drops the old buffers by design: the test frees them.)
 class EndingCallTest : public ConcurrencyTest, public ::testing::WithParamInterface<int> {};
 
 TEST_P(EndingCallTest, WaitsForTheAnalysisInProgress) {
@@ -44,6 +45,10 @@ TEST_P(EndingCallTest, WaitsForTheAnalysisInProgress) {
   };
   SensorRig rig(10 + GetParam());
   rig.bringUp();
+  std::vector<const int64_t*> buffers;
+  fp::setDetectHook([&buffers](const FlkDetectPara& para, FlkDetectResult*) {
+    buffers = {para.statsSlot0, para.statsSlot1};
+  });
   fp::holdDetections(true);
   rig.frames(4);  // frame 4 completes the first pair
   ASSERT_TRUE(fp::waitDetectEntered(kWaitMs));
@@ -54,7 +59,11 @@ TEST_P(EndingCallTest, WaitsForTheAnalysisInProgress) {
   ended.get();
   // The analysis ran to its end before the join returned, and no other began.
   EXPECT_EQ(fp::countLogged("Output: State("), 1);
+  fp::setDetectHook(nullptr);
   rig.shutDown();
+  if (GetParam() == 2) {
+    for (const int64_t* b : buffers) free(const_cast<int64_t*>(b));
+  }
 }
 INSTANTIATE_TEST_SUITE_P(StopUninitInit, EndingCallTest, ::testing::Range(0, 3));
 
