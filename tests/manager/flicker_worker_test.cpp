@@ -148,9 +148,10 @@ TEST_F(FlickerWorkerTest, CreationFailureIsReportedAndLeavesTheWorkerStopped) {
     worker_.wake();
     worker_.stop();  // no thread to join: a join of an unset handle would not return
     // The next start works.
+    const int runs = job_.runs();
     worker_.start();
     worker_.wake();
-    ASSERT_TRUE(job_.waitRuns(job_.runs() + 1)) << error;
+    ASSERT_TRUE(job_.waitRuns(runs + 1)) << error;
     worker_.stop();
   }
 }
