@@ -21,10 +21,10 @@ constexpr int32_t kMaxPermille = 1000;
 
 class WordReader {
  public:
-  explicit WordReader(const FlickerExtPara& para) { std::memcpy(words_, &para, sizeof(words_)); }
+  explicit WordReader(int32_t* words) : words_(words) {}
 
-  // The word, its default when zero, clamped to [lo, hi].
-  int32_t get(int index, int32_t lo, int32_t hi) {
+  // Word `index` made its default when zero and clamped to [lo, hi], in place.
+  int32_t settle(int index, int32_t lo, int32_t hi) {
     int32_t value = words_[index];
     if (value == 0) {
       value = defaultTuningWord(index);
@@ -33,13 +33,14 @@ class WordReader {
     if (clamped != value) {
       ++adjusted_;
     }
+    words_[index] = clamped;
     return clamped;
   }
 
   int adjusted() const { return adjusted_; }
 
  private:
-  int32_t words_[kTuningWords];
+  int32_t* words_;
   int adjusted_ = 0;
 };
 
@@ -47,27 +48,49 @@ static_assert(sizeof(FlickerExtPara) == kTuningWords * sizeof(int32_t), "35 word
 
 }  // namespace
 
-AlgoKnobs AlgoTuning::decode(const FlickerExtPara& para, int* adjusted) {
-  WordReader r(para);
-  AlgoKnobs k{};
-  k.minAmplitude = r.get(kWordMinAmplitude, 1, kMaxAmplitudeWord) * 1e-4;
-  k.snrThreshold = r.get(kWordSnrThreshold, kMinSnrWord, kMaxSnrWord) * 0.1;
-  k.dominance = r.get(kWordDominancePct, kMinDominancePct, kMaxDominancePct) * 0.01;
-  k.holdOff = r.get(kWordHoldOff, 1, kMaxHoldOff);
-  k.switchBackMargin = r.get(kWordSwitchBackMargin, 0, kMaxScore);
-  const int32_t fullScale = r.get(kWordFullScale, 1, kMaxFullScale);
-  k.fullScale = fullScale;
-  k.noiseFloor = r.get(kWordNoiseFloor, 0, fullScale / 2);
-  k.clipFraction = r.get(kWordClipPermille, 1, kMaxPermille) * 1e-3;
-  k.minVisibility = r.get(kWordMinVisibility, 1, kMaxPermille) * 1e-3;
-  k.switchScore = r.get(kWordSwitchScore, 1, kMaxScore);
+FlickerExtPara AlgoTuning::effective(const FlickerExtPara& para, int* adjusted) {
+  int32_t w[kTuningWords];
+  std::memcpy(w, &para, sizeof(w));
+  WordReader r(w);
+  r.settle(kWordMinAmplitude, 1, kMaxAmplitudeWord);
+  r.settle(kWordSnrThreshold, kMinSnrWord, kMaxSnrWord);
+  r.settle(kWordDominancePct, kMinDominancePct, kMaxDominancePct);
+  r.settle(kWordHoldOff, 1, kMaxHoldOff);
+  r.settle(kWordSwitchBackMargin, 0, kMaxScore);
+  const int32_t fullScale = r.settle(kWordFullScale, 1, kMaxFullScale);
+  r.settle(kWordNoiseFloor, 0, fullScale / 2);
+  r.settle(kWordClipPermille, 1, kMaxPermille);
+  r.settle(kWordMinVisibility, 1, kMaxPermille);
+  r.settle(kWordSwitchScore, 1, kMaxScore);
   // A negative range has no meaning: treated as "all lines" like zero.
-  k.searchRange = std::max<int32_t>(0, para.flickerSearchRange);
-  k.minPastFrames = r.get(kWordMinPastFrames, 1, kMaxHistory);
-  k.maxPastFrames = r.get(kWordMaxPastFrames, k.minPastFrames, kMaxHistory);
+  const bool negativeRange = w[kWordSearchRange] < 0;
+  w[kWordSearchRange] = std::max<int32_t>(0, w[kWordSearchRange]);
+  const int32_t minPast = r.settle(kWordMinPastFrames, 1, kMaxHistory);
+  r.settle(kWordMaxPastFrames, minPast, kMaxHistory);
   if (adjusted != nullptr) {
-    *adjusted = r.adjusted() + (para.flickerSearchRange < 0 ? 1 : 0);
+    *adjusted = r.adjusted() + (negativeRange ? 1 : 0);
   }
+  FlickerExtPara out;
+  std::memcpy(&out, w, sizeof(out));
+  return out;
+}
+
+AlgoKnobs AlgoTuning::decode(const FlickerExtPara& para, int* adjusted) {
+  const FlickerExtPara e = effective(para, adjusted);
+  AlgoKnobs k{};
+  k.minAmplitude = e.flickerFreq[kWordMinAmplitude] * 1e-4;
+  k.snrThreshold = e.flickerFreq[kWordSnrThreshold] * 0.1;
+  k.dominance = e.flickerFreq[kWordDominancePct] * 0.01;
+  k.holdOff = e.flickerFreq[kWordHoldOff];
+  k.switchBackMargin = e.flickerFreq[kWordSwitchBackMargin];
+  k.fullScale = e.flickerFreq[kWordFullScale];
+  k.noiseFloor = e.flickerFreq[kWordNoiseFloor];
+  k.clipFraction = e.flickerFreq[kWordClipPermille] * 1e-3;
+  k.minVisibility = e.flickerFreq[kWordMinVisibility] * 1e-3;
+  k.switchScore = e.flickerGradThreshold;
+  k.searchRange = e.flickerSearchRange;
+  k.minPastFrames = e.minPastFrames;
+  k.maxPastFrames = e.maxPastFrames;
   return k;
 }
 

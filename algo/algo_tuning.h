@@ -38,6 +38,12 @@ class AlgoTuning {
   // that were out of range and clamped.
   static AlgoKnobs decode(const FlickerExtPara& para, int* adjusted = nullptr);
 
+  // The record as the algorithm reads it, in record units: zero words of the
+  // knobs replaced by their defaults, out-of-range words clamped, unused
+  // words as given. decode() scales these words; tools compare them with
+  // what they wrote to tell a user that a value was clamped.
+  static FlickerExtPara effective(const FlickerExtPara& para, int* adjusted = nullptr);
+
   // Knobs of an all-zero record: every default.
   static AlgoKnobs defaults();
 };

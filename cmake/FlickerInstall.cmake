@@ -1,10 +1,11 @@
 # Install rules and the exported package of the host build.
 #
-# Installs the static libraries (the manager, the host platform, the open
-# algorithm and the simulator), their headers, a CMake package
-# (find_package(flicker), targets flicker::mgr, flicker::host_platform,
-# flicker::open_algo, flicker::sim, flicker::platform_api and the bundle
-# flicker::host) and a pkg-config file (flicker.pc).
+# Installs the static libraries (the manager, the time-zone guess of the
+# mains frequency, the host platform, the open algorithm and the simulator),
+# their headers, a CMake package (find_package(flicker), targets flicker::mgr,
+# flicker::zone_mains, flicker::host_platform, flicker::open_algo,
+# flicker::sim, flicker::platform_api and the bundle flicker::host) and a
+# pkg-config file (flicker.pc).
 #
 # The libraries are static archives and the manager calls its platform and its
 # algorithm through plain symbols, so a program links the manager first, then
@@ -60,6 +61,7 @@ endfunction()
 set(flicker_install_parts
   "flicker_platform_api|platform_api|"
   "flicker_mgr|mgr|"
+  "flicker_zone_mains|zone_mains|"
   "flicker_host_platform|host_platform|/host"
   "flicker_open_algo|open_algo|/algo"
   "flicker_sim|sim|/sim")
@@ -118,7 +120,7 @@ install(FILES
 
 # pkg-config: one module with the host stack, libraries in link order. The
 # prefix is found from the .pc file's own place, so the tree can be moved.
-set(FLICKER_PC_LIBS " -lflicker_mgr -lflicker_host_platform -lflicker_open_algo")
+set(FLICKER_PC_LIBS " -lflicker_mgr -lflicker_host_platform -lflicker_zone_mains -lflicker_open_algo")
 set(FLICKER_PC_CFLAGS
     "-I\${includedir}/flicker -I\${includedir}/flicker/platform -I\${includedir}/flicker/host")
 file(RELATIVE_PATH FLICKER_PC_PREFIX_FROM_PCDIR

@@ -3,6 +3,7 @@
 # emulation. Used by scripts/arm64.sh:
 #   cmake -S . -B build-arm64 -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-aarch64.cmake
 #         -DFLICKER_ARM64_GTEST_PREFIX=<prefix of an aarch64 GoogleTest install>
+#         -DFLICKER_ARM64_HEADERS_PREFIX=<prefix of the tools' header-only packages>
 #
 # Debian's googletest ships host (x86-64) libraries only; the script builds
 # the shipped sources with this same toolchain into a prefix, and that prefix
@@ -19,6 +20,12 @@ set(CMAKE_CXX_COMPILER ${FLICKER_ARM64_TRIPLE}-g++)
 # Programs run on the host; libraries, headers and packages come from the Arm
 # side only, so nothing of the x86-64 install leaks into the link.
 set(CMAKE_FIND_ROOT_PATH ${FLICKER_ARM64_SYSROOT})
+# FLICKER_ARM64_HEADERS_PREFIX: a prefix that holds only header-only packages
+# (the tools' CLI11 and nlohmann-json), which serve every architecture.
+if(FLICKER_ARM64_HEADERS_PREFIX)
+  list(PREPEND CMAKE_FIND_ROOT_PATH ${FLICKER_ARM64_HEADERS_PREFIX})
+  list(APPEND CMAKE_PREFIX_PATH /)
+endif()
 if(FLICKER_ARM64_GTEST_PREFIX)
   list(PREPEND CMAKE_FIND_ROOT_PATH ${FLICKER_ARM64_GTEST_PREFIX})
   # Packages are searched under each root path + prefix; "/" keeps the

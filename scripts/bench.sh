@@ -18,7 +18,7 @@ jobs=${FLICKER_BENCH_JOBS:-2}
 reps=${FLICKER_BENCH_REPS:-3}
 build=build-bench
 out=$build/results
-packages=(cmake ninja-build g++ libbenchmark-dev libgtest-dev)
+packages=(cmake ninja-build g++ libbenchmark-dev libgtest-dev libcli11-dev nlohmann-json3-dev)
 
 
 flicker_install_packages "${packages[@]}"

@@ -173,7 +173,7 @@ check_soong() {
 check_install() {
   section "CMake install and the example consumer"
   local prefix="$scratch/prefix"
-  local targets=(flicker_mgr flicker_host_platform flicker_open_algo flicker_sim)
+  local targets=(flicker_mgr flicker_zone_mains flicker_host_platform flicker_open_algo flicker_sim)
   if ! logged "$scratch/configure.log" cmake -S . -B "$build_dir" -G Ninja \
        -DCMAKE_BUILD_TYPE="$build_type" -DFLICKER_SANITIZE= -DFLICKER_BUILD_TESTS=OFF \
        -DFLICKER_BUILD_TOOLS=OFF -DFLICKER_BUILD_BENCH=OFF -DFLICKER_BUILD_FUZZ=OFF; then

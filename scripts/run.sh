@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
 jobs=${FLICKER_RUN_JOBS:-$(nproc)}
-packages=(cmake ninja-build g++)
+packages=(cmake ninja-build g++ libcli11-dev nlohmann-json3-dev)
 
 
 flicker_install_packages "${packages[@]}"

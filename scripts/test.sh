@@ -8,7 +8,8 @@
 #   4. runs every fuzz target briefly (scripts/fuzz.sh);
 #   5. cross-builds for 64-bit Arm and runs the whole suite under qemu
 #      (scripts/arm64.sh).
-# About five minutes on a quiet 2-core machine.
+# About twelve minutes on a shared 2-core machine without step 5, which adds
+# about seven and a half (README.md, RELIABILITY.md).
 # Usage: bash scripts/test.sh
 #
 # Environment:
@@ -21,7 +22,8 @@ cd "$(dirname "$0")/.."
 source scripts/packages.sh
 
 jobs=${FLICKER_TEST_JOBS:-$(nproc)}
-packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev)
+packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev
+  libcli11-dev nlohmann-json3-dev)
 tsan_targets=(flicker_manager_concurrency_test flicker_stress_test)
 
 

@@ -14,6 +14,9 @@ constexpr double kMinMeasuredLevel = 1e-4;
 constexpr double kMaxStepRatio = 8.0;
 // Tolerance when checking whether an exposure is a whole number of periods.
 constexpr double kPeriodSlack = 1e-9;
+// Relative change of the exposure-gain product below which the control is
+// pinned at a limit.
+constexpr double kPinnedSlack = 1e-9;
 
 }  // namespace
 
@@ -60,9 +63,16 @@ void SimAutoExposure::update(double level) {
   }
   const double measured = std::max(kMinMeasuredLevel, level);
   const double error = std::log(params_.targetLevel / measured);
-  converged_ = std::fabs(error) < params_.convergedTolerance;
   const double ratio = std::min(kMaxStepRatio, std::exp(params_.damping * error));
-  split(exposure_ * gain_ * ratio);
+  const double before = exposure_ * gain_;
+  split(before * ratio);
+  const double after = exposure_ * gain_;
+  // Settled near the target, or pinned at a limit (the longest exposure at
+  // the highest gain in a dark scene, the shortest at unit gain in a bright
+  // one): nothing the control can do will change the frame any more.
+  const bool pinned = (error > 0.0 && after <= before * (1.0 + kPinnedSlack)) ||
+                      (error < 0.0 && after >= before * (1.0 - kPinnedSlack));
+  converged_ = std::fabs(error) < params_.convergedTolerance || pinned;
 }
 
 void SimAutoExposure::split(double product) {

@@ -9,6 +9,10 @@
 // 8.333 ms) and the gain makes up the rest; in bright scenes, where less than
 // one period is wanted, the exposure stays below one period at unit gain and
 // bands cannot be avoided. A manual mode holds a fixed exposure and gain.
+// The control counts as settled near its target, or when it is pinned at a
+// limit (too dark at the longest exposure and highest gain, too bright at the
+// shortest exposure): a real exposure control then stops converging too, and
+// the frames are steady.
 //
 // Not thread-safe: owned and driven by one SimSensor.
 #pragma once

@@ -55,8 +55,32 @@ void addRectifiedLedHarmonics(SimLightComponent* c, double mainsPhase) {
   }
 }
 
+// Cycles of a pulse train at time t (its phase included).
+double pulseCycles(const SimLightComponent& c, double t) {
+  return c.baseHz * t + c.pulsePhase / kTwoPi;
+}
+
+// Time a pulse train has been on from its cycle 0 to `cycles`, in cycles.
+double pulseOnCycles(double duty, double cycles) {
+  const double whole = std::floor(cycles);
+  return whole * duty + std::min(cycles - whole, duty);
+}
+
+// Integral of a pulse train of mean `level` over [t0, t1].
+double integratePulses(const SimLightComponent& c, double t0, double t1) {
+  if (c.baseHz <= 0.0) {
+    return c.level * (t1 - t0);
+  }
+  const double on = pulseOnCycles(c.pulseDuty, pulseCycles(c, t1)) -
+                    pulseOnCycles(c.pulseDuty, pulseCycles(c, t0));
+  return c.level / c.pulseDuty * on / c.baseHz;
+}
+
 // Integral of one component over [t0, t1].
 double integrateComponent(const SimLightComponent& c, double t0, double t1) {
+  if (c.pulseDuty > 0.0) {
+    return integratePulses(c, t0, t1);
+  }
   double ripple = 0.0;
   for (const SimHarmonic& h : c.harmonics) {
     const double w = kTwoPi * h.order * c.baseHz;
@@ -111,6 +135,9 @@ SimLightComponent makeLightComponent(SimLightType type, double mainsHz, double l
       return makePwmLightComponent(1000.0, 0.5, level, mainsPhase);
     case SimLightType::kDaylight:
       break;
+    case SimLightType::kMeasured:
+      // Built by makeLampModelComponent from its table entry; here steady.
+      break;
   }
   return c;
 }
@@ -131,6 +158,16 @@ SimLightComponent makePwmLightComponent(double pwmHz, double duty, double level,
     const double x = kPi * n * duty;
     addHarmonic(&c, n, 2.0 * std::sin(x) / x, n * phase - x);
   }
+  return c;
+}
+
+SimLightComponent makePulseLightComponent(double pwmHz, double duty, double level, double phase) {
+  SimLightComponent c;
+  c.type = SimLightType::kPwmLed;
+  c.level = level;
+  c.baseHz = pwmHz;
+  c.pulseDuty = std::min(1.0, std::max(1e-3, duty));
+  c.pulsePhase = phase;
   return c;
 }
 
@@ -159,6 +196,11 @@ double SimLight::intensity(double t) const {
   }
   double sum = 0.0;
   for (const SimLightComponent& c : params_.segments[segmentAt(t)].components) {
+    if (c.pulseDuty > 0.0) {
+      const double cycles = pulseCycles(c, t);
+      sum += cycles - std::floor(cycles) < c.pulseDuty ? c.level / c.pulseDuty : 0.0;
+      continue;
+    }
     double v = 1.0;
     for (const SimHarmonic& h : c.harmonics) {
       v += h.depth * std::cos(kTwoPi * h.order * c.baseHz * t + h.phase);
@@ -215,6 +257,14 @@ void SimLight::integrateSegmentLines(const SimLightSegment& segment, double firs
     out[k] = mean;
   }
   for (const SimLightComponent& c : segment.components) {
+    if (c.pulseDuty > 0.0) {
+      // Exact per line: a pulse train's integral is a count of its edges.
+      for (int k = 0; k < count; ++k) {
+        const double end = firstEnd + k * lineStep;
+        out[k] += integratePulses(c, end - exposure, end) - c.level * exposure;
+      }
+      continue;
+    }
     for (const SimHarmonic& h : c.harmonics) {
       // The integral of cos over a window of length E centred at m is
       // E * sinc(w E / 2) * cos(w m + phase): the exposure's attenuation.

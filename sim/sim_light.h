@@ -26,6 +26,7 @@ enum class SimLightType {
   kGoodLedDriver,        // well-filtered driver: almost no ripple
   kPwmLed,               // PWM dimming at a frequency unrelated to mains
   kDaylight,             // steady light, no ripple
+  kMeasured,             // a lamp of the published-measurement table (sim_lamp_models.h)
 };
 
 struct SimHarmonic {
@@ -40,6 +41,11 @@ struct SimLightComponent {
   double mainsHz = 0.0;  // nominal mains frequency (50 or 60), 0 when not mains-driven
   double baseHz = 0.0;   // actual base frequency including drift (or the PWM frequency)
   std::vector<SimHarmonic> harmonics;
+  // > 0: instead of harmonics, rectangular pulses of this duty cycle at
+  // baseHz (on during [0, duty) of each cycle, the cycle starting at phase
+  // pulsePhase radians), integrated exactly: sharp edges without ringing.
+  double pulseDuty = 0.0;
+  double pulsePhase = 0.0;
 };
 
 struct SimLightSegment {
@@ -55,9 +61,14 @@ struct SimLightParams {
 // mains at t = 0 (radians); `driftHz` offsets the mains frequency.
 SimLightComponent makeLightComponent(SimLightType type, double mainsHz, double level,
                                      double driftHz = 0.0, double mainsPhase = 0.0);
-// Builds a PWM-dimmed LED with the given frequency and duty cycle (0..1].
+// Builds a PWM-dimmed LED with the given frequency and duty cycle (0..1]
+// from its first 15 harmonics.
 SimLightComponent makePwmLightComponent(double pwmHz, double duty, double level,
                                         double phase = 0.0);
+// Builds exact rectangular pulses (pulseDuty) of mean `level`: a PWM-dimmed
+// LED or a screen's backlight.
+SimLightComponent makePulseLightComponent(double pwmHz, double duty, double level,
+                                          double phase = 0.0);
 
 class SimLight {
  public:

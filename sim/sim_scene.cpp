@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "sim_random.h"
 
@@ -21,6 +22,11 @@ constexpr int kOctaves = 6;
 // Reflectance limits of real surfaces (fresh snow to black velvet).
 constexpr double kMinReflectance = 0.01;
 constexpr double kMaxReflectance = 0.95;
+// A piecewise-constant room: pieces of furniture and picture frames
+// (rectangles from a twentieth to half a frame wide) and shelves (long bars a
+// few lines high), painted over a wall, per tile of two by two frames.
+constexpr int kPieces = 40;
+constexpr int kShelves = 12;
 
 double wrap(double x, double period) {
   return x - period * std::floor(x / period);
@@ -45,10 +51,15 @@ SimScene::SimScene(const SimSceneParams& params, uint64_t seed)
     : params_(params), map_(static_cast<size_t>(kRows) * kCols, params.meanReflectance) {
   if (params_.texture == SimTexture::kNatural) {
     buildNatural(seed);
+  } else if (params_.texture == SimTexture::kPiecewise) {
+    buildPiecewise(seed);
   } else {
     buildFlat();
   }
   buildPrefixSums();
+  for (const SimMovingObject& o : params_.objects) {
+    has_emissive_ = has_emissive_ || o.emissive;
+  }
 }
 
 void SimScene::buildNatural(uint64_t seed) {
@@ -111,6 +122,48 @@ void SimScene::buildFlat() {
   }
 }
 
+void SimScene::buildPiecewise(uint64_t seed) {
+  sharp_rows_ = true;
+  SimRandom rng(seed);
+  const double contrast = params_.textureContrast;
+  // Each piece has one reflectance, log-normal around the mean.
+  auto pieceReflectance = [&] {
+    return params_.meanReflectance *
+           std::exp(contrast * rng.gaussian() - 0.5 * contrast * contrast);
+  };
+  std::fill(map_.begin(), map_.end(), pieceReflectance());
+  const double colsPerFrame = kCols / kTileFrames;
+  const double rowsPerFrame = kRows / kTileFrames;
+  auto paint = [&](double widthFrames, double heightFrames) {
+    const double value = pieceReflectance();
+    const int c0 = static_cast<int>(rng.uniform(0.0, kCols));
+    const int r0 = static_cast<int>(rng.uniform(0.0, kRows));
+    const int cols = std::max(1, static_cast<int>(std::lround(widthFrames * colsPerFrame)));
+    const int rows = std::max(1, static_cast<int>(std::lround(heightFrames * rowsPerFrame)));
+    for (int r = r0; r < r0 + rows; ++r) {
+      for (int c = c0; c < c0 + cols; ++c) {
+        map_[static_cast<size_t>(r % kRows) * kCols + static_cast<size_t>(c % kCols)] = value;
+      }
+    }
+  };
+  for (int i = 0; i < kPieces; ++i) {
+    const double width = rng.uniform(0.05, 0.5);
+    paint(width, rng.uniform(0.03, 0.4));
+  }
+  for (int i = 0; i < kShelves; ++i) {
+    const double width = rng.uniform(0.3, 1.2);
+    paint(width, rng.uniform(0.008, 0.02));
+  }
+  double sum = 0.0;
+  for (const double r : map_) {
+    sum += r;
+  }
+  const double scale = params_.meanReflectance * static_cast<double>(map_.size()) / sum;
+  for (double& r : map_) {
+    r = std::min(kMaxReflectance, std::max(kMinReflectance, r * scale));
+  }
+}
+
 void SimScene::buildPrefixSums() {
   prefix_.assign(static_cast<size_t>(kRows) * (kCols + 1), 0.0);
   prefix2_.assign(prefix_.size(), 0.0);
@@ -125,17 +178,20 @@ void SimScene::buildPrefixSums() {
   }
 }
 
-void SimScene::rowPrefix(int r, double c, double* sum, double* sumSq) const {
-  const double* p = &prefix_[static_cast<size_t>(r) * (kCols + 1)];
-  const double* p2 = &prefix2_[static_cast<size_t>(r) * (kCols + 1)];
-  const double* row = &map_[static_cast<size_t>(r) * kCols];
-  // The row is piecewise constant and repeats every kCols columns.
+void SimScene::rowPrefix(int r0, int r1, double c, double* top, double* bottom) const {
+  // A row is piecewise constant and repeats every kCols columns.
   const double turns = std::floor(c / kCols);
   const double rest = c - turns * kCols;
   const int i = std::min(kCols - 1, static_cast<int>(rest));
   const double part = rest - i;
-  *sum = turns * p[kCols] + p[i] + part * row[i];
-  *sumSq = turns * p2[kCols] + p2[i] + part * row[i] * row[i];
+  for (const auto& [r, out] :
+       {std::pair<int, double*>{r0, top}, std::pair<int, double*>{r1, bottom}}) {
+    const double* p = &prefix_[static_cast<size_t>(r) * (kCols + 1)];
+    const double* p2 = &prefix2_[static_cast<size_t>(r) * (kCols + 1)];
+    const double* row = &map_[static_cast<size_t>(r) * kCols];
+    out[0] = turns * p[kCols] + p[i] + part * row[i];
+    out[1] = turns * p2[kCols] + p2[i] + part * row[i] * row[i];
+  }
 }
 
 double SimScene::brightness(double timeS) const {
@@ -157,16 +213,22 @@ double SimScene::brightness(double timeS) const {
 }
 
 void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidth, int count,
-                             double* mean, double* variance) const {
+                             double* mean, double* variance, SimWindowCache* cache) const {
   const double shake = params_.shakeAmplitude;
-  const double shakePhase = 2.0 * kPi * params_.shakeHz * timeS;
-  const double ox = params_.panX * timeS + shake * std::sin(shakePhase);
-  const double oy = params_.panY * timeS + shake * std::cos(1.3 * shakePhase);
+  double ox = params_.panX * timeS;
+  double oy = params_.panY * timeS;
+  if (shake != 0.0) {
+    const double shakePhase = 2.0 * kPi * params_.shakeHz * timeS;
+    ox += shake * std::sin(shakePhase);
+    oy += shake * std::cos(1.3 * shakePhase);
+  }
   const double sv = wrap(v + oy, kTileFrames);
-  const double ry = wrap(sv * kRows / kTileFrames - 0.5, kRows);
+  // A smooth map blends the two rows around the line; a piecewise one takes
+  // the row the line falls in, so its edges stay sharp.
+  const double ry = wrap(sv * kRows / kTileFrames - (sharp_rows_ ? 0.0 : 0.5), kRows);
   const int r0 = static_cast<int>(ry) % kRows;
   const int r1 = (r0 + 1) % kRows;
-  const double w = ry - std::floor(ry);
+  const double w = sharp_rows_ ? 0.0 : ry - std::floor(ry);
   const double columns = uWidth * kCols / kTileFrames;
   double grating = 1.0;
   if (params_.texture == SimTexture::kGrating) {
@@ -178,13 +240,23 @@ void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidt
   // give every window of both rows.
   constexpr int kMaxWindows = 16;
   count = std::min(count, kMaxWindows);
-  double top[kMaxWindows + 1][2];
-  double bottom[kMaxWindows + 1][2];
+  static_assert(kMaxWindows + 1 == SimWindowCache::kMaxBorders, "one border more than windows");
+  SimWindowCache local;
+  SimWindowCache& rows = cache != nullptr ? *cache : local;
+  const auto& top = rows.top;
+  const auto& bottom = rows.bottom;
   if (columns > 0.0) {
     const double c0 = wrap(uStart + ox, kTileFrames) * kCols / kTileFrames;
-    for (int j = 0; j <= count; ++j) {
-      rowPrefix(r0, c0 + j * columns, &top[j][0], &top[j][1]);
-      rowPrefix(r1, c0 + j * columns, &bottom[j][0], &bottom[j][1]);
+    if (!rows.valid || rows.row != r0 || rows.firstColumn != c0 || rows.columns != columns ||
+        rows.count != count) {
+      for (int j = 0; j <= count; ++j) {
+        rowPrefix(r0, r1, c0 + j * columns, rows.top[j], rows.bottom[j]);
+      }
+      rows.valid = true;
+      rows.row = r0;
+      rows.firstColumn = c0;
+      rows.columns = columns;
+      rows.count = count;
     }
   }
   for (int i = 0; i < count; ++i) {
@@ -202,6 +274,8 @@ void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidt
       m *= grating;
     }
     for (const SimMovingObject& o : params_.objects) {
+      // An emissive object's surface is mixed in here like any other; its
+      // own light comes from emissiveWindows.
       const double oyPos = objectPosition(o.y, o.vy, o.height, timeS);
       if (v < oyPos || v >= oyPos + o.height || uWidth <= 0.0) {
         continue;
@@ -219,6 +293,30 @@ void SimScene::sampleWindows(double timeS, double v, double uStart, double uWidt
     }
     mean[i] = m * light;
     variance[i] = var * light * light;
+  }
+}
+
+void SimScene::emissiveWindows(double timeS, double v, double uStart, double uWidth, int count,
+                               double* added, double* spread) const {
+  for (int i = 0; i < count; ++i) {
+    added[i] = 0.0;
+    spread[i] = 0.0;
+  }
+  if (!has_emissive_ || uWidth <= 0.0) {
+    return;
+  }
+  for (const SimMovingObject& o : params_.objects) {
+    const double oyPos = objectPosition(o.y, o.vy, o.height, timeS);
+    if (!o.emissive || v < oyPos || v >= oyPos + o.height) {
+      continue;
+    }
+    const double oxPos = objectPosition(o.x, o.vx, o.width, timeS);
+    for (int i = 0; i < count; ++i) {
+      const double u0 = uStart + i * uWidth;
+      const double f = overlap(u0, u0 + uWidth, oxPos, oxPos + o.width) / uWidth;
+      added[i] += f * o.radiance;
+      spread[i] += f * (1.0 - f) * o.radiance * o.radiance;
+    }
   }
 }
 

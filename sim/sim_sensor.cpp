@@ -34,13 +34,35 @@ double phaseMiss(double cycles) {
   return std::fabs(cycles - std::round(cycles));
 }
 
+// The scene as the sensor sees it: a drift given in lines per frame becomes
+// a vertical pan in frame heights per second.
+SimSceneParams sceneOf(const SimSensorParams& params) {
+  SimSceneParams scene = params.scene;
+  if (params.verticalLinesPerFrame != 0.0 && params.geometry.frameHeight > 0) {
+    scene.panY += params.verticalLinesPerFrame * params.framesPerSecond /
+                  static_cast<double>(params.geometry.frameHeight);
+  }
+  return scene;
+}
+
+// The emissive objects' light over time: a PWM backlight, or steady.
+SimLightParams emissionOf(const SimEmission& emission) {
+  SimLightParams light;
+  light.segments.push_back({0.0,
+                            {emission.pwmHz > 0.0 && emission.duty < 1.0
+                                 ? makePulseLightComponent(emission.pwmHz, emission.duty, 1.0)
+                                 : makeLightComponent(SimLightType::kDaylight, 0.0, 1.0)}});
+  return light;
+}
+
 }  // namespace
 
 SimSensor::SimSensor(const SimSensorParams& params, std::shared_ptr<const SimLight> light,
                      uint64_t seed)
     : params_(params),
       light_(std::move(light)),
-      scene_(params.scene, deriveSeed(seed, kSceneStream)),
+      emission_(emissionOf(params.scene.emission)),
+      scene_(sceneOf(params), deriveSeed(seed, kSceneStream)),
       pixel_(params.pixel),
       ae_(params.ae),
       rng_(deriveSeed(seed, kNoiseStream)) {
@@ -106,7 +128,7 @@ SimSensor::Controls SimSensor::resolveControls(int index) {
 double SimSensor::framePeriod(const Controls& controls, double readoutS) const {
   const double nominal =
       std::max(1.0 / std::max(1e-3, params_.framesPerSecond), readoutS + kMinBlankingS);
-  if (frame_rate_active_ != 1 || controls.doFlkDetection == 0) {
+  if (params_.fixedFrameRate || frame_rate_active_ != 1 || controls.doFlkDetection == 0) {
     return nominal;
   }
   const int steps = static_cast<int>(kMaxStretchS / kStretchStepS);
@@ -128,24 +150,43 @@ void SimSensor::renderStatistics(const SimGeometry& g, double sof, double exposu
   const double lt = g.lineTimeSeconds();
   const double width = static_cast<double>(g.reducedWidth());
   const double height = static_cast<double>(g.frameHeight);
-  frame->stats.assign(static_cast<size_t>(lines) * 6, 0);
+  // Every entry is written below: no need to clear the block first.
+  frame->stats.resize(static_cast<size_t>(lines) * 6);
   line_light_.resize(static_cast<size_t>(std::max(0, lines)));
   light_->integrateLines(sof + top * lt, lt, exposure, lines, line_light_.data());
+  const bool emissive = scene_.hasEmissive();
+  if (emissive) {
+    line_emission_.resize(line_light_.size());
+    emission_.integrateLines(sof + top * lt, lt, exposure, lines, line_emission_.data());
+  }
   const double uStart = g.leftOffset() / width;
   const double uWidth = winW / width;
   double mean[6];
   double variance[6];
+  double added[6];
+  double spread[6];
   double total = 0.0;
   for (int k = 0; k < lines; ++k) {
     const int y = top + k;
     const double collected = line_light_[static_cast<size_t>(k)];
     // Motion is sampled at mid-exposure of the line: rolling-shutter skew.
-    scene_.sampleWindows(sof + y * lt - 0.5 * exposure, (y + 0.5) / height, uStart, uWidth, 6, mean,
-                         variance);
+    const double seen = sof + y * lt - 0.5 * exposure;
+    scene_.sampleWindows(seen, (y + 0.5) / height, uStart, uWidth, 6, mean, variance,
+                         &window_cache_);
+    double emitted = 0.0;
+    if (emissive) {
+      scene_.emissiveWindows(seen, (y + 0.5) / height, uStart, uWidth, 6, added, spread);
+      emitted = line_emission_[static_cast<size_t>(k)];
+    }
     int64_t* out = &frame->stats[static_cast<size_t>(k) * 6];
     for (int i = 0; i < 6; ++i) {
-      out[i] = pixel_.windowSum(collected * mean[i], collected * collected * variance[i], winW,
-                                gain, &rng_);
+      double meanE = collected * mean[i];
+      double spreadE2 = collected * collected * variance[i];
+      if (emissive) {
+        meanE += emitted * added[i];
+        spreadE2 += emitted * emitted * spread[i];
+      }
+      out[i] = pixel_.windowSum(meanE, spreadE2, winW, gain, &rng_);
       total += static_cast<double>(out[i]);
     }
   }

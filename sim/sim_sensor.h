@@ -26,7 +26,13 @@
 // flickerFrameRateActive = 1, frames with doFlkDetection = 1 are stretched by
 // the smallest amount that keeps both the 100 Hz and the 120 Hz ripple phase
 // moving between consecutive frames (at exactly 30 fps the 120 Hz ripple
-// otherwise sits still: 4 periods per frame).
+// otherwise sits still: 4 periods per frame). With fixedFrameRate the
+// exposure control ignores that flag, as it must while it records video at a
+// fixed frame rate: frames are never stretched, and exposures still snap to
+// the reported state's flicker period when the light allows.
+// Vertical motion may also be given in image lines per frame
+// (verticalLinesPerFrame): the scene then drifts by that many lines from one
+// nominal frame to the next, on top of its own pan.
 //
 // Several sensors share one SimLight (a shared_ptr to const) and are
 // otherwise independent. A SimSensor is not thread-safe; drive each instance
@@ -71,7 +77,9 @@ struct SimSensorParams {
   SimPixelParams pixel;
   SimAeParams ae;
   double framesPerSecond = 30.0;
-  double startTimeS = 0.1;  // readout start of the first frame on the light's clock
+  bool fixedFrameRate = false;         // never stretch frames, whatever flickerFrameRateActive says
+  double startTimeS = 0.1;             // readout start of the first frame on the light's clock
+  double verticalLinesPerFrame = 0.0;  // scene drift downwards, image lines per nominal frame
   // What the framework passes to SetParam.
   int sensorType = 0;
   int flickerMode = 3;
@@ -124,6 +132,7 @@ class SimSensor {
 
   SimSensorParams params_;
   std::shared_ptr<const SimLight> light_;
+  SimLight emission_;  // waveform of the scene's emissive objects, mean 1
   SimScene scene_;
   SimPixelModel pixel_;
   SimAutoExposure ae_;
@@ -134,6 +143,8 @@ class SimSensor {
   int frame_rate_active_ = 0;
   // Per-line scratch, kept to avoid allocation per frame.
   std::vector<double> line_light_;
+  std::vector<double> line_emission_;
+  SimWindowCache window_cache_;
 };
 
 }  // namespace flicker_sim

@@ -111,23 +111,35 @@ TEST(Commands, InitReleaseAndBadRecords) {
 
 // Command 3: zero words take the defaults (the recommended table decodes to
 // the same knobs), others are scaled, out-of-range words are clamped, unused
-// words change nothing.
+// words change nothing. The effective record holds each word as read.
 TEST(Tuning, WordsDecodeToKnobs) {
   FlickerExtPara table;
   std::memcpy(&table, open_algo::kDefaultTuningWords, sizeof(table));
   const AlgoKnobs defaults = AlgoTuning::defaults();
   const AlgoKnobs fromTable = AlgoTuning::decode(table);
   EXPECT_EQ(std::memcmp(&defaults, &fromTable, sizeof(AlgoKnobs)), 0);
+  const FlickerExtPara zero{};
+  const FlickerExtPara filled = AlgoTuning::effective(zero);
+  EXPECT_EQ(std::memcmp(&filled, &table, sizeof(table)), 0) << "zeros read as the defaults";
   struct Row {
     int word;
     int32_t value;
     double (*knob)(const AlgoKnobs&);
     double expected;
     int clamped;
+    int32_t effective;  // the word as the algorithm reads it
   } rows[] = {
-      {0, 100, [](const AlgoKnobs& k) { return k.minAmplitude; }, 0.01, 0},
-      {2, 50, [](const AlgoKnobs& k) { return k.dominance; }, 1.0, 1},  // under 1x
-      {9, 250, [](const AlgoKnobs& k) { return double(k.switchScore); }, 100, 1},
+      {0, 100, [](const AlgoKnobs& k) { return k.minAmplitude; }, 0.01, 0, 100},
+      {2, 50, [](const AlgoKnobs& k) { return k.dominance; }, 1.0, 1, 100},  // under 1x
+      {9, 250, [](const AlgoKnobs& k) { return double(k.switchScore); }, 100, 1, 100},
+      // Limits that depend on another word: the noise floor stays under half
+      // the full scale, the history holds at least the frames a switch needs.
+      {6, 600, [](const AlgoKnobs& k) { return k.noiseFloor; }, 511, 1, 511},
+      {12, 1, [](const AlgoKnobs& k) { return double(k.maxPastFrames); }, 2, 1, 2},
+      // A negative search range means every line.
+      {10, -3, [](const AlgoKnobs& k) { return double(k.searchRange); }, 0, 1, 0},
+      // An unused word is kept as it is.
+      {20, 77, [](const AlgoKnobs& k) { return k.minAmplitude; }, 0.004, 0, 77},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << "word " << row.word << " = " << row.value);
@@ -138,6 +150,10 @@ TEST(Tuning, WordsDecodeToKnobs) {
     int clamped = -1;
     EXPECT_DOUBLE_EQ(row.knob(AlgoTuning::decode(p, &clamped)), row.expected);
     EXPECT_EQ(clamped, row.clamped);
+    const FlickerExtPara e = AlgoTuning::effective(p);
+    int32_t read[open_algo::kTuningWords];
+    std::memcpy(read, &e, sizeof(read));
+    EXPECT_EQ(read[row.word], row.effective);
   }
 }
 

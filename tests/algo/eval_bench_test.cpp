@@ -1,45 +1,16 @@
-// The evaluation bench's command line refuses bad input with a reason, and
-// cells of its grid that once failed stay fixed: each is a full closed-loop
-// run of the manager over the open algorithm.
+// Cells of the evaluation grid that once failed stay fixed: each is a full
+// closed-loop run of the manager over the open algorithm.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "cell_outcome.h"
-#include "eval_options.h"
 #include "host_log.h"
-#include "tuning_override.h"
+#include "tuning_choice.h"
 
 namespace flicker_eval {
 namespace {
-
-ParseStatus parse(const std::vector<const char*>& args, EvalOptions* o, std::string* error) {
-  std::vector<const char*> argv = {"flicker-eval"};
-  argv.insert(argv.end(), args.begin(), args.end());
-  return parseEvalOptions(static_cast<int>(argv.size()), argv.data(), o, error);
-}
-
-TEST(EvalOptions, RefusesBadInputWithAReason) {
-  struct Row {
-    std::vector<const char*> args;
-    const char* reasonPart;  // what the one-line reason must name
-  } rows[] = {
-      {{"--bogus"}, "unknown option"},        {{"--seconds"}, "needs a value"},
-      {{"--seconds", "0"}, "--seconds"},       // below the 0.2 s minimum
-      {{"--quick", "--full"}, "one of"},       // two sizes
-      {{"--by", "fps,colour"}, "colour"},      // unknown dimension in a list
-      {{"--set", "35=1"}, "WORD 0..34"},       // word out of the record
-      {{"--seed-base", "-1"}, "--seed-base"},  // seeds count up from 1
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.reasonPart);
-    EvalOptions o;
-    std::string error;
-    EXPECT_EQ(parse(row.args, &o, &error), ParseStatus::kError);
-    EXPECT_NE(error.find(row.reasonPart), std::string::npos) << error;
-  }
-}
 
 TEST(EvalCells, FormerFailuresStayFixed) {
   struct Row {
@@ -51,60 +22,60 @@ TEST(EvalCells, FormerFailuresStayFixed) {
       // must be fitted, or it leaks into the cancelled 120 Hz column and
       // vetoes the switch pair after pair.
       {"short readout, distorted ripple",
-       {"fluorescent", 0.5, "50", "long", 25, "normal", "still", "natural", "1920x1080", 60, 4},
+       {"fluorescent", 0.5, "50", "long", 25, "normal", "still", "natural", "1920x1080@12.5us", 60, 4},
        2},
       // Right from the switch on, then a pan: the harmonic column must not
       // lend motion the coherence of a ripple and switch back and forth.
       {"pan after the lock",
-       {"fluorescent", 1, "60", "long", 60, "normal", "pan", "natural", "4000x3000", 50, 81},
+       {"fluorescent", 1, "60", "long", 60, "normal", "pan", "natural", "4000x3000@10us", 50, 81},
        2},
       // Hand shake on a textured scene over a short readout, 100 Hz cancelled:
       // the shake enters the difference alike at both frequencies, and must
       // not win the vote through 120 Hz's lower visibility at 35 ms.
       {"shake, cancelled probe",
-       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "natural", "1920x1080", 50,
+       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "natural", "1920x1080@12.5us", 50,
         442},
        -1},
       // Hand shake over a short readout with a 1 % ripple: the shake's
       // vertical part is removed from the difference as one shift, so the
       // lock comes with the second moving pair (it took five).
       {"shake, small ripple",
-       {"incandescent", 1, "50", "long", 29.97, "normal", "handheld", "natural", "1920x1080", 60,
+       {"incandescent", 1, "50", "long", 29.97, "normal", "handheld", "natural", "1920x1080@12.5us", 60,
         54},
        2},
       // A grating near the 100 Hz band period, shaken: never a switch.
       {"shaken grating",
-       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "grating", "1920x1080", 50,
+       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "grating", "1920x1080@12.5us", 50,
         245},
        -1},
       // A 1.25 % ripple under a pan, 100 Hz cancelled: no single pair reaches
       // the vote level, but pair after pair 120 Hz beats the probe column, and
       // the slow path switches (it never locked).
       {"pan, small ripple, cancelled probe",
-       {"incandescent", 1, "60", "long", 24, "normal", "pan", "natural", "4000x3000", 50, 121},
+       {"incandescent", 1, "60", "long", 24, "normal", "pan", "natural", "4000x3000@10us", 50, 121},
        8},
       // A panned grating in state 60: its texture near 100 Hz beats the
       // 120 Hz probe pair after pair; the slow path must not switch on it.
       {"panned grating, state 60",
-       {"daylight", 1, "none", "long", 25, "dim", "pan", "grating", "1920x1080", 60, 268},
+       {"daylight", 1, "none", "long", 25, "dim", "pan", "grating", "1920x1080@12.5us", 60, 268},
        -1},
       // A held 60 Hz scene under a pan, 120 Hz cancelled: the pan lifts the
       // 100 Hz column above the probe pair after pair (motion shows more at
       // the longer band period); it must not leave the right state. Seed of
       // a set the algorithm was not tuned on.
       {"pan in the right state, 120 Hz probe",
-       {"incandescent", 1, "60", "long", 29.97, "dim", "pan", "natural", "1920x1080", 60, 10126},
+       {"incandescent", 1, "60", "long", 29.97, "dim", "pan", "natural", "1920x1080@12.5us", 60, 10126},
        -1},
       // A pan without flicker whose 120 Hz column beats the probe in runs of
       // pairs (consecutive pairs see similar texture): never a switch.
       {"pan without flicker",
-       {"daylight", 1, "none", "long", 25, "normal", "pan", "natural", "4000x3000", 50, 195},
+       {"daylight", 1, "none", "long", 25, "normal", "pan", "natural", "4000x3000@10us", 50, 195},
        -1},
   };
   flicker_host::setLogsQuiet(true);
   FlickerExtPara tuning{};
   std::string error;
-  ASSERT_TRUE(applyTuning("open", {}, &tuning, &error)) << error;
+  ASSERT_TRUE(flicker_loop::TuningChoice::apply("open", &tuning, &error)) << error;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.why);
     const CellOutcome o = evaluate(row.cell, 4.0);

@@ -1,5 +1,6 @@
 // The host log sinks (logcat-style lines, quiet mode, the unified-logger
-// file, the framework's helper functions) and the trace markers.
+// file, the framework's helper functions) and the trace markers as tracefs
+// receives them.
 #include "host_log.h"
 
 #include <gtest/gtest.h>
@@ -32,7 +33,7 @@ class HostLogTest : public host_test::HostTest {
     flicker_host::setLogsQuiet(false);
     flicker_host::setUnifiedLogFile("");
     flicker_host::clearProperty("debug.atrace.tags.enableflags");
-    flicker_host::setTraceMarkerFile("");
+    flicker_host::setTraceFile("");
     HostTest::TearDown();
   }
 
@@ -99,7 +100,7 @@ TEST_F(HostLogTest, TraceTagsFromTheirPropertyAndMarkersAsWholeStandardLines) {
   EXPECT_EQ(atrace_get_enabled_tags(), 0u);
 
   const std::string markerFile = dir_.file("trace_marker");
-  ASSERT_TRUE(flicker_host::setTraceMarkerFile(markerFile));
+  ASSERT_TRUE(flicker_host::setTraceFile(markerFile, flicker_host::TraceFileFormat::kMarkers));
   atrace_begin_body("FLK algo");
   atrace_end_body();
   atrace_begin_body(nullptr);                         // a null name is an empty one
@@ -107,7 +108,7 @@ TEST_F(HostLogTest, TraceTagsFromTheirPropertyAndMarkersAsWholeStandardLines) {
   EXPECT_EQ(host_test::readFile(markerFile), "B|" + pid_ + "|FLK algo\nE|" + pid_ + "\nB|" + pid_ +
                                                  "|\nB|" + pid_ + "|" +
                                                  std::string(1019 - pid_.size(), 'x') + "\n");
-  EXPECT_FALSE(flicker_host::setTraceMarkerFile(dir_.file("no/such/folder/marker")));
+  EXPECT_FALSE(flicker_host::setTraceFile(dir_.file("no/such/folder/marker")));
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 // The rolling-shutter sensor: a line time that matches the manager's from the
 // same records, bands where the physics puts them, exposures of whole
-// periods that cancel their ripple, frame timing that moves a still ripple,
-// an exposure control that behaves like one, and reproducible presets that a
-// runner can hand the manager as they are.
+// periods that cancel their ripple, frame timing that moves a still ripple
+// unless the frame rate is fixed, scenes that drift by whole lines per frame,
+// screens that band with their own backlight, an exposure control that
+// behaves like one, and reproducible presets that a runner can hand the
+// manager as they are.
 #include "sim_sensor.h"
 
 #include <gtest/gtest.h>
@@ -173,6 +175,124 @@ TEST(SimSensorTest, FrameRateControlMovesAStillRipple) {
   EXPECT_NEAR(phaseStep(), 0.0, 0.02);
 }
 
+struct TimingCase {
+  double fps;
+  bool fixed;  // fixed-rate video: never stretched
+};
+
+class FrameTimingTest : public ::testing::TestWithParam<TimingCase> {};
+
+// The manager asks for frame-rate control on every frame. Free timing
+// stretches detection frames off every rate of the table (each freezes one
+// ripple); fixed-rate video keeps every frame at 1 / fps. Either way the
+// exposure stays on whole periods of the reported state.
+TEST_P(FrameTimingTest, FixedRateNeverStretchesFrames) {
+  const TimingCase& c = GetParam();
+  SimSensorParams params = flatWallSensor(0.0);
+  params.ae.fixedExposureS = 0.0;  // automatic
+  params.framesPerSecond = c.fps;
+  params.fixedFrameRate = c.fixed;
+  params.geometry.pixelsInLine = 2400;  // 15 ms readout: fits 60 fps
+  SimSensor sensor(params, lightOf({makeLightComponent(SimLightType::kIncandescent, 50.0, 3e5)}),
+                   3);
+  double longest = 0;
+  double previousSof = 0;
+  for (int i = 0; i < 40; ++i) {
+    sensor.applyResult(2, 1);
+    const SimFrame frame = sensor.nextFrame();
+    if (i >= 10) {
+      longest = std::max(longest, frame.sofS - previousSof);
+      const double periods = frame.exposureS * 120.0;
+      EXPECT_NEAR(periods, std::round(periods), 120.0 * frame.lineTimeS) << i;
+      EXPECT_GE(periods, 0.999) << i;
+    }
+    previousSof = frame.sofS;
+  }
+  if (c.fixed) {
+    EXPECT_NEAR(longest, 1.0 / c.fps, 1e-9);
+  } else {
+    EXPECT_GT(longest, 1.0 / c.fps + 50e-6);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, FrameTimingTest,
+                         ::testing::Values(TimingCase{24, true}, TimingCase{25, true},
+                                           TimingCase{29.97, true}, TimingCase{30, true},
+                                           TimingCase{60, true}, TimingCase{25, false},
+                                           TimingCase{30, false}, TimingCase{60, false}));
+
+struct DriftCase {
+  double linesPerFrame;
+  int frameHeight;
+  uint32_t pixelsInLine;
+};
+
+class VerticalDriftTest : public ::testing::TestWithParam<DriftCase> {};
+
+// A piecewise scene drifting by N lines per frame: the next frame's line
+// profile is this one's moved by N lines, at any line time.
+TEST_P(VerticalDriftTest, NextFrameIsThisOneMovedByTheDrift) {
+  const DriftCase& c = GetParam();
+  SimSensorParams params = flatWallSensor(2e-3);
+  params.scene.texture = SimTexture::kPiecewise;
+  params.fixedFrameRate = true;
+  params.geometry.frameHeight = c.frameHeight;
+  params.geometry.tgHeight = c.frameHeight;
+  params.geometry.pixelsInLine = c.pixelsInLine;
+  params.verticalLinesPerFrame = c.linesPerFrame;
+  SimSensor sensor(params, lightOf({makeLightComponent(SimLightType::kDaylight, 0.0, 4e6)}), 9);
+  const std::vector<double> a = lineProfile(sensor.nextFrame());
+  const std::vector<double> b = lineProfile(sensor.nextFrame());
+  // The shift that best aligns b[k] with a[k - s].
+  int best = 0;
+  double bestCost = 1e300;
+  for (int s = -6; s <= 6; ++s) {
+    double cost = 0;
+    for (size_t k = 8; k + 8 < a.size(); ++k) cost += std::pow(b[k] - a[k - s], 2);
+    if (cost < bestCost) {
+      bestCost = cost;
+      best = s;
+    }
+  }
+  // Image content moves up the frame as the scene drifts down its rows.
+  EXPECT_EQ(-best, static_cast<int>(std::lround(c.linesPerFrame)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, VerticalDriftTest,
+                         ::testing::Values(
+                             // Still, and 1..3 lines at 10 us (1920 x 1080 at 30 fps).
+                             DriftCase{0, 1080, 4800}, DriftCase{1, 1080, 4800},
+                             DriftCase{2, 1080, 4800}, DriftCase{3, 1080, 4800},
+                             // A long line time (64 us, 480 lines) and the other way.
+                             DriftCase{2, 480, 30720}, DriftCase{-2, 1080, 4800}));
+
+// A screen whose backlight pulses at 437 Hz bands the windows it covers with
+// that frequency; the windows beside it stay flat under steady daylight.
+TEST(SimSensorTest, ScreenBandsWithItsBacklightOnly) {
+  SimSensorParams params = flatWallSensor(0.5e-3);
+  SimMovingObject screen;
+  screen.x = 0.0;
+  screen.y = 0.0;
+  screen.width = 1.0 / 6.0;  // the leftmost window column
+  screen.height = 1.0;
+  screen.reflectance = 0.04;
+  screen.emissive = true;
+  screen.radiance = 6e5;
+  params.scene.objects = {screen};
+  params.scene.emission = {437.0, 0.5};
+  SimSensor sensor(params, lightOf({makeLightComponent(SimLightType::kDaylight, 0.0, 3e5)}), 5);
+  const SimFrame frame = sensor.nextFrame();
+  auto column = [&frame](int window) {
+    std::vector<double> y(frame.stats.size() / 6);
+    for (size_t k = 0; k < y.size(); ++k) y[k] = static_cast<double>(frame.stats[6 * k + window]);
+    return y;
+  };
+  const double nu = 437.0 * frame.lineTimeS;
+  EXPECT_TRUE(bandsAt(column(0), nu));
+  EXPECT_GT(fitTones(column(0), {nu}).amplitude[0], 0.3);
+  EXPECT_LT(fitTones(column(3), {nu}).amplitude[0], 0.01);
+}
+
 struct AeCase {
   const char* preset;
   int flickerState;
@@ -217,6 +337,31 @@ INSTANTIATE_TEST_SUITE_P(Table, AutoExposureTest,
                              AeCase{"home-60hz", 2, 1.0 / 120.0},
                              // Floodlight: far less than one period is needed.
                              AeCase{"bright-short-exposure", 1, 0.0}));
+
+// Too dark for the target even at the longest exposure and highest gain (a
+// dim room at 60 fps, a dark room before a lamp is switched on): the control
+// is pinned at its limit and counts as settled, so detection runs, as on a
+// real camera that has nothing left to adjust.
+TEST(SimSensorTest, ExposurePinnedAtItsLimitIsSettled) {
+  for (const double level : {0.0, 2e4}) {
+    SimSensorParams params = flatWallSensor(0.0);
+    params.ae.fixedExposureS = 0.0;
+    params.framesPerSecond = 60.0;
+    params.geometry.pixelsInLine = 2400;
+    SimSensor sensor(params,
+                     lightOf({makeLightComponent(SimLightType::kIncandescent, 50.0, level)}), 2);
+    SimFrame frame;
+    for (int i = 0; i < 30; ++i) {
+      sensor.applyResult(1, 0);
+      sensor.nextFrame(&frame);
+    }
+    EXPECT_LT(frame.meanLevel, 0.5 * params.ae.targetLevel) << level;
+    EXPECT_DOUBLE_EQ(frame.gain, params.ae.maxGain) << level;
+    EXPECT_NEAR(frame.exposureS, 0.01, frame.lineTimeS) << "one 10 ms period fits 1/60 s";
+    EXPECT_TRUE(frame.aeConverged) << level;
+    EXPECT_EQ(frame.doFlkDetection, 1) << level;
+  }
+}
 
 // Detection is held off until the exposure settles; then the scenario's
 // overrides reach the frame fields, and a pixel-mode switch narrows the

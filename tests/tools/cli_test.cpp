@@ -2,8 +2,14 @@
 // give status 2 and one line naming the problem; the outputs of a run have
 // their documented shapes.
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 
+#include <map>
+
+#include "host_properties.h"
+#include "host_trace.h"
 #include "tools_test_util.h"
+#include "trace_events.h"
 
 namespace {
 
@@ -55,8 +61,32 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{{"run", "office-70hz"}, nullptr, "unknown scenario 'office-70hz'"},
         // Mutually exclusive output formats and grid sizes.
         UsageCase{{"run", "--csv", "--json"}, nullptr, "exclude each other"},
+        UsageCase{{"replay", "/tmp", "--csv", "--json"}, nullptr, "exclude each other"},
+        // The evaluation (also under its former name sweep): grid sizes, a
+        // list with an unknown dimension, filters, numbers out of range, a
+        // trace that several workers would write, a comparison of soaks,
+        // tunings refused before any cell runs, and a stray argument.
         UsageCase{{"sweep", "--quick", "--full"}, nullptr, "exclude each other"},
-        UsageCase{{"sweep", "--by", "colour"}, nullptr, "for --by"},
+        UsageCase{{"eval", "--by", "fps,colour"}, nullptr, "bad value 'colour' for --by"},
+        UsageCase{{"eval", "--only", "colour=red"}, nullptr, "bad value 'colour=red' for --only"},
+        UsageCase{{"eval", "--only", "mains"}, nullptr, "for --only: expected DIM=VALUE"},
+        UsageCase{{"eval", "--only", "mains=70"}, nullptr, "no cell of the default grid"},
+        UsageCase{{"eval", "--soak-hours", "1", "--only", "mains=50"}, nullptr, "no scene without"},
+        UsageCase{{"eval", "--seconds", "0"}, nullptr, "bad value '0' for --seconds"},
+        UsageCase{{"eval", "--seed-base", "-1"}, nullptr, "bad value '-1' for --seed-base"},
+        UsageCase{{"eval", "--soak-hours", "0"}, nullptr, "bad value '0' for --soak-hours"},
+        UsageCase{{"eval", "--jobs", "0"}, nullptr, "bad value '0' for --jobs: expected 1..256"},
+        UsageCase{{"eval", "--jobs", "two"}, nullptr, "bad value 'two' for --jobs"},
+        UsageCase{{"eval", "--timing-runs", "-5"}, nullptr, "bad value '-5' for --timing-runs"},
+        UsageCase{{"eval", "--trace", "t.json", "--jobs", "2"}, nullptr, "--trace needs the cells"},
+        UsageCase{{"eval", "--soak-hours", "1", "--compare"}, nullptr, "exclude each other"},
+        UsageCase{{"eval", "--quick", "--set", "35=1"}, nullptr, "unknown tuning field '35'"},
+        UsageCase{{"eval", "--baseline-set", "hold=1"}, nullptr, "baseline: unknown tuning"},
+        UsageCase{{"eval", "--baseline-tuning", "no.bin"}, nullptr, "for --baseline-tuning"},
+        UsageCase{{"eval", "--jobs"}, nullptr, "--jobs needs a value"},
+        UsageCase{{"eval", "--json=1"}, nullptr, "takes no value"},
+        UsageCase{{"eval", "--bogus"}, nullptr, "unknown option --bogus"},
+        UsageCase{{"eval", "quick"}, nullptr, "takes no arguments, got 'quick'"},
         // Replay without its folder; a negative frame interval.
         UsageCase{{"replay"}, nullptr, "exactly one dump folder"},
         UsageCase{{"replay", "/tmp", "--frame-interval-us", "-5"}, nullptr, "--frame-interval-us"},
@@ -65,7 +95,47 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{{"run"}, "# a scene\nfps = 25\nmains = 55\n", ":3: bad value '55' for mains"},
         UsageCase{{"run"}, "fps 30\n", ":1: expected 'key = value'"},
         UsageCase{{"run"}, "# x\ncolour = red\n", ":2: unknown key 'colour'"},
-        UsageCase{{"run"}, "light = candle\n", ":1: bad value 'candle' for light"}));
+        UsageCase{{"run"}, "light = candle\n", ":1: bad value 'candle' for light"},
+        // A tuning that is neither open, host nor a file; an image too short
+        // to be one; settings without '=' or of no field; a stray argument.
+        UsageCase{
+            {"run", "--tuning", "nosuch.bin"}, nullptr, "bad value 'nosuch.bin' for --tuning"},
+        UsageCase{{"run", "--tuning"}, "short", " is shorter than 23520 bytes"},
+        UsageCase{{"replay", "/tmp", "--set", "hold_off"}, nullptr, "expected NAME=VALUE"},
+        UsageCase{{"tuning", "--set", "nope=1"}, nullptr, "unknown tuning field 'nope'"},
+        UsageCase{{"tuning", "extra"}, nullptr, "takes no arguments"}));
+
+// --keys lists every key once, with the default of the scenario given and
+// of the options before it.
+TEST(CliTest, KeysShowTheScenariosDefaults) {
+  struct Row {
+    std::vector<std::string> args;
+    const char* key;
+    const char* value;
+  } rows[] = {
+      {{"run", "--keys"}, "scenario", "office-50hz"},
+      {{"run", "home-60hz", "--keys"}, "mains", "60"},
+      {{"run", "home-60hz", "--fps", "25", "--keys"}, "fps", "25"},
+      {{"run", "light-switch", "--keys"}, "switch_at", "4"},
+      {{"run", "--keys"}, "switch_at", "none"},
+  };
+  for (const Row& row : rows) {
+    const tools_test::CommandOutput r = runFlickerSim(row.args);
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::istringstream lines(r.out);
+    std::string line;
+    std::map<std::string, std::string> defaults;
+    for (std::getline(lines, line), std::getline(lines, line); std::getline(lines, line);) {
+      std::istringstream fields(line);
+      std::string key, value;
+      fields >> key >> value;
+      EXPECT_EQ(defaults.count(key), 0u) << "listed twice: " << key;
+      defaults[key] = value;
+    }
+    EXPECT_EQ(defaults.size(), flicker_loop::ScenarioBuilder::keys().size());
+    EXPECT_EQ(defaults[row.key], row.value) << r.out;
+  }
+}
 
 // The CSV has its fixed header and one well-formed row per analysed pair;
 // JSON and text give the lock; the plot is an SVG with the last pair drawn.
@@ -108,11 +178,65 @@ TEST(CliTest, RunOutputs) {
   std::stringstream picture;
   picture << std::ifstream(dir.path() + "/run.svg").rdbuf();
   EXPECT_EQ(picture.str().rfind("<svg", 0), 0u);
-  EXPECT_NE(picture.str().find("100 Hz fit"), std::string::npos) << "the last pair is drawn";
+  // The profile drawn is the pair that switched, named and marked; counts
+  // agree with their nouns.
+  EXPECT_NE(picture.str().find("The pair that switched to 50 Hz (frame"), std::string::npos);
+  EXPECT_NE(picture.str().find("100 Hz fit"), std::string::npos);
+  const std::string svg = picture.str();
+  size_t marks = 0;
+  for (size_t at = svg.find("deciding pair: switch"); at != std::string::npos;
+       at = svg.find("deciding pair: switch", at + 1))
+    ++marks;
+  EXPECT_EQ(marks, 2u) << "marked on the state and the score panels";
+  EXPECT_NE(picture.str().find("1 switch,"), std::string::npos);
 
   const tools_test::CommandOutput unwritable = run({"--plot", "/nonexistent-folder/x.svg"});
   EXPECT_EQ(unwritable.status, 1);
   EXPECT_NE(unwritable.err.find("cannot write the plot"), std::string::npos) << unwritable.err;
+}
+
+// --trace writes a trace a viewer opens: per frame on the 3A thread the
+// manager's part of the frame with the statistics intake and the post, on
+// the worker each wake-up with the detection in it.
+TEST(CliTest, TraceShowsEachFrameAndEachAnalysis) {
+  tools_test::TempDir dir;
+  const std::string file = dir.path() + "/trace.json";
+  std::vector<std::string> args = {"run", "office-50hz", "--frames", "12", "--start_state",
+                                   "60",  "--csv",       "--trace",  file};
+  for (const auto& kv : tools_test::smallGeometry())
+    args.insert(args.end(), {"--" + kv.first, kv.second});
+  char before[16] = {};
+  prctl(PR_GET_NAME, before, 0, 0, 0);
+  const tools_test::CommandOutput r = runFlickerSim(args);
+  flicker_host::setTraceFile("");  // closes the file, as the program's exit does
+  flicker_host::clearProperty("debug.atrace.tags.enableflags");
+  ASSERT_EQ(r.status, 0) << r.err;
+  char after[16] = {};
+  prctl(PR_GET_NAME, after, 0, 0, 0);
+  EXPECT_STREQ(after, before) << "the caller's thread gets its name back";
+  const size_t pairs = static_cast<size_t>(std::count(r.out.begin(), r.out.end(), '\n')) - 1;
+
+  std::stringstream text;
+  text << std::ifstream(file).rdbuf();
+  const trace_test::TraceFile trace = trace_test::readTraceEvents(text.str());
+  ASSERT_EQ(trace.error, "");
+  std::map<std::string, std::vector<trace_test::Slice>> byThread;  // "thread/slice" -> slices
+  for (const trace_test::Slice& s : trace.slices) {
+    const std::string name = s.name.rfind("frame ", 0) == 0 ? "frame" : s.name;
+    byThread[trace.threads.at(s.tid) + "/" + name + "/" + std::to_string(s.depth)].push_back(s);
+  }
+  EXPECT_EQ(byThread["3A thread/frame/0"].size(), 12u);
+  // Statistics are taken inside a frame, at least for every pair analysed.
+  EXPECT_GE(byThread["3A thread/parseFLK/1"].size(), pairs);
+  EXPECT_LE(byThread["3A thread/parseFLK/1"].size(), 12u);
+  EXPECT_EQ(byThread["3A thread/post/1"].size(), pairs) << "one post per analysed pair";
+  EXPECT_EQ(byThread["FlickerMgrThd/FLK algo/1"].size(), pairs) << "a detection per wake-up";
+  EXPECT_GE(byThread["FlickerMgrThd/wake-up/0"].size(), pairs);
+  // Each detection starts after the post that asked for it.
+  const auto& posts = byThread["3A thread/post/1"];
+  const auto& detections = byThread["FlickerMgrThd/FLK algo/1"];
+  for (size_t i = 0; i < std::min(posts.size(), detections.size()); ++i)
+    EXPECT_GE(detections[i].beginUs, posts[i].beginUs) << i;
 }
 
 }  // namespace

@@ -37,6 +37,18 @@ TEST_P(LockTest, EndsInTheLightsStateWithinBudget) {
   EXPECT_LE(s.switches, c.maxSwitches);
   EXPECT_TRUE(s.right);
   EXPECT_GT(s.pairs, 30) << "the worker analysed pairs throughout the run";
+  // The deciding pair is the one the state switched after, or, without a
+  // switch, one that did not switch.
+  const flicker_loop::PairStats& deciding = result.decidingPair;
+  ASSERT_TRUE(deciding.valid);
+  EXPECT_EQ(deciding.row.switched, s.switches > 0);
+  if (s.switches > 0) {
+    EXPECT_EQ(std::make_pair(deciding.row.frame, deciding.row.stateHz),
+              std::make_pair(s.lockFrame, s.lockedHz));
+  }
+  EXPECT_EQ(std::count_if(result.pairs.begin(), result.pairs.end(),
+                          [](const flicker_loop::PairRow& p) { return p.switched; }),
+            s.switches);
   // Every posted pair was analysed within the frame that posted it.
   EXPECT_EQ(std::count_if(result.frames.begin(), result.frames.end(),
                           [](const flicker_loop::FrameRow& f) { return f.analysed; }),

@@ -7,10 +7,12 @@
 #include <cstring>
 #include <tuple>
 
+#include <nlohmann/json.hpp>
 #include "dump_replayer.h"
 #include "flicker_dump_reader.h"
 #include "host_data_path.h"
 #include "host_properties.h"
+
 #include "tools_test_util.h"
 
 namespace {
@@ -84,6 +86,29 @@ TEST_F(ReplayTest, DumpsOfALiveRunReplayToItsVerdictsAndItsCsv) {
   for (; std::getline(lines, line); ++rows)
     EXPECT_EQ(line.rfind(std::to_string(rows) + ",", 0), 0u);
   EXPECT_EQ(rows, live.pairs.size());
+
+  // JSON: every step with its profile; the deciding step is the 50 Hz
+  // verdict against the recorded 60 Hz, and its pair shows the 100 Hz band.
+  const std::string picture = root_.path() + "/replay.svg";
+  const tools_test::CommandOutput json =
+      tools_test::runFlickerSim({"replay", dumpDir(), "--json", "--plot", picture});
+  ASSERT_EQ(json.status, 0) << json.err;
+  const nlohmann::json doc = nlohmann::json::parse(json.out);
+  ASSERT_EQ(doc.at("steps").size(), live.pairs.size());
+  const size_t deciding = doc.at("deciding_step").get<size_t>();
+  const nlohmann::json& step = doc["steps"][deciding];
+  EXPECT_EQ(step.at("verdict_hz"), 50);
+  EXPECT_EQ(step.at("applied_hz"), 60);
+  const nlohmann::json& profile = step.at("profile");
+  const size_t points = profile.at("time_ms").size();
+  EXPECT_GT(points, 10u);
+  for (const char* series : {"ratio", "band100", "band120"})
+    EXPECT_EQ(profile.at(series).size(), points) << series;
+  EXPECT_GT(profile.at("amplitude100").get<double>(), 5 * profile.at("amplitude120").get<double>());
+  std::stringstream svg;
+  svg << std::ifstream(picture).rdbuf();
+  EXPECT_NE(svg.str().find("verdict 50 Hz against the recorded 60 Hz: fitted 100 Hz band"),
+            std::string::npos);
 }
 
 TEST_F(ReplayTest, FoldersAreTakenInNumericOrder) {

@@ -14,8 +14,10 @@
 #include "closed_loop_runner.h"
 #include "flicker_sim_cli.h"
 #include "host_log.h"
+#include "host_nvram.h"
 #include "scenario_builder.h"
 #include "tuning_choice.h"
+#include "tuning_fields.h"
 
 namespace tools_test {
 
@@ -91,6 +93,24 @@ inline CommandOutput runFlickerSim(const std::vector<std::string>& args) {
   std::ostringstream err;
   const int status = flicker_cli::flickerSimMain(args, flicker_cli::CliIo{out, err, false});
   return {status, out.str(), err.str()};
+}
+
+// Every record the host NVRAM layer hands the manager, as the manager asks.
+inline std::vector<FLICKER_CUST_PARA> loadedRecords() {
+  std::vector<FLICKER_CUST_PARA> storage(static_cast<size_t>(kFlickerScenarioRows) *
+                                         kFlickerBinRatios);
+  std::vector<FLICKER_CUST_PARA*> rows;
+  for (int row = 0; row < kFlickerScenarioRows; ++row)
+    rows.push_back(&storage[static_cast<size_t>(row) * kFlickerBinRatios]);
+  FLICKER_CUST_PARA** base = rows.data();
+  EXPECT_EQ(nvGetFlickerParaAll(0, 1, kFlickerScenarioRows, kFlickerBinRatios, &base), 0);
+  return storage;
+}
+
+inline int64_t fieldOf(const FLICKER_CUST_PARA& record, const std::string& name) {
+  const flicker_loop::TuningField* field = flicker_loop::TuningFields::find(name);
+  EXPECT_NE(field, nullptr) << name;
+  return field == nullptr ? 0 : flicker_loop::TuningFields::get(record, *field);
 }
 
 inline void writeFile(const std::string& path, const std::string& bytes) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "closed_loop_runner.h"
+#include "observability.h"
 
 namespace flicker_eval {
 
@@ -12,17 +13,8 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-double sincAbs(double x) {
-  return std::fabs(x) < 1e-9 ? 1.0 : std::fabs(std::sin(kPi * x) / (kPi * x));
-}
-
-double median(std::vector<double> v) {
-  if (v.empty()) {
-    return 0;
-  }
-  std::sort(v.begin(), v.end());
-  const size_t n = v.size();
-  return n % 2 == 1 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
+double periodOf(int stateHz) {
+  return stateHz == 60 ? 1.0 / 120.0 : 0.01;
 }
 
 bool moves(const flicker_loop::PairRow& pair, int mainsHz) {
@@ -43,12 +35,10 @@ void countPairs(const flicker_loop::LoopResult& r, double fromMs, double toMs, i
   }
 }
 
-}  // namespace
-
-double rippleDepth(const flicker_sim::SimScenario& scenario, int mainsHz, double t) {
+const flicker_sim::SimLightSegment* segmentAt(const flicker_sim::SimScenario& scenario, double t) {
   const std::vector<flicker_sim::SimLightSegment>& segments = scenario.light.segments;
-  if (segments.empty() || mainsHz == 0) {
-    return 0;
+  if (segments.empty()) {
+    return nullptr;
   }
   size_t at = 0;
   for (size_t i = 1; i < segments.size(); ++i) {
@@ -56,9 +46,49 @@ double rippleDepth(const flicker_sim::SimScenario& scenario, int mainsHz, double
       at = i;
     }
   }
+  return &segments[at];
+}
+
+// The exposure a state would use for the final one's: below one period of
+// the final state the exposure is short and the same in either state;
+// otherwise whole periods of the state, as many as come nearest.
+double stateExposure(double finalS, int finalHz, int stateHz) {
+  if (finalS < 0.999 * periodOf(finalHz)) {
+    return finalS;
+  }
+  const double period = periodOf(stateHz);
+  return std::max(1.0, std::round(finalS / period)) * period;
+}
+
+// What physics lets pair `p` show of the lamp on `truthHz` mains.
+PairPhysics physicsOf(const flicker_sim::SimScenario& scenario, const flicker_loop::PairRow& p,
+                      int truthHz, double startS) {
+  const flicker_sim::SimSensorParams& sensor = scenario.sensors.front();
+  const flicker_sim::SimGeometry& g = sensor.geometry;
+  const flicker_sim::SimPixelParams& pixel = sensor.pixel;
+  PairPhysics physics;
+  physics.rippleHz = 2.0 * truthHz;
+  physics.otherHz = truthHz == 50 ? 120.0 : 100.0;
+  physics.depth = rippleDepth(scenario, truthHz, startS + p.timeMs * 1e-3);
+  physics.exposureS = p.exposureUs * 1e-6;
+  physics.intervalS = static_cast<double>(p.intervalNs) * 1e-9;
+  physics.readoutS = g.statLines() * g.lineTimeSeconds();
+  physics.entries = 6 * g.statLines();
+  const double electrons = p.meanLevel * pixel.fullWellE / std::max(1e-9, p.gain);
+  physics.entryNoise = entryNoise(electrons, p.gain, g.windowWidth(), pixel);
+  return physics;
+}
+
+}  // namespace
+
+double rippleDepth(const flicker_sim::SimScenario& scenario, int mainsHz, double t) {
+  const flicker_sim::SimLightSegment* segment = segmentAt(scenario, t);
+  if (segment == nullptr || mainsHz == 0) {
+    return 0;
+  }
   double total = 0;
   double ripple = 0;
-  for (const flicker_sim::SimLightComponent& c : segments[at].components) {
+  for (const flicker_sim::SimLightComponent& c : segment->components) {
     total += c.level;
     if (std::lround(c.mainsHz) != mainsHz) {
       continue;
@@ -82,48 +112,49 @@ CellOutcome assess(const EvalCell& cell, const flicker_sim::SimScenario& scenari
   o.durationMs = s.durationMs;
   o.pairs = s.pairs;
   o.right = s.right;
-  const int truth = s.expectedHz;
-  if (!o.ok || truth == 0 || cell.mains == "mixed" || result.frames.empty()) {
+  if (!o.ok || result.frames.empty() || scenario.sensors.empty()) {
     return o;
   }
-  const double startS =
-      scenario.sensors.empty() ? firstFrameTimeS() : scenario.sensors.front().startTimeS;
+  const double startS = scenario.sensors.front().startTimeS;
+  const flicker_sim::SimGeometry& g = scenario.sensors.front().geometry;
+  o.readoutS = g.statLines() * g.lineTimeSeconds();
+  const double endS = startS + s.durationMs * 1e-3;
+  if (cell.isMixed()) {
+    const flicker_sim::SimLightSegment* light = segmentAt(scenario, endS);
+    const double exposure = result.frames.back().exposureUs * 1e-6;
+    const int other = s.lockedHz == 50 ? 60 : 50;
+    o.residualFinal = residualBanding(*light, stateExposure(exposure, s.lockedHz, s.lockedHz));
+    o.residualOther = residualBanding(*light, stateExposure(exposure, s.lockedHz, other));
+    return o;
+  }
+  const int truth = s.expectedHz;
+  if (truth == 0) {
+    return o;
+  }
+  o.ripple = rippleDepth(scenario, truth, endS);
+  o.weak = o.ripple <= kWeakRipple;
   const double fromMs = s.changeMs >= 0 ? s.changeMs : 0.0;
   // The state in effect when the final light began: the start state, or the
-  // state left by the last analysis before the switch.
+  // state left by the last analysis before the change.
   int stateThen = cell.startHz;
   for (const flicker_loop::PairRow& p : result.pairs) {
     if (p.timeMs < fromMs) {
       stateThen = p.stateHz;
     }
   }
-  if (!scenario.sensors.empty()) {
-    const flicker_sim::SimGeometry& g = scenario.sensors.front().geometry;
-    o.readoutS = g.statLines() * g.lineTimeSeconds();
-  }
-  const bool bandVisible = o.readoutS * 2.0 * truth >= 1.0;
   o.held = stateThen == truth;
-  if (o.held) {
-    o.counted = true;
-  } else {
-    // The wrong-state pairs of the final light: what they could have seen.
-    std::vector<double> visible;
-    bool anyMoving = false;
-    int state = stateThen;
-    for (const flicker_loop::PairRow& p : result.pairs) {
-      if (p.timeMs >= fromMs && state != truth) {
-        const double t = startS + p.timeMs * 1e-3;
-        const double gain = sincAbs(2.0 * truth * p.exposureUs * 1e-6);
-        visible.push_back(rippleDepth(scenario, truth, t) * gain);
-        anyMoving = anyMoving || moves(p, truth);
-      }
-      if (p.timeMs >= fromMs) {
-        state = p.stateHz;
-      }
+  // The wrong-state pairs of the final light: what they could have shown.
+  int state = stateThen;
+  for (const flicker_loop::PairRow& p : result.pairs) {
+    if (p.timeMs >= fromMs && state != truth &&
+        pairSight(physicsOf(scenario, p, truth, startS)) != PairSight::kHidden) {
+      ++o.showingPairs;
     }
-    o.ripple = median(visible);
-    o.counted = o.ripple >= kObservableRipple && anyMoving && bandVisible;
+    if (p.timeMs >= fromMs) {
+      state = p.stateHz;
+    }
   }
+  o.counted = o.held || o.showingPairs > 0;
   if (!o.right || o.held) {
     return o;
   }
@@ -131,6 +162,11 @@ CellOutcome assess(const EvalCell& cell, const flicker_sim::SimScenario& scenari
     o.switchMs = s.lockAfterChangeMs;
     countPairs(result, s.changeMs, s.changeMs + s.lockAfterChangeMs, truth, &o.switchPairs,
                &o.switchMovingPairs);
+  } else if (cell.isOnset()) {
+    if (s.lockAfterChangeMs >= 0) {
+      o.onsetMs = s.lockAfterChangeMs;
+      o.onsetPairs = s.pairsAfterChange;
+    }
   } else {
     o.lockMs = s.lockMs;
     countPairs(result, -1.0, s.lockMs, truth, &o.lockPairs, &o.lockMovingPairs);
@@ -155,6 +191,19 @@ CellOutcome evaluate(const EvalCell& cell, double seconds) {
   options.keepLastPair = false;
   const flicker_loop::LoopResult result = flicker_loop::ClosedLoopRunner(scenario, options).run();
   return assess(cell, scenario, result);
+}
+
+std::vector<CellOutcome> evaluateAll(const std::vector<EvalCell>& cells, double seconds,
+                                     const std::function<void(int done, int total)>& progress) {
+  std::vector<CellOutcome> outcomes;
+  outcomes.reserve(cells.size());
+  for (const EvalCell& cell : cells) {
+    outcomes.push_back(evaluate(cell, seconds));
+    if (progress) {
+      progress(static_cast<int>(outcomes.size()), static_cast<int>(cells.size()));
+    }
+  }
+  return outcomes;
 }
 
 }  // namespace flicker_eval

@@ -1,24 +1,25 @@
-// CellOutcome: what one closed-loop run of an EvalCell came to, with the
-// bench's own reading of observability and of the lock times.
+// CellOutcome: what one closed-loop run of an EvalCell came to, read with
+// the grid's one definition of "observable" (observability.h).
 //
-// Observable: the flicker at the end of the run could be seen by a detector
-// in the state the manager was wrong in. From the moment the final light
-// holds (the start, or the light switch), either the state was already right
-// there (then holding it is what counts, and the cell always counts), or the
-// analysed pairs in the wrong state show the final ripple: the lamp's ripple
-// depth at twice the mains times the exposure's attenuation |sinc(f_r E)|
-// is at least kObservableRipple on the median pair, and at least one of the
-// pairs moved the ripple's phase (|sin(pi f_r dt)| of at least
-// kMovingVisibility). The statistics readout must also span at least one
-// period of that ripple: a shorter one (high frame rates) shows less than one
-// band, whose period cannot be measured. Mixed light has no single right
-// answer and is never observable; its state changes are counted as
-// oscillations instead.
+// A cell counts toward the accuracy when there is mains flicker at the end of
+// the run and either the state was already right when the final light began
+// (the start, a light switch or the lamp's onset: holding it against texture
+// and motion is then what counts), or at least one analysed pair in the
+// wrong state, under the final light, shows the lamp's ripple by physics
+// (pairSight is not kHidden). Mixed light has no single right answer and
+// never counts: its state changes are counted instead, and whether the run
+// settled on the state that leaves the weaker residual banding. The final
+// exposure stands for each state's: whole periods of that state as near its
+// length as there are (a short exposure, below a period, stays as it is).
 //
-// Plain values; evaluate() drives the process-wide manager.
+// evaluate() is a plain function of the cell (which carries its seed), the
+// run length and the tuning the process applied: the same arguments give the
+// same outcome. It drives the process-wide manager, one run at a time.
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "eval_cell.h"
 #include "loop_records.h"
@@ -26,40 +27,55 @@
 
 namespace flicker_eval {
 
-// Least ripple amplitude (relative line level) that counts as observable:
-// 2.5 times the detector's default amplitude floor, and over ten times the
-// shot noise of a statistics bin in the dimmest cell of the grid.
-constexpr double kObservableRipple = 0.01;
-// Least |sin(pi f_r dt)| for a pair to move the ripple's phase.
+// Least |sin(pi f dt)| for a pair to count as moving the ripple's phase in
+// the lock counts (the pairs a temporal detector could use).
 constexpr double kMovingVisibility = 0.3;
+// A lamp whose ripple at the end is at most this deep is a weak (2 %) lamp.
+constexpr double kWeakRipple = 0.025;
 
 struct CellOutcome {
   EvalCell cell;
   bool ok = false;
   std::string error;
   flicker_loop::RunSummary summary;
-  bool counted = false;  // enters the accuracy: flicker at the end, observable
+  bool counted = false;  // enters the accuracy: mains flicker at the end, observable
   bool held = false;     // the state was right where the final light began
-  double ripple = 0;     // median visible ripple in the wrong state (0 when held)
+  int showingPairs = 0;  // wrong-state pairs of the final light that show its ripple
+  double ripple = 0;     // depth of the final lamp's ripple at twice its mains
+  bool weak = false;     // ripple at most kWeakRipple
   double readoutS = 0;   // time the statistics lines span
   bool right = false;    // final state right (no switch at all without flicker)
   // Lock after start (cells starting in the wrong state of a steady light).
   int lockPairs = -1;        // analysed pairs up to and including the lock
   int lockMovingPairs = -1;  // of them, pairs that moved the true ripple's phase
   double lockMs = -1;
-  // Lock after a light switch.
+  // Lock after a light switch, and after the lamp's onset.
   int switchPairs = -1;
   int switchMovingPairs = -1;
   double switchMs = -1;
+  int onsetPairs = -1;
+  double onsetMs = -1;
+  // Mixed light: residual banding of the final state and of the other one.
+  double residualFinal = -1;
+  double residualOther = -1;
   int switches = 0;  // state changes during the run
   double durationMs = 0;
   int pairs = 0;
+
+  // The run started wrong under a steady lamp and could see it.
+  bool startsWrong() const { return ok && counted && !held && !cell.isSwitch() && !cell.isOnset(); }
+  bool onsetWrong() const { return ok && counted && !held && cell.isOnset(); }
+  bool settledWeaker() const { return residualFinal <= residualOther * (1 + 1e-9) + 1e-12; }
 };
 
 // Runs the cell closed-loop for `seconds` of simulated time.
 CellOutcome evaluate(const EvalCell& cell, double seconds);
+// Runs the cells one after another, in order; `progress` (may be empty) is
+// called after each with the cells done and their number.
+std::vector<CellOutcome> evaluateAll(const std::vector<EvalCell>& cells, double seconds,
+                                     const std::function<void(int done, int total)>& progress);
 
-// The bench's reading of a finished run (exposed for tests).
+// The grid's reading of a finished run (exposed for tests).
 CellOutcome assess(const EvalCell& cell, const flicker_sim::SimScenario& scenario,
                    const flicker_loop::LoopResult& result);
 

@@ -1,6 +1,7 @@
 // Cost of the detection step on one core: the open algorithm called through
 // flk_SendCmd as the adapter calls it, on simulated statistics of a
-// 4000 x 3000 sensor under 50 Hz fluorescent light.
+// 4000 x 3000 sensor under 50 Hz fluorescent light, and a plain copy of its
+// statistics block for scale.
 //
 // Runs after the grid (the algorithm is process-wide); initialises the
 // algorithm with the given tuning and releases it afterwards.

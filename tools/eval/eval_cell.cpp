@@ -1,8 +1,12 @@
 #include "eval_cell.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
 #include <set>
 #include <utility>
 
@@ -34,18 +38,37 @@ constexpr uint32_t kPixelClockHz = 480000000;
 // enough to look like bands in one frame.
 constexpr double kGratingToBand = 0.97;
 constexpr double kRipple50Hz = 100.0;
+// A screen's backlight pulses at a rate that is no low multiple of either
+// ripple, as many laptop and monitor backlights do.
+const char kScreenHz[] = "487";
+// Simulated seconds per run: the quick grid is for CI.
+constexpr double kQuickSeconds = 3.0;
+constexpr double kDefaultSeconds = 4.0;
 
 struct Geometry {
+  const char* name;
   int width;
   int height;
-  int lineLength;  // pixel clocks per line at the base frame rate
+  int lineLength;  // pixel clocks per line at 480 MHz, at the base frame rate
 };
 
-Geometry geometryOf(const std::string& name) {
-  if (name == "1920x1080") {
-    return {1920, 1080, 6000};  // 12.5 us per line, 13.5 ms readout
+// Statistics readouts (lines x line time) from half a 100 Hz period to three.
+const Geometry kGeometries[] = {
+    {"640x480@12us", 640, 480, 5760},        // 432 lines, 5.2 ms: half a period
+    {"640x480@64us", 640, 480, 30720},       // 27.6 ms
+    {"1920x1080@10us", 1920, 1080, 4800},    // 1032 lines, 10.3 ms: about one period
+    {"1920x1080@12.5us", 1920, 1080, 6000},  // 12.9 ms
+    {"4000x3000@10us", 4000, 3000, 4800},    // 2952 lines, 29.5 ms
+    {"8160x6144@5us", 8160, 6144, 2400},     // 5994 lines, 30 ms
+};
+
+const Geometry* geometryOf(const std::string& name) {
+  for (const Geometry& g : kGeometries) {
+    if (name == g.name) {
+      return &g;
+    }
   }
-  return {4000, 3000, 4800};  // 10 us per line, 30 ms readout
+  return nullptr;
 }
 
 std::string text(double v) {
@@ -54,67 +77,150 @@ std::string text(double v) {
   return buf;
 }
 
-template <typename T>
-const T& cycle(const std::vector<T>& values, size_t index) {
-  return values[index % values.size()];
+// `word` as a shell reads it back: quoted when it holds more than letters,
+// digits and . _ @ = + - (a light switch's '>', say).
+std::string shellWord(const std::string& word) {
+  for (const char c : word) {
+    if (!isalnum(static_cast<unsigned char>(c)) && strchr("._@=+-", c) == nullptr) {
+      return "'" + word + "'";
+    }
+  }
+  return word;
 }
 
-struct GridAxes {
-  std::vector<std::string> mains;
-  std::vector<std::string> lights;
-  std::vector<std::string> exposures;
-  std::vector<double> rates;
-  std::vector<int> starts;
-  std::vector<std::string> geometries;  // multiplied in the full grid, cycled otherwise
-  std::vector<double> depths;           // cycled
-  std::vector<std::string> noises;      // cycled
-  std::vector<std::string> motions;     // cycled with flicker, multiplied without
-  std::vector<std::string> textures;    // multiplied without flicker, natural otherwise
-  bool multiplyGeometry = false;
+bool parseNumber(const std::string& s, double* out) {
+  if (s.empty()) {
+    return false;
+  }
+  char* end = nullptr;
+  const double v = strtod(s.c_str(), &end);
+  if (*end != '\0' || !std::isfinite(v)) {
+    return false;
+  }
+  *out = v;
+  return true;
+}
+
+// One dimension of a block: multiplied (every value with every other
+// multiplied value) or cycled across the block's cells.
+struct Axis {
+  std::string dim;
+  std::vector<std::string> values;
+  bool multiply;
 };
 
-GridAxes axesOf(GridSize size) {
-  GridAxes a;
-  switch (size) {
-    case GridSize::kQuick:
-      a.mains = {"50", "60", "none", "50>60"};
-      a.lights = {"fluorescent"};
-      a.exposures = {"long"};
-      a.rates = {25, 30};
-      a.starts = {50, 60};
-      a.geometries = {"4000x3000"};
-      a.depths = {1.0};
-      a.noises = {"normal"};
-      a.motions = {"still", "handheld"};
-      a.textures = {"natural", "grating"};
-      break;
-    case GridSize::kDefault:
-      a.mains = {"50", "60", "none", "50>60", "60>50", "mixed"};
-      a.lights = {"fluorescent", "led", "incandescent"};
-      a.exposures = {"long", "short"};
-      a.rates = {24, 25, 29.97, 30, 60, 120};
-      a.starts = {50, 60};
-      a.geometries = {"4000x3000", "1920x1080"};
-      a.depths = {1.0, 0.5};
-      a.noises = {"normal", "dim"};
-      a.motions = {"still", "handheld", "pan"};
-      a.textures = {"natural", "grating"};
-      break;
-    case GridSize::kFull:
-      a.mains = {"50", "60", "none", "50>60", "60>50", "mixed"};
-      a.lights = {"fluorescent", "led", "incandescent", "good-led"};
-      a.exposures = {"long", "short"};
-      a.rates = {24, 25, 29.97, 30, 60, 120};
-      a.starts = {50, 60};
-      a.geometries = {"4000x3000", "1920x1080"};
-      a.depths = {1.0, 0.5};
-      a.noises = {"normal", "dim"};
-      a.motions = {"still", "handheld", "pan"};
-      a.textures = {"natural", "flat", "grating"};
-      a.multiplyGeometry = true;
-      break;
+struct Block {
+  std::vector<Axis> axes;
+};
+
+Axis times(const std::string& dim, std::vector<std::string> values) {
+  return {dim, std::move(values), true};
+}
+Axis cycled(const std::string& dim, std::vector<std::string> values) {
+  return {dim, std::move(values), false};
+}
+
+const std::vector<std::string> kRates = {"24", "25", "29.97", "30", "60", "120"};
+const std::vector<std::string> kVideoRates = {"24", "25", "29.97", "30", "60"};
+const std::vector<std::string> kAllGeometries = {"640x480@12us",   "640x480@64us",
+                                                 "1920x1080@10us", "1920x1080@12.5us",
+                                                 "4000x3000@10us", "8160x6144@5us"};
+const std::vector<std::string> kPublishedMainsLamps = {
+    "incandescent-40w", "incandescent-60w",       "incandescent-100w", "fluorescent-magnetic",
+    "cfl-electronic",   "fluorescent-electronic", "led-rectified"};
+
+std::vector<Block> quickBlocks() {
+  return {
+      {{times("mains", {"50", "60", "50>60"}), times("fps", {"25", "30"}),
+        times("start", {"50", "60"}), cycled("motion", {"still", "handheld"})}},
+      {{times("mains", {"none"}), times("light", {"daylight"}),
+        times("texture", {"natural", "grating"}), times("motion", {"still", "handheld"}),
+        times("fps", {"25", "30"}), times("start", {"50", "60"})}},
+  };
+}
+
+std::vector<Block> defaultBlocks() {
+  const std::vector<std::string> twoGeometries = {"4000x3000@10us", "1920x1080@12.5us"};
+  return {
+      // Steady lamps and light switches at every frame rate.
+      {{times("mains", {"50", "60", "50>60", "60>50"}),
+        times("light", {"fluorescent", "led", "incandescent"}),
+        times("exposure", {"long", "short"}), times("fps", kRates), times("start", {"50", "60"}),
+        cycled("depth", {"1", "0.5"}), cycled("geometry", twoGeometries),
+        cycled("noise", {"normal", "dim"}), cycled("motion", {"still", "handheld", "pan"})}},
+      // Mixed 50 + 60 Hz light: no right answer, the weaker residual banding.
+      {{times("mains", {"mixed", "mixed30"}),
+        times("light", {"fluorescent", "led", "incandescent"}),
+        times("exposure", {"long", "short"}), times("fps", kVideoRates),
+        times("start", {"50", "60"}), cycled("geometry", twoGeometries),
+        cycled("timing", {"free", "fixed"}), cycled("motion", {"still", "handheld", "pan"}),
+        cycled("noise", {"normal", "dim"})}},
+      // Fixed-rate video: the exposure control cannot stretch frames.
+      {{times("timing", {"fixed"}), times("mains", {"50", "60", "50>60", "60>50"}),
+        times("light", {"fluorescent", "incandescent", "led"}), times("fps", kVideoRates),
+        times("start", {"50", "60"}), cycled("exposure", {"long", "long", "short"}),
+        cycled("geometry", {"4000x3000@10us", "1920x1080@10us", "1920x1080@12.5us", "8160x6144@5us",
+                            "640x480@64us"}),
+        cycled("motion", {"still", "handheld"}), cycled("noise", {"normal", "dim"}),
+        cycled("depth", {"1", "0.5"})}},
+      // Readouts from half a 100 Hz period to three, line times 5 to 64 us.
+      {{times("geometry", {"640x480@12us", "640x480@64us", "1920x1080@10us", "8160x6144@5us"}),
+        times("mains", {"50", "60"}), times("light", {"fluorescent", "incandescent"}),
+        times("fps", {"25", "29.97", "30"}), times("start", {"50", "60"}),
+        cycled("timing", {"free", "fixed"}), cycled("exposure", {"long", "long", "short"}),
+        cycled("motion", {"still", "handheld"}), cycled("noise", {"normal", "dim"})}},
+      // Piecewise-constant scenes under small vertical motion.
+      {{times("texture", {"piecewise"}), times("motion", {"still", "v1", "v2", "v3"}),
+        times("mains", {"50", "60"}), times("light", {"fluorescent", "incandescent"}),
+        times("fps", {"25", "30"}), times("start", {"50", "60"}),
+        cycled("geometry", kAllGeometries), cycled("timing", {"free", "fixed"})}},
+      // 2 % lamps.
+      {{times("ripple", {"0.02"}), times("light", {"incandescent"}), times("mains", {"50", "60"}),
+        times("motion", {"still", "handheld", "v1", "v2"}), times("fps", kVideoRates),
+        times("start", {"50", "60"}), cycled("timing", {"free", "fixed"}),
+        cycled("geometry", kAllGeometries), cycled("texture", {"natural", "piecewise"}),
+        cycled("noise", {"normal", "dim"})}},
+      // A lamp switched on mid-stream.
+      {{times("mains", {"dark>50", "dark>60", "day>50", "day>60"}),
+        times("light", {"fluorescent", "incandescent", "led"}), times("start", {"50", "60"}),
+        times("fps", {"25", "29.97", "30"}), cycled("timing", {"free", "fixed"}),
+        cycled("geometry", kAllGeometries), cycled("motion", {"still", "handheld"}),
+        cycled("exposure", {"long", "long", "short"})}},
+      // Lamps modelled on published measurements.
+      {{times("light", kPublishedMainsLamps), times("mains", {"50", "60"}),
+        times("start", {"50", "60"}), times("exposure", {"long", "short"}),
+        cycled("fps", kVideoRates), cycled("timing", {"free", "fixed"}),
+        cycled("geometry", kAllGeometries), cycled("motion", {"still", "handheld", "pan"}),
+        cycled("noise", {"normal", "dim"})}},
+      // No mains flicker: daylight and PWM lamps over gratings, piecewise
+      // scenes, screens, pans and moving objects.
+      {{times("mains", {"none"}), times("light", {"daylight", "led-pwm", "led-pwm-1k"}),
+        times("texture", {"natural", "grating", "piecewise", "screen"}),
+        times("motion", {"still", "handheld", "pan", "v2", "object"}), times("start", {"50", "60"}),
+        cycled("exposure", {"long", "short"}), cycled("fps", kRates),
+        cycled("timing", {"free", "fixed"}), cycled("geometry", kAllGeometries),
+        cycled("noise", {"normal", "dim"})}},
+  };
+}
+
+// The full grid multiplies what the default grid cycles of the geometry,
+// and adds the good LED driver (1 %) and the flat wall.
+std::vector<Block> fullBlocks() {
+  std::vector<Block> blocks = defaultBlocks();
+  for (Block& b : blocks) {
+    for (Axis& a : b.axes) {
+      if (a.dim == "geometry") {
+        a.multiply = true;
+      }
+      if (a.dim == "light" && a.values.size() == 3 && a.values[0] == "fluorescent") {
+        a.values.push_back("good-led");
+      }
+      if (a.dim == "texture" && a.values.size() == 4) {
+        a.values.push_back("flat");
+      }
+    }
   }
-  return a;
+  return blocks;
 }
 
 std::string keyOf(const EvalCell& c) {
@@ -135,60 +241,116 @@ double switchTimeS(double seconds) {
   return kStartTimeS + 0.5 * seconds;
 }
 
+double defaultSeconds(GridSize size) {
+  return size == GridSize::kQuick ? kQuickSeconds : kDefaultSeconds;
+}
+
+std::string seedSetKind(uint64_t seedBase) {
+  for (const uint64_t held : kHeldOutSeedBases) {
+    if (seedBase == held) {
+      return "held out";
+    }
+  }
+  return seedBase < kFirstHeldOutSeedBase ? "tuning" : "other";
+}
+
+std::string seedSetLine(uint64_t seedBase) {
+  const std::string kind = seedSetKind(seedBase);
+  std::string line = "seeds " + std::to_string(seedBase + 1) + ".. (base " +
+                     std::to_string(seedBase) + ", " + kind + " set";
+  if (kind == "held out") {
+    line += ": report its figures, never tune on it";
+  } else if (kind == "tuning") {
+    line += ": tune on it, report on the held-out bases 10000, 20000, 30000";
+  }
+  return line + ")";
+}
+
 std::vector<std::string> evalDimensions() {
-  return {"light", "depth",  "mains",   "exposure", "fps",
-          "noise", "motion", "texture", "geometry", "start"};
+  return {"light",  "depth", "ripple", "mains",   "exposure", "fps",
+          "timing", "noise", "motion", "texture", "geometry", "start"};
 }
 
 std::string EvalCell::value(const std::string& name) const {
-  if (name == "light") {
+  if (name == "light")
     return light;
-  }
-  if (name == "depth") {
+  if (name == "depth")
     return text(depth);
-  }
-  if (name == "mains") {
+  if (name == "ripple")
+    return text(ripple);
+  if (name == "mains")
     return mains;
-  }
-  if (name == "exposure") {
+  if (name == "exposure")
     return exposure;
-  }
-  if (name == "fps") {
+  if (name == "fps")
     return text(fps);
-  }
-  if (name == "noise") {
+  if (name == "timing")
+    return timing;
+  if (name == "noise")
     return noise;
-  }
-  if (name == "motion") {
+  if (name == "motion")
     return motion;
-  }
-  if (name == "texture") {
+  if (name == "texture")
     return texture;
-  }
-  if (name == "geometry") {
+  if (name == "geometry")
     return geometry;
-  }
-  if (name == "start") {
+  if (name == "start")
     return std::to_string(startHz);
-  }
   return "";
 }
 
+bool EvalCell::set(const std::string& name, const std::string& v) {
+  double x = 0;
+  if (name == "depth" || name == "ripple" || name == "fps" || name == "start") {
+    if (!parseNumber(v, &x)) {
+      return false;
+    }
+    if (name == "depth")
+      depth = x;
+    if (name == "ripple")
+      ripple = x;
+    if (name == "fps")
+      fps = x;
+    if (name == "start")
+      startHz = static_cast<int>(x);
+    return true;
+  }
+  std::string* field = name == "light"      ? &light
+                       : name == "mains"    ? &mains
+                       : name == "exposure" ? &exposure
+                       : name == "timing"   ? &timing
+                       : name == "noise"    ? &noise
+                       : name == "motion"   ? &motion
+                       : name == "texture"  ? &texture
+                       : name == "geometry" ? &geometry
+                                            : nullptr;
+  if (field == nullptr) {
+    return false;
+  }
+  *field = v;
+  return true;
+}
+
+bool EvalCell::isOnset() const {
+  return mains.compare(0, 5, "dark>") == 0 || mains.compare(0, 4, "day>") == 0;
+}
+
 int EvalCell::firstMainsHz() const {
-  if (mains == "none") {
+  if (!hasFlicker() || isOnset()) {
     return 0;
   }
   return mains.compare(0, 2, "60") == 0 ? 60 : 50;
 }
 
 int EvalCell::lastMainsHz() const {
-  if (mains == "none") {
+  if (!hasFlicker()) {
     return 0;
   }
-  if (isSwitch()) {
-    return mains.compare(3, 2, "60") == 0 ? 60 : 50;
+  const size_t arrow = mains.find('>');
+  if (arrow != std::string::npos) {
+    return mains.compare(arrow + 1, 2, "60") == 0 ? 60 : 50;
   }
-  return firstMainsHz();
+  return mains.compare(0, 2, "60") == 0 ? 60 : 50;
 }
 
 std::string EvalCell::label() const {
@@ -199,12 +361,24 @@ std::string EvalCell::label() const {
   return s;
 }
 
+std::string EvalCell::onlyFilters() const {
+  std::string s;
+  for (const std::string& d : evalDimensions()) {
+    s += (s.empty() ? "" : " ") + std::string("--only ") + shellWord(d + "=" + value(d));
+  }
+  return s;
+}
+
 bool EvalCell::scenario(double seconds, flicker_sim::SimScenario* out, int* frames,
                         std::string* error) const {
-  const Geometry g = geometryOf(geometry);
+  const Geometry* g = geometryOf(geometry);
+  if (g == nullptr) {
+    *error = "unknown geometry '" + geometry + "'";
+    return false;
+  }
   // Shorter lines at high frame rates, as a sensor mode for them has.
-  const double baseReadout = static_cast<double>(g.height) * g.lineLength / kPixelClockHz;
-  double lineLength = g.lineLength;
+  const double baseReadout = static_cast<double>(g->height) * g->lineLength / kPixelClockHz;
+  double lineLength = g->lineLength;
   const double maxReadout = kReadoutShare / fps;
   if (baseReadout > maxReadout) {
     lineLength = std::floor(lineLength * maxReadout / baseReadout);
@@ -217,33 +391,43 @@ bool EvalCell::scenario(double seconds, flicker_sim::SimScenario* out, int* fram
 
   std::vector<std::pair<std::string, std::string>> s = {
       {"scenario", "office-50hz"},
-      {"width", std::to_string(g.width)},
-      {"height", std::to_string(g.height)},
+      {"width", std::to_string(g->width)},
+      {"height", std::to_string(g->height)},
       {"pixel_clock", std::to_string(kPixelClockHz)},
       {"line_length", std::to_string(static_cast<int>(lineLength))},
       {"fps", text(fps)},
+      {"timing", timing},
       {"frames", std::to_string(*frames)},
       {"start_state", std::to_string(startHz)},
       {"seed", std::to_string(seed)},
-      {"light", hasFlicker() ? light : "daylight"},
+      {"light", light},
       {"depth", text(depth)},
+      {"ripple", text(ripple)},
       {"drift", text(kDriftHz)},
       {"level", text(level)},
-      {"texture", texture},
+      {"texture", texture == "screen" ? "natural" : texture},
   };
+  if (texture == "screen") {
+    s.emplace_back("screen_hz", kScreenHz);
+  }
   if (dim) {
     s.emplace_back("read_noise", text(kDimReadNoiseE));
   }
   if (!hasFlicker()) {
     s.emplace_back("mains", "0");
-  } else if (mains == "mixed") {
+  } else if (isMixed()) {
     s.emplace_back("mains", "50");
     s.emplace_back("mix_mains", "60");
+    s.emplace_back("mix_share", mains == "mixed30" ? "0.3" : "0.5");
   } else if (isSwitch()) {
     s.emplace_back("mains", std::to_string(firstMainsHz()));
     s.emplace_back("switch_light", light);
     s.emplace_back("switch_mains", std::to_string(lastMainsHz()));
     s.emplace_back("switch_at", text(switchTimeS(seconds)));
+  } else if (isOnset()) {
+    s.emplace_back("mains", std::to_string(lastMainsHz()));
+    s.emplace_back("onset_at", text(switchTimeS(seconds)));
+    s.emplace_back("onset_from", mains.compare(0, 4, "day>") == 0 ? "daylight" : "dark");
   } else {
     s.emplace_back("mains", mains);
   }
@@ -255,6 +439,10 @@ bool EvalCell::scenario(double seconds, flicker_sim::SimScenario* out, int* fram
     if (motion == "pan") {
       s.emplace_back("pan_x", "0.3");
       s.emplace_back("pan_y", "0.08");
+    } else if (motion.size() == 2 && motion[0] == 'v') {
+      s.emplace_back("lines_per_frame", motion.substr(1));
+    } else if (motion == "object") {
+      s.emplace_back("object", "highlight");
     }
   }
 
@@ -276,49 +464,61 @@ bool EvalCell::scenario(double seconds, flicker_sim::SimScenario* out, int* fram
 }
 
 std::vector<EvalCell> buildGrid(GridSize size, uint64_t seedBase) {
-  const GridAxes a = axesOf(size);
+  const std::vector<Block> blocks = size == GridSize::kQuick  ? quickBlocks()
+                                    : size == GridSize::kFull ? fullBlocks()
+                                                              : defaultBlocks();
   std::vector<EvalCell> cells;
   std::set<std::string> seen;
   size_t index = 0;
-  auto add = [&](EvalCell c) {
-    c.seed = seedBase + static_cast<uint64_t>(index) + 1;
-    ++index;
-    if (seen.insert(keyOf(c)).second) {
-      cells.push_back(c);
+  // Strides of the cycled dimensions: distinct primes, so that their values
+  // combine in many ways across a block.
+  const size_t strides[] = {2, 3, 5, 7, 11, 13, 17};
+  for (const Block& b : blocks) {
+    size_t combinations = 1;
+    for (const Axis& a : b.axes) {
+      combinations *= a.multiply ? a.values.size() : 1;
     }
-  };
-  const std::vector<std::string> oneGeometry = {""};
-  for (const std::string& m : a.mains) {
-    const bool none = m == "none";
-    // Without flicker the light type means nothing: texture x motion instead.
-    const size_t variants = none ? a.textures.size() * a.motions.size() : a.lights.size();
-    for (size_t v = 0; v < variants; ++v) {
-      for (const std::string& e : a.exposures) {
-        for (const double fps : a.rates) {
-          for (const int start : a.starts) {
-            for (const std::string& geo : a.multiplyGeometry ? a.geometries : oneGeometry) {
-              EvalCell c;
-              c.mains = m;
-              c.exposure = e;
-              c.fps = fps;
-              c.startHz = start;
-              c.geometry = geo.empty() ? cycle(a.geometries, index / 3) : geo;
-              c.depth = none ? 1.0 : cycle(a.depths, index / 2);
-              c.noise = cycle(a.noises, index / 5);
-              if (none) {
-                c.light = "daylight";
-                c.texture = a.textures[v / a.motions.size()];
-                c.motion = a.motions[v % a.motions.size()];
-              } else {
-                c.light = a.lights[v];
-                c.texture = "natural";
-                c.motion = cycle(a.motions, index / 7);
-              }
-              add(c);
-            }
-          }
+    for (size_t k = 0; k < combinations; ++k) {
+      EvalCell c;
+      size_t rest = k;
+      size_t cycledAxis = 0;
+      // The last multiplied axis varies fastest.
+      for (auto a = b.axes.rbegin(); a != b.axes.rend(); ++a) {
+        if (a->multiply) {
+          c.set(a->dim, a->values[rest % a->values.size()]);
+          rest /= a->values.size();
         }
       }
+      for (const Axis& a : b.axes) {
+        if (!a.multiply) {
+          const size_t stride = strides[std::min(cycledAxis++, std::size(strides) - 1)];
+          c.set(a.dim, a.values[(index / stride) % a.values.size()]);
+        }
+      }
+      c.seed = seedBase + static_cast<uint64_t>(index) + 1;
+      ++index;
+      if (seen.insert(keyOf(c)).second) {
+        cells.push_back(c);
+      }
+    }
+  }
+  return cells;
+}
+
+std::vector<EvalCell> filterCells(const std::vector<EvalCell>& grid,
+                                  const std::vector<std::pair<std::string, std::string>>& only) {
+  std::vector<EvalCell> cells;
+  for (const EvalCell& c : grid) {
+    bool keep = true;
+    for (const auto& f : only) {
+      bool any = false;
+      for (const auto& g : only) {
+        any = any || (g.first == f.first && c.value(g.first) == g.second);
+      }
+      keep = keep && any;
+    }
+    if (keep) {
+      cells.push_back(c);
     }
   }
   return cells;

@@ -9,20 +9,16 @@ namespace flicker_eval {
 namespace {
 
 constexpr double kMsPerHour = 3600.0 * 1000.0;
+constexpr double kMsPerMinute = 60.0 * 1000.0;
 // Targets the bench reports (never asserted in tests).
-constexpr int kStillLockPairs = 2;
-constexpr int kMotionLockPairs = 6;
 constexpr double kAccuracyTarget = 0.99;
-constexpr double kDetectBudgetUs = 50.0;
-
-double median(std::vector<double> v) {
-  if (v.empty()) {
-    return -1;
-  }
-  std::sort(v.begin(), v.end());
-  const size_t n = v.size();
-  return n % 2 == 1 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
-}
+constexpr double kStillLockPairs = 2;
+constexpr double kMotionLockPairs = 4;
+constexpr double kWeakLockPairs = 4;
+constexpr double kOnsetLockPairs = 4;
+constexpr double kMixedChangesPerMinute = 2;
+constexpr double kNoFlickerHours = 10;
+constexpr double kDetectPerCopy = 20;
 
 std::string fmt(const char* format, double v) {
   char buf[48];
@@ -33,10 +29,6 @@ std::string fmt(const char* format, double v) {
 // "-" for a figure no cell qualified for.
 std::string orDash(double v, const char* format) {
   return v < 0 ? "-" : fmt(format, v);
-}
-
-bool startsWrong(const CellOutcome& o) {
-  return o.ok && o.counted && !o.held && !o.cell.isSwitch();
 }
 
 std::string csvField(const std::string& s) {
@@ -52,10 +44,19 @@ std::string csvField(const std::string& s) {
 
 }  // namespace
 
+double median(std::vector<double> v) {
+  if (v.empty()) {
+    return -1;
+  }
+  std::sort(v.begin(), v.end());
+  const size_t n = v.size();
+  return n % 2 == 1 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
+}
+
 GroupFigures groupFigures(const std::string& name, const std::vector<const CellOutcome*>& cells) {
   GroupFigures f;
   f.group = name;
-  std::vector<double> lockPairs, lockMs, switchPairs, switchMs;
+  std::vector<double> lockPairs, lockMs, switchPairs, switchMs, onsetPairs;
   for (const CellOutcome* o : cells) {
     ++f.cells;
     if (!o->ok) {
@@ -66,7 +67,7 @@ GroupFigures groupFigures(const std::string& name, const std::vector<const CellO
       ++f.counted;
       f.right += o->right ? 1 : 0;
     }
-    if (startsWrong(*o)) {
+    if (o->startsWrong()) {
       if (o->lockPairs >= 0) {
         lockPairs.push_back(o->lockPairs);
         lockMs.push_back(o->lockMs);
@@ -80,10 +81,14 @@ GroupFigures groupFigures(const std::string& name, const std::vector<const CellO
       switchMs.push_back(o->switchMs);
       f.switchPairsMax = std::max(f.switchPairsMax, o->switchPairs);
     }
+    if (o->onsetPairs >= 0) {
+      onsetPairs.push_back(o->onsetPairs);
+      f.onsetPairsMax = std::max(f.onsetPairsMax, o->onsetPairs);
+    }
     if (!o->cell.hasFlicker()) {
       f.noFlickerSwitches += o->switches;
       f.noFlickerHours += o->durationMs / kMsPerHour;
-    } else if (o->cell.mains == "mixed") {
+    } else if (o->cell.isMixed()) {
       f.mixedSwitches += o->switches;
       f.mixedHours += o->durationMs / kMsPerHour;
     }
@@ -92,6 +97,7 @@ GroupFigures groupFigures(const std::string& name, const std::vector<const CellO
   f.lockMsMedian = median(lockMs);
   f.switchPairsMedian = median(switchPairs);
   f.switchMsMedian = median(switchMs);
+  f.onsetPairsMedian = median(onsetPairs);
   return f;
 }
 
@@ -116,76 +122,136 @@ std::vector<GroupFigures> figuresBy(const std::vector<CellOutcome>& outcomes,
   return rows;
 }
 
-std::vector<TargetLine> targets(const std::vector<CellOutcome>& outcomes,
-                                const DetectTiming& timing) {
-  int still = 0, stillIn = 0, stillMax = -1;
-  int moving = 0, movingIn = 0, movingMax = -1;
-  int counted = 0, right = 0, falseSwitches = 0;
-  double noFlickerHours = 0;
+std::string countOf(long n, const std::string& noun, const std::string& plural) {
+  return std::to_string(n) + " " + (n == 1 ? noun : plural.empty() ? noun + "s" : plural);
+}
+
+double medianPairs(const std::vector<int>& pairs) {
+  if (pairs.empty()) {
+    return -1;
+  }
+  // The lower median: a count of pairs some cell took, or never.
+  std::vector<double> v;
+  for (const int p : pairs) {
+    v.push_back(p < 0 ? kNever : p);
+  }
+  std::sort(v.begin(), v.end());
+  return v[(v.size() - 1) / 2];
+}
+
+std::string pairsFigure(const std::vector<int>& pairs) {
+  if (pairs.empty()) {
+    return "no cell";
+  }
+  int never = 0, most = -1;
+  for (const int p : pairs) {
+    never += p < 0 ? 1 : 0;
+    most = std::max(most, p);
+  }
+  const double m = medianPairs(pairs);
+  std::string text = m >= kNever ? "never" : fmt("%g", m);
+  text += " (";
+  if (most >= 0) {
+    text += "max " + std::to_string(most) + ", ";
+  }
+  if (never > 0) {
+    text += std::to_string(never) + " never, ";
+  }
+  return text + "of " + countOf(static_cast<long>(pairs.size()), "cell") + ")";
+}
+
+MeritFigures meritOf(const std::vector<CellOutcome>& outcomes, const DetectTiming& timing) {
+  MeritFigures m;
+  m.timing = timing;
   for (const CellOutcome& o : outcomes) {
+    ++m.cells;
     if (!o.ok) {
+      ++m.failedRuns;
       continue;
     }
     if (o.counted) {
-      ++counted;
-      right += o.right ? 1 : 0;
+      ++m.counted;
+      m.right += o.right ? 1 : 0;
     }
     if (!o.cell.hasFlicker()) {
-      falseSwitches += o.switches;
-      noFlickerHours += o.durationMs / kMsPerHour;
+      m.falseSwitches += o.switches;
+      m.noFlickerHours += o.durationMs / kMsPerHour;
     }
-    if (!startsWrong(o)) {
+    if (o.cell.isMixed()) {
+      ++m.mixedCells;
+      m.mixedChanges += o.switches;
+      m.mixedMinutes += o.durationMs / kMsPerMinute;
+      m.settled += o.settledWeaker() ? 1 : 0;
+    }
+    if (o.onsetWrong()) {
+      m.onsetLock.push_back(o.onsetPairs);
+    }
+    if (o.switchPairs >= 0) {
+      m.switchLock.push_back(o.switchPairs);
+    }
+    if (!o.startsWrong()) {
       continue;
     }
-    // Pairs that could not move the ripple's phase are physics, not the
-    // detector: the target counts the pairs that did.
-    const int pairs = o.lockMovingPairs;
-    if (o.cell.motion == "still") {
-      ++still;
-      stillIn += pairs >= 0 && pairs <= kStillLockPairs ? 1 : 0;
-      stillMax = pairs < 0 ? stillMax : std::max(stillMax, pairs);
-    } else {
-      ++moving;
-      movingIn += pairs >= 0 && pairs <= kMotionLockPairs ? 1 : 0;
-      movingMax = pairs < 0 ? movingMax : std::max(movingMax, pairs);
+    (o.cell.motion == "still" ? m.stillLock : m.movingLock).push_back(o.lockPairs);
+    if (o.weak) {
+      m.weakLock.push_back(o.lockPairs);
+    }
+    if (o.lockPairs >= 0) {
+      m.lockMs.push_back(o.lockMs);
     }
   }
+  return m;
+}
+
+std::vector<TargetLine> targets(const MeritFigures& m) {
   std::vector<TargetLine> lines;
-  lines.push_back({"lock by the 2nd moving pair, still scene",
-                   std::to_string(stillIn) + " of " + std::to_string(still) + " cells (max " +
-                       std::to_string(stillMax) + " pairs)",
-                   stillIn == still, still > 0});
-  lines.push_back({"lock within 6 pairs under motion",
-                   std::to_string(movingIn) + " of " + std::to_string(moving) + " cells (max " +
-                       std::to_string(movingMax) + " pairs)",
-                   movingIn == moving, moving > 0});
+  lines.push_back({"at least 99 % right over the observable cells",
+                   fmt("%.1f %%", 100.0 * m.accuracy()) + " (" + std::to_string(m.right) + "/" +
+                       std::to_string(m.counted) + ")",
+                   m.accuracy() >= kAccuracyTarget, m.counted > 0});
+  auto lockLine = [&lines](const std::string& name, const std::vector<int>& pairs, double most) {
+    lines.push_back({name, pairsFigure(pairs), medianPairs(pairs) <= most, !pairs.empty()});
+  };
+  lockLine("median lock by the 2nd analysed pair, still scenes", m.stillLock, kStillLockPairs);
+  lockLine("median lock within 4 pairs under motion", m.movingLock, kMotionLockPairs);
+  lockLine("median lock within 4 pairs for 2 % lamps", m.weakLock, kWeakLockPairs);
+  lockLine("median lock within 4 pairs after a lamp's onset", m.onsetLock, kOnsetLockPairs);
+  lines.push_back({"mixed light: at most 2 state changes per simulated minute",
+                   fmt("%.2f", m.mixedPerMinute()) + " per minute (" +
+                       std::to_string(m.mixedChanges) + " in " + fmt("%.1f", m.mixedMinutes) +
+                       " min)",
+                   m.mixedPerMinute() <= kMixedChangesPerMinute, m.mixedCells > 0});
+  lines.push_back({"mixed light: settles on the state with the weaker residual banding",
+                   std::to_string(m.settled) + " of " + std::to_string(m.mixedCells) + " cells",
+                   m.settled == m.mixedCells, m.mixedCells > 0});
+  // A rate per hour needs hours: below ten the line is reported, not judged.
   lines.push_back(
-      {"no false switch without flicker",
-       std::to_string(falseSwitches) + " in " + fmt("%.2f", noFlickerHours) + " simulated hours",
-       falseSwitches == 0});
-  const double accuracy = counted > 0 ? static_cast<double>(right) / counted : 0.0;
-  lines.push_back({"at least 99 % right over the observable grid",
-                   fmt("%.1f %%", 100.0 * accuracy) + " (" + std::to_string(right) + "/" +
-                       std::to_string(counted) + ")",
-                   accuracy >= kAccuracyTarget, counted > 0});
+      {"no false switch without mains flicker over at least 10 simulated hours",
+       std::to_string(m.falseSwitches) + " in " + fmt("%.2f", m.noFlickerHours) +
+           " simulated hours" +
+           (m.noFlickerHours < kNoFlickerHours ? " (too few hours: --soak-hours 10)" : ""),
+       m.falseSwitches == 0, m.noFlickerHours >= kNoFlickerHours || m.falseSwitches > 0});
+  const DetectTiming& timing = m.timing;
   if (timing.measured) {
-    lines.push_back({"detection step at most 50 us at " + std::to_string(timing.width) + "x" +
-                         std::to_string(timing.height),
-                     "mean " + fmt("%.1f", timing.meanUs) + " us, median " +
-                         fmt("%.1f", timing.medianUs) + " us, p95 " + fmt("%.1f", timing.p95Us) +
-                         " us over " + std::to_string(timing.runs) + " detections",
+    const double copies = timing.memcpyUs > 0 ? timing.medianUs / timing.memcpyUs : 0.0;
+    lines.push_back({"detection step under 20 copies of the statistics block at " +
+                         std::to_string(timing.width) + "x" + std::to_string(timing.height),
+                     "median " + fmt("%.1f", timing.medianUs) + " us = " + fmt("%.1f", copies) +
+                         " copies of " + fmt("%.2f", timing.memcpyUs) + " us (mean " +
+                         fmt("%.1f", timing.meanUs) + ", p95 " + fmt("%.1f", timing.p95Us) +
+                         " us over " + std::to_string(timing.runs) + " detections)",
                      // The median judges: on a shared machine the mean carries
                      // the odd preemption of the timing thread.
-                     timing.medianUs <= kDetectBudgetUs});
+                     timing.memcpyUs > 0 && copies < kDetectPerCopy});
   }
   return lines;
 }
 
 void printTable(std::ostream& out, const std::string& by, const std::vector<GroupFigures>& rows) {
   char line[256];
-  snprintf(line, sizeof(line), "%-12s %5s %9s %8s %10s %8s %10s %9s %9s %9s\n", by.c_str(), "cells",
-           "right", "accuracy", "lock_pairs", "lock_ms", "switch_prs", "switch_ms", "false/h",
-           "mixed/h");
+  snprintf(line, sizeof(line), "%-16s %5s %9s %8s %10s %7s %8s %10s %9s %9s %9s\n", by.c_str(),
+           "cells", "right", "accuracy", "lock_pairs", "no_lock", "lock_ms", "switch_prs",
+           "onset_prs", "false/h", "mixed/min");
   out << line;
   for (const GroupFigures& f : rows) {
     const std::string right =
@@ -197,14 +263,17 @@ void printTable(std::ostream& out, const std::string& by, const std::vector<Grou
     const std::string sw = f.switchPairsMedian < 0 ? "-"
                                                    : fmt("%g", f.switchPairsMedian) + "/" +
                                                          std::to_string(f.switchPairsMax);
+    const std::string onset = f.onsetPairsMedian < 0 ? "-"
+                                                     : fmt("%g", f.onsetPairsMedian) + "/" +
+                                                           std::to_string(f.onsetPairsMax);
     const std::string falseRate =
         f.noFlickerHours > 0 ? fmt("%.0f", f.noFlickerSwitches / f.noFlickerHours) : "-";
     const std::string mixedRate =
-        f.mixedHours > 0 ? fmt("%.0f", f.mixedSwitches / f.mixedHours) : "-";
-    snprintf(line, sizeof(line), "%-12s %5d %9s %8s %10s %8s %10s %9s %9s %9s%s\n", f.group.c_str(),
-             f.cells, right.c_str(), accuracy.c_str(), lock.c_str(),
-             orDash(f.lockMsMedian, "%.0f").c_str(), sw.c_str(),
-             orDash(f.switchMsMedian, "%.0f").c_str(), falseRate.c_str(), mixedRate.c_str(),
+        f.mixedHours > 0 ? fmt("%.1f", f.mixedSwitches / (60.0 * f.mixedHours)) : "-";
+    snprintf(line, sizeof(line), "%-16s %5d %9s %8s %10s %7d %8s %10s %9s %9s %9s%s\n",
+             f.group.c_str(), f.cells, right.c_str(), accuracy.c_str(), lock.c_str(), f.lockMissing,
+             orDash(f.lockMsMedian, "%.0f").c_str(), sw.c_str(), onset.c_str(), falseRate.c_str(),
+             mixedRate.c_str(),
              f.failures > 0 ? (" (" + std::to_string(f.failures) + " runs failed)").c_str() : "");
     out << line;
   }
@@ -224,8 +293,8 @@ void printFailures(std::ostream& out, const std::vector<CellOutcome>& outcomes, 
           out << "run failed: " << o.error << "\n";
         } else {
           out << "ended " << o.summary.lockedHz << " Hz (light " << o.summary.expectedHz << " Hz), "
-              << o.switches << " switches, " << o.pairs << " pairs, ripple "
-              << fmt("%.4f", o.ripple) << "\n";
+              << countOf(o.switches, "switch", "switches") << ", " << o.pairs << " pairs, ripple "
+              << fmt("%.4f", o.ripple) << ", seed " << o.cell.seed << "\n";
         }
       }
     }
@@ -241,8 +310,7 @@ void printFailures(std::ostream& out, const std::vector<CellOutcome>& outcomes, 
 void printTargets(std::ostream& out, const std::vector<TargetLine>& lines) {
   for (const TargetLine& t : lines) {
     const char* verdict = !t.applicable ? "n/a" : t.met ? "met" : "MISSED";
-    out << "  [" << verdict << "] " << t.name << ": "
-        << (t.applicable ? t.figure : "no cell of this grid qualifies") << "\n";
+    out << "  [" << verdict << "] " << t.name << ": " << t.figure << "\n";
   }
 }
 
@@ -251,19 +319,22 @@ void writeCsv(std::ostream& out, const std::vector<CellOutcome>& outcomes) {
   for (const std::string& d : dims) {
     out << d << ",";
   }
-  out << "seed,ok,counted,held,ripple,right,locked_hz,expected_hz,switches,pairs,lock_pairs,"
-         "lock_moving_pairs,lock_ms,switch_pairs,switch_moving_pairs,switch_ms,duration_ms,"
-         "error\n";
+  out << "seed,ok,counted,held,showing_pairs,final_ripple,right,locked_hz,expected_hz,switches,"
+         "pairs,"
+         "lock_pairs,lock_moving_pairs,lock_ms,switch_pairs,switch_moving_pairs,switch_ms,"
+         "onset_pairs,onset_ms,residual_final,residual_other,duration_ms,error\n";
   for (const CellOutcome& o : outcomes) {
     for (const std::string& d : dims) {
       out << csvField(o.cell.value(d)) << ",";
     }
-    out << o.cell.seed << "," << o.ok << "," << o.counted << "," << o.held << ","
-        << fmt("%.5f", o.ripple) << "," << o.right << "," << o.summary.lockedHz << ","
+    out << o.cell.seed << "," << o.ok << "," << o.counted << "," << o.held << "," << o.showingPairs
+        << "," << fmt("%.5f", o.ripple) << "," << o.right << "," << o.summary.lockedHz << ","
         << o.summary.expectedHz << "," << o.switches << "," << o.pairs << "," << o.lockPairs << ","
         << o.lockMovingPairs << "," << fmt("%.1f", o.lockMs) << "," << o.switchPairs << ","
-        << o.switchMovingPairs << "," << fmt("%.1f", o.switchMs) << "," << fmt("%.1f", o.durationMs)
-        << "," << csvField(o.error) << "\n";
+        << o.switchMovingPairs << "," << fmt("%.1f", o.switchMs) << "," << o.onsetPairs << ","
+        << fmt("%.1f", o.onsetMs) << "," << fmt("%.5f", o.residualFinal) << ","
+        << fmt("%.5f", o.residualOther) << "," << fmt("%.1f", o.durationMs) << ","
+        << csvField(o.error) << "\n";
   }
 }
 

@@ -1,11 +1,13 @@
-// CliOptions: the command-line parser of flicker-sim's subcommands.
+// CliOptions: the command-line parser of flicker-sim's subcommands, on top
+// of CLI11.
 //
 // Options are `--name VALUE`, `--name=VALUE` or flags `--name`; anything not
 // starting with `--` is a positional argument; `--` ends the options. Each
 // subcommand declares its options in a table; an option that is not in the
 // table, a missing value or a value given to a flag is an error with a
 // one-line reason. Options keep their command-line order (later settings
-// win), which the scenario keys rely on.
+// win), which the scenario keys rely on. The help texts are the commands'
+// own (CLI11's generated help is off).
 //
 // Plain value object; not thread-safe.
 #pragma once
@@ -32,6 +34,8 @@ class CliOptions {
   bool has(const std::string& name) const;
   // The last value of `name`, or `fallback`.
   std::string value(const std::string& name, const std::string& fallback = "") const;
+  // Every value of `name`, in command-line order.
+  std::vector<std::string> values(const std::string& name) const;
   const std::vector<std::pair<std::string, std::string>>& ordered() const { return options_; }
   const std::vector<std::string>& positionals() const { return positionals_; }
 

@@ -16,7 +16,10 @@ const char kMainHelp[] =
     "commands:\n"
     "  run [SCENARIO]   closed-loop run of a scenario (default office-50hz)\n"
     "  replay DIR       the algorithm's verdicts on a tree of flk.raw dumps\n"
-    "  sweep            evaluation grid with accuracy and lock times\n"
+    "  eval             the evaluation: a grid of scenes with the figures of merit,\n"
+    "                   a soak, or a baseline tuning against a candidate\n"
+    "                   (sweep is the same command)\n"
+    "  tuning           show and edit a tuning record, write an NVRAM image\n"
     "\n"
     "'flicker-sim COMMAND --help' describes each command. Properties come from the\n"
     "file named by FLICKER_PROPS (name=value lines), dumps go under FLICKER_DATA_ROOT.\n";
@@ -40,10 +43,14 @@ int flickerSimMain(const std::vector<std::string>& args, CliIo io) {
   if (command == "replay") {
     return replayCommand(rest, io);
   }
-  if (command == "sweep") {
-    return sweepCommand(rest, io);
+  if (command == "eval" || command == "sweep") {
+    return evalCommand(rest, io);
   }
-  return failWith(io, kExitUsage, "unknown command '" + command + "' (run, replay or sweep)");
+  if (command == "tuning") {
+    return tuningCommand(rest, io);
+  }
+  return failWith(io, kExitUsage,
+                  "unknown command '" + command + "' (run, replay, eval or tuning)");
 }
 
 }  // namespace flicker_cli

@@ -7,6 +7,6 @@
 
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
-  flicker_cli::CliIo io{std::cout, std::cerr, isatty(STDOUT_FILENO) != 0};
+  flicker_cli::CliIo io{std::cout, std::cerr, isatty(STDERR_FILENO) != 0};
   return flicker_cli::flickerSimMain(args, io);
 }

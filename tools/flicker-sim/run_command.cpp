@@ -3,9 +3,11 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <iomanip>
 #include <sstream>
 
 #include "cli_common.h"
+#include "cli_json.h"
 #include "closed_loop_runner.h"
 #include "run_plot.h"
 #include "run_summary.h"
@@ -32,19 +34,24 @@ const char kRunHelp[] =
     "  --plot FILE      SVG of state, scores, exposure and the last pair's profile\n"
     "  --tuning T       open (default: the open algorithm's recommended record),\n"
     "                   host (the host platform's table) or an NVRAM image file\n"
+    "  --set NAME=VALUE a tuning field by name, e.g. --set hold_off=2 (repeatable;\n"
+    "                   'flicker-sim tuning' lists the fields)\n"
     "  --log FILE       write the library's logs to FILE (they are on when\n"
     "                   vendor.debug.flicker_mgr.log.level is set)\n"
-    "  --trace FILE     write trace markers to FILE (debug.atrace.tags.enableflags)\n"
+    "  --trace FILE     write a trace of every frame to FILE (JSON trace events: open\n"
+    "                   it in ui.perfetto.dev or chrome://tracing)\n"
     "  --list           list the built-in scenarios\n"
-    "  --keys           list the scenario keys\n"
+    "  --keys           list the scenario keys with unit, range and default (the\n"
+    "                   defaults of the scenario given, office-50hz without one)\n"
     "  --help           this text\n"
     "\n"
     "Properties come from the file named by FLICKER_PROPS; with vendor.debug.flk_dump=1\n"
     "every analysed pair is dumped under $FLICKER_DATA_ROOT/data/vendor/flicker/flko/.\n";
 
 const std::vector<OptionDef> kRunOptions = {
-    {"help", false}, {"list", false}, {"keys", false},  {"csv", false}, {"json", false},
-    {"plot", true},  {"file", true},  {"tuning", true}, {"log", true},  {"trace", true},
+    {"help", false}, {"list", false}, {"keys", false}, {"csv", false},
+    {"json", false}, {"plot", true},  {"file", true},  {"tuning", true},
+    {"set", true},   {"log", true},   {"trace", true},
 };
 
 // Number of frames from which a run on a terminal shows its progress.
@@ -59,17 +66,6 @@ std::string fixed(double v, int decimals) {
   char buf[48];
   snprintf(buf, sizeof(buf), "%.*f", decimals, v);
   return buf;
-}
-
-std::string jsonString(const std::string& text) {
-  std::string out = "\"";
-  for (const char c : text) {
-    if (c == '"' || c == '\\') {
-      out += '\\';
-    }
-    out += c;
-  }
-  return out + "\"";
 }
 
 void printText(const flicker_sim::SimScenario& scenario, const flicker_loop::LoopResult& result,
@@ -107,6 +103,30 @@ void printText(const flicker_sim::SimScenario& scenario, const flicker_loop::Loo
   }
 }
 
+// The keys with what each takes and its value in the chosen scenario. The
+// columns are as wide as their widest entry, but for the allowed values: the
+// long list of lamps pushes its row's meaning to the right instead.
+void printKeys(const flicker_loop::ScenarioBuilder& builder, std::ostream& out) {
+  const std::string scenario = builder.value("scenario");
+  out << "scenario keys (--KEY VALUE or 'key = value' in a file); defaults of " << scenario << "\n";
+  std::vector<flicker_loop::ScenarioBuilder::KeyInfo> rows = builder.describeKeys();
+  rows.insert(rows.begin(), {"key", "unit", "range or values", "default", "meaning"});
+  constexpr size_t kAllowedColumn = 40;
+  size_t name = 0, value = 0, unit = 0, allowed = 0;
+  for (const auto& k : rows) {
+    name = std::max(name, k.name.size());
+    value = std::max(value, k.value.size());
+    unit = std::max(unit, k.unit.size());
+    allowed = std::max(allowed, std::min(k.allowed.size(), kAllowedColumn));
+  }
+  for (const auto& k : rows) {
+    out << std::left << std::setw(static_cast<int>(name)) << k.name << "  "
+        << std::setw(static_cast<int>(value)) << k.value << "  " << std::setw(static_cast<int>(unit))
+        << k.unit << "  " << std::setw(static_cast<int>(allowed)) << k.allowed << "  " << k.meaning
+        << "\n";
+  }
+}
+
 void printCsv(const flicker_loop::LoopResult& result, std::ostream& out) {
   out << "frame,sensor,time_ms,exposure_us,state,score50,score60,rate_active,truth_hz,interval_"
          "us\n";
@@ -119,21 +139,29 @@ void printCsv(const flicker_loop::LoopResult& result, std::ostream& out) {
 
 void printJson(const flicker_sim::SimScenario& scenario, const flicker_loop::LoopResult& result,
                const flicker_loop::RunSummary& s, std::ostream& out) {
-  out << "{\n  \"scenario\": " << jsonString(scenario.name) << ",\n  \"pairs\": [";
-  for (size_t i = 0; i < result.pairs.size(); ++i) {
-    const flicker_loop::PairRow& p = result.pairs[i];
-    out << (i == 0 ? "\n" : ",\n") << "    {\"frame\": " << p.frame << ", \"sensor\": " << p.sensor
-        << ", \"time_ms\": " << fixed(p.timeMs, 3) << ", \"exposure_us\": " << p.exposureUs
-        << ", \"state\": " << p.stateHz << ", \"score50\": " << p.score50
-        << ", \"score60\": " << p.score60 << ", \"rate_active\": " << p.rateActive
-        << ", \"truth_hz\": " << p.truthHz
-        << ", \"interval_us\": " << fixed(p.intervalNs / 1000.0, 3) << "}";
+  Json pairs = Json::array();
+  for (const flicker_loop::PairRow& p : result.pairs) {
+    pairs.push_back({{"frame", p.frame},
+                     {"sensor", p.sensor},
+                     {"time_ms", rounded(p.timeMs)},
+                     {"exposure_us", p.exposureUs},
+                     {"state", p.stateHz},
+                     {"score50", p.score50},
+                     {"score60", p.score60},
+                     {"rate_active", p.rateActive},
+                     {"truth_hz", p.truthHz},
+                     {"interval_us", rounded(p.intervalNs / 1000.0)}});
   }
-  out << "\n  ],\n  \"summary\": {\"frames\": " << s.frames << ", \"pairs\": " << s.pairs
-      << ", \"locked_hz\": " << s.lockedHz << ", \"lock_frame\": " << s.lockFrame
-      << ", \"lock_ms\": " << fixed(s.lockMs, 3) << ", \"pairs_to_lock\": " << s.pairsToLock
-      << ", \"switches\": " << s.switches << ", \"expected_hz\": " << s.expectedHz
-      << ", \"right\": " << (s.right ? "true" : "false") << "}\n}\n";
+  const Json summary = {{"frames", s.frames},
+                        {"pairs", s.pairs},
+                        {"locked_hz", s.lockedHz},
+                        {"lock_frame", s.lockFrame},
+                        {"lock_ms", rounded(s.lockMs)},
+                        {"pairs_to_lock", s.pairsToLock},
+                        {"switches", s.switches},
+                        {"expected_hz", s.expectedHz},
+                        {"right", s.right}};
+  out << Json{{"scenario", scenario.name}, {"pairs", pairs}, {"summary", summary}}.dump(2) << "\n";
 }
 
 }  // namespace
@@ -152,13 +180,9 @@ int runCommand(const std::vector<std::string>& args, CliIo io) {
     for (const std::string& name : flicker_loop::ScenarioBuilder::presetNames()) {
       flicker_loop::ScenarioBuilder b;
       b.selectPreset(name, nullptr);
-      io.out << name << "  " << b.scenario().description << "\n";
-    }
-    return kExitOk;
-  }
-  if (options.has("keys")) {
-    for (const std::string& key : flicker_loop::ScenarioBuilder::keys()) {
-      io.out << key << "\n";
+      char line[240];
+      snprintf(line, sizeof(line), "%-22s %s\n", name.c_str(), b.scenario().description.c_str());
+      io.out << line;
     }
     return kExitOk;
   }
@@ -196,12 +220,16 @@ int runCommand(const std::vector<std::string>& args, CliIo io) {
     }
   }
 
-  if (!setUpPlatform(options, nullptr, &error)) {
-    return failWith(io, kExitFailed, error);
+  if (options.has("keys")) {
+    printKeys(builder, io.out);
+    return kExitOk;
+  }
+  if (const int status = setUpPlatform(options, nullptr, io, &error)) {
+    return failWith(io, status, error);
   }
   const flicker_sim::SimScenario scenario = builder.scenario();
   flicker_loop::LoopOptions loopOptions = builder.options();
-  ProgressBar bar(io, "running " + scenario.name);
+  ProgressBar bar(io, "running " + scenario.name, "frames");
   const int frames = loopOptions.frames > 0 ? loopOptions.frames : scenario.frameCount;
   if (frames * static_cast<int>(scenario.sensors.size()) >= kProgressFrames) {
     loopOptions.progress = [&bar](int done, int total) { bar.update(done, total); };

@@ -1,5 +1,7 @@
 #include "closed_loop_runner.h"
 
+#include <sys/prctl.h>
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -7,6 +9,8 @@
 
 #include "flicker_freq.h"
 #include "host_properties.h"
+#include "loop_trace.h"
+#include "ripple_fit.h"
 #include "sem_watch.h"
 #include "sim_records.h"
 #include "sim_rig.h"
@@ -33,6 +37,31 @@ int stateHz(const FlickerResultRecord& r) {
   return FlickerFreq::fromRecordCode(r.flickerState).hz();
 }
 
+// Name of the thread that drives the manager during a run: the framework
+// calls the manager from its 3A thread, and traces show it under this name.
+const char k3AThreadName[] = "3A thread";
+
+// Gives the calling thread a name for the object's life.
+class ThreadName {
+ public:
+  explicit ThreadName(const char* name) {
+    prctl(PR_GET_NAME, previous_, 0, 0, 0);
+    prctl(PR_SET_NAME, name, 0, 0, 0);
+  }
+  ~ThreadName() { prctl(PR_SET_NAME, previous_, 0, 0, 0); }
+  ThreadName(const ThreadName&) = delete;
+  ThreadName& operator=(const ThreadName&) = delete;
+
+ private:
+  char previous_[16] = {};  // the kernel's limit, with the terminator
+};
+
+// The deeper of the fitted 100 Hz and 120 Hz bands of a pair.
+double rippleOf(const PairStats& stats) {
+  const RippleFit fit = RippleFit::of(stats);
+  return fit.valid ? std::max(fit.amplitude100, fit.amplitude120) : 0.0;
+}
+
 // Per-sensor state of a run.
 struct Lane {
   IFlickerMgr* mgr = nullptr;
@@ -56,6 +85,7 @@ class Run {
  private:
   bool startSensors();
   bool driveFrame(int index);
+  bool decides(const PairStats& stats);
   void drain(Lane& lane);
   void stopSensors();
   bool fail(const std::string& reason) {
@@ -72,6 +102,8 @@ class Run {
   LoopResult result_;
   double firstSofS_ = -1;
   int started_ = 0;
+  int stateHz_ = 0;         // the process-wide state after the last frame
+  double bestRipple_ = -1;  // fitted ripple of the deciding pair; -1: not yet fitted
 };
 
 LoopResult Run::execute() {
@@ -151,6 +183,7 @@ bool Run::startSensors() {
       lane.mgr->SetParam(fixed);
     }
   }
+  stateHz_ = stateHz(readResult(lanes_.front().mgr));
   return true;
 }
 
@@ -166,9 +199,17 @@ bool Run::driveFrame(int index) {
   }
   lane.nextTimeS = f.sofS + lane.periodS;
 
-  lane.mgr->SetParam(toInputInfo(lane.config));
   const uint64_t postsBefore = SemWatch::postsByThisThread();
-  const int calc = lane.mgr->DoCalculation(toCalcInfo(f));
+  int calc = 0;
+  {
+    // What the 3A thread spends on the manager per frame; the wait for the
+    // worker below is the runner's own.
+    const TraceSection section(cameraTraceOn() ? "frame " + std::to_string(f.frameIndex) +
+                                                     " sensor " + std::to_string(index)
+                                               : std::string());
+    lane.mgr->SetParam(toInputInfo(lane.config));
+    calc = lane.mgr->DoCalculation(toCalcInfo(f));
+  }
   const bool posted = SemWatch::postsByThisThread() != postsBefore;
   if (posted && !SemWatch::instance().awaitWorkerIdle(SemWatch::lastPostByThisThread(),
                                                       options_.workerTimeout)) {
@@ -203,6 +244,8 @@ bool Run::driveFrame(int index) {
     pair.score60 = record.flickerScore60;
     pair.rateActive = record.flickerFrameRateActive;
     pair.truthHz = f.lightMainsHz;
+    pair.gain = f.gain;
+    pair.meanLevel = f.meanLevel;
     if (lane.hasPrevious) {
       // The manager subtracts the exposure (us) from the timestamp (ns) as
       // plain integers; do the same so a replay can feed the same interval.
@@ -210,6 +253,7 @@ bool Run::driveFrame(int index) {
       const int64_t earlier = lane.previous.sof_timestamp - lane.previous.exposureTime;
       pair.intervalNs = later > earlier ? later - earlier : earlier - later;
     }
+    pair.switched = pair.stateHz != stateHz_;
     result_.pairs.push_back(pair);
     if (options_.keepLastPair && lane.hasPrevious) {
       PairStats& stats = result_.lastPair[static_cast<size_t>(index)];
@@ -223,8 +267,42 @@ bool Run::driveFrame(int index) {
       stats.lineTimeS = f.lineTimeS;
       stats.exposureS = f.exposureS;
       stats.intervalS = f.sofS - lane.previous.sofS;
+      stats.row = pair;
+      if (decides(stats)) {
+        result_.decidingPair = stats;
+      }
     }
   }
+  stateHz_ = stateHz(record);
+  return true;
+}
+
+// A switch decides (the last one the run ends on); until the first switch,
+// the pair with the highest score stands in, and among equal scores the one
+// with the deepest fitted ripple (the first of equals).
+bool Run::decides(const PairStats& stats) {
+  const PairRow& pair = stats.row;
+  const PairStats& best = result_.decidingPair;
+  if (pair.switched || !best.valid) {
+    bestRipple_ = -1;
+    return true;
+  }
+  if (best.row.switched) {
+    return false;
+  }
+  const int score = std::max(pair.score50, pair.score60);
+  const int bestScore = std::max(best.row.score50, best.row.score60);
+  if (score != bestScore) {
+    return score > bestScore;
+  }
+  if (bestRipple_ < 0) {
+    bestRipple_ = rippleOf(best);
+  }
+  const double ripple = rippleOf(stats);
+  if (ripple <= bestRipple_) {
+    return false;
+  }
+  bestRipple_ = ripple;
   return true;
 }
 
@@ -275,6 +353,7 @@ ClosedLoopRunner::ClosedLoopRunner(const flicker_sim::SimScenario& scenario,
 }
 
 LoopResult ClosedLoopRunner::run() {
+  const ThreadName name(k3AThreadName);
   Run run(scenario_, options_);
   return run.execute();
 }

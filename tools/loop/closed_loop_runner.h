@@ -14,6 +14,10 @@
 // detection off, one on without a request, so no half-collected pair carries
 // into the next run of the process), then Stop and Uninit.
 //
+// The calling thread is named "3A thread" during the run (traces show it so);
+// with the camera trace tag on, each frame's SetParam and DoCalculation form
+// a section "frame <n> sensor <i>" (loop_trace.h).
+//
 // The program must be linked with the semaphore wrappers (see SemWatch and
 // flicker_loop_program() in CMake). It also links a platform (the host
 // platform) and an algorithm (flk_SendCmd) under the manager.
@@ -34,7 +38,7 @@ struct LoopOptions {
   int frames = 0;            // per sensor; 0 takes the scenario's suggested length
   int startStateHz = 50;     // 50 or 60: state before the first frame; 0: leave as it is
   bool keepFrames = true;    // fill LoopResult::frames
-  bool keepLastPair = true;  // fill LoopResult::lastPair
+  bool keepLastPair = true;  // fill LoopResult::lastPair and LoopResult::decidingPair
   std::chrono::milliseconds workerTimeout{20000};  // longest wait for one analysis
   // Called after every frame with the frames driven so far and the total
   // (all sensors); may be empty.

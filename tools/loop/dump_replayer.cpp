@@ -53,7 +53,49 @@ void initAlgorithm(const Geometry& g) {
   flk_SendCmd(FLK_CMD_INIT, &init, nullptr);
 }
 
+RippleFit profileOf(const flicker_dump::FlkRawDump& dump) {
+  const uint32_t clock = static_cast<uint32_t>(dump.pixelClk);
+  PairStats pair;
+  pair.valid = clock > 0;
+  pair.earlier = dump.slot0;
+  pair.later = dump.slot1;
+  pair.windowWidth = dump.winValue1;
+  pair.windowHeight = dump.winValue2;
+  pair.lineTimeS = clock > 0 ? static_cast<double>(dump.lineLength) / clock : 0.0;
+  pair.exposureS = dump.exposure * 1e-6;
+  return RippleFit::of(pair);
+}
+
+bool moved(const ReplayStep& s) {
+  return s.verdictHz != 0 && s.verdictHz != s.appliedHz;
+}
+
+double ripple(const ReplayStep& s) {
+  return s.profile.valid ? std::max(s.profile.amplitude100, s.profile.amplitude120) : 0.0;
+}
+
 }  // namespace
+
+int ReplayResult::decidingStep() const {
+  int best = -1;
+  for (size_t i = 0; i < steps.size(); ++i) {
+    const ReplayStep& s = steps[i];
+    if (moved(s)) {
+      best = static_cast<int>(i);
+      continue;
+    }
+    if (best >= 0 && moved(steps[static_cast<size_t>(best)])) {
+      continue;
+    }
+    const ReplayStep* b = best >= 0 ? &steps[static_cast<size_t>(best)] : nullptr;
+    const int score = std::max(s.score50, s.score60);
+    const int bestScore = b != nullptr ? std::max(b->score50, b->score60) : -1;
+    if (score > bestScore || (score == bestScore && ripple(s) > ripple(*b))) {
+      best = static_cast<int>(i);
+    }
+  }
+  return best;
+}
 
 DumpReplayer::DumpReplayer(const FlickerExtPara& tuning) : tuning_(tuning) {}
 
@@ -155,6 +197,7 @@ ReplayResult DumpReplayer::replay(const std::string& dir, const std::vector<int6
     // The manager moves only between 50 and 60, on a verdict for the other;
     // the next dump then records the new state, which is applied above.
     step.stateAfterHz = step.verdictHz != 0 ? step.verdictHz : dump.freq;
+    step.profile = profileOf(dump);
     result.steps.push_back(step);
   }
   flk_SendCmd(FLK_CMD_UNINIT, nullptr, nullptr);

@@ -9,7 +9,9 @@
 // a state change (commands 4 and 5) when it differs from the last one, then
 // the detection on the pair (command 2). A dump does not hold the frame
 // interval: the caller gives it, one value for all steps or one per step.
-// The set-up is sent again whenever a dump's geometry differs.
+// The set-up is sent again whenever a dump's geometry differs. Each step
+// also carries the tool's own fit of the pair's ratio profile (RippleFit),
+// the line time taken from the dump's line length and pixel clock.
 //
 // Folders are taken in numeric order (000..999, then 1000 and up); other
 // entries are ignored. A folder without flk.raw, or a truncated or corrupt
@@ -24,6 +26,7 @@
 #include <vector>
 
 #include "flicker_algo_cmd.h"
+#include "ripple_fit.h"
 
 namespace flicker_loop {
 
@@ -37,12 +40,21 @@ struct ReplayStep {
   int score60 = 0;
   int exposureUs = 0;
   int32_t aux[kFlkAuxWords] = {};  // the algorithm's diagnostics words
+  // The pair's ratio profile, slot 1 over slot 0 (in cycle mode the later
+  // frame over the earlier one), with its fitted bands.
+  RippleFit profile;
 };
 
 struct ReplayResult {
   bool ok = false;
   std::string error;              // one line naming the file when !ok
   std::vector<ReplayStep> steps;  // the steps replayed before any error
+
+  // The step that decided: the last whose verdict moved the state (a verdict
+  // for the other frequency than the one recorded), or, without one, the
+  // highest score, and among equal scores the deepest fitted ripple (the
+  // first of equals). -1 without steps.
+  int decidingStep() const;
 };
 
 class DumpReplayer {

@@ -1,5 +1,6 @@
 // Records of one closed-loop run: what the runner saw per frame, per analysed
-// pair, and the statistics of each sensor's last analysed pair.
+// pair, and the statistics of each sensor's last analysed pair and of the
+// pair that decided the run.
 //
 // Plain data, filled by ClosedLoopRunner and read by the summary, the
 // evaluation grid and the tools' printers.
@@ -40,6 +41,9 @@ struct PairRow {
   // Frame interval the manager handed the algorithm for this pair, computed
   // its way: |(sof - exposure) of the later - (sof - exposure) of the earlier|.
   int64_t intervalNs = 0;
+  bool switched = false;  // the state after this analysis differs from the one before
+  double gain = 1.0;       // analog gain of the later frame
+  double meanLevel = 0.0;  // its mean pixel value as a fraction of full scale
 };
 
 // The statistics of a sensor's last analysed pair, as the simulator produced
@@ -55,6 +59,7 @@ struct PairStats {
   double lineTimeS = 0;
   double exposureS = 0;  // of the later frame
   double intervalS = 0;  // between the two frames' readout starts
+  PairRow row;           // the analysis of the pair
 };
 
 struct LoopResult {
@@ -63,6 +68,11 @@ struct LoopResult {
   std::vector<FrameRow> frames;  // in the order the runner drove them
   std::vector<PairRow> pairs;
   std::vector<PairStats> lastPair;  // per sensor
+  // The pair that decided the run, whichever sensor analysed it: the one
+  // after which the state last switched, or, without a switch, the one with
+  // the highest score, and among equal scores the deepest fitted ripple
+  // (RippleFit). Invalid without pairs.
+  PairStats decidingPair;
   int sensors = 0;
   double frameIntervalMs = 0;  // nominal of sensor 0
 };

@@ -3,26 +3,21 @@
 //
 // Scenario file format: one `key = value` per line; `#` starts a comment
 // (to the end of the line); blank lines are ignored; spaces around keys and
-// values are trimmed. The keys (the same as the tool's --key options):
-//   scenario     preset to start from (a file may name it; default office-50hz)
-//   frames       frames per sensor                         seed        run seed
-//   start_state  50, 60 or keep (the state left by an earlier run)
-//   sensors      number of sensors (copies of sensor 0, each starting 7 ms later)
-//   fps          frame rate              mode        anti-banding mode 1, 2, 3
-//   width height TG and frame size       pixel_mode  pixel_clock  line_length
-//   binning      sensor binning factor   sensor_mode
-//   light        fluorescent, led, incandescent, good-led, pwm, daylight
-//   mains        50, 60 or 0             level       light in electrons/s/pixel
-//   depth        scale of the ripple     drift       mains drift in Hz
-//   pwm_hz       PWM frequency of light = pwm
-//   mix_mains    adds a second lamp of the same type on this mains (50, 60; 0 = none)
-//   mix_share    share of the light level the second lamp gives (0..1, default 0.5)
-//   switch_at    time (s) the light changes to switch_light / switch_mains
-//   texture      natural, flat, grating  pan_x pan_y shake shake_hz  (frame units)
-//   exposure_ms  manual exposure (0 = automatic)   ae_target   mean level 0..1
-//   read_noise   electrons rms           full_well   electrons at full scale
-// A light key rebuilds the light from the first lamp of the preset with the
-// change applied; `switch_at` adds (or moves) the second segment.
+// values are trimmed. The keys are the tool's --key options; describeKeys()
+// gives each one's unit, allowed values and meaning (flicker-sim run --keys).
+// Among them: `scenario` starts again from a preset; `frames`, `seed`,
+// `start_state` (50, 60 or keep) and `sensors` (copies of sensor 0, each
+// starting 7 ms later) shape the run; the sensor keys (fps, mode, width,
+// height, pixel_mode, pixel_clock, line_length, binning, sensor_mode,
+// texture, pan_x, pan_y, shake, shake_hz, exposure_ms, ae_target,
+// read_noise, full_well, timing, lines_per_frame) go to every sensor; the
+// light keys (light, mains, level, depth, ripple, drift, pwm_hz, mix_mains,
+// mix_share) rebuild the light from the first lamp of the preset with the
+// change applied; `switch_at`, `switch_light`, `switch_mains` add (or move) a
+// second segment; `onset_at` and `onset_from` light the scene without the
+// lamp until it is switched on; `object` and `screen_hz` add things to the
+// scene. A light may also be a lamp modelled on published measurements
+// (sim_lamp_models.h).
 //
 // Not thread-safe; a plain value object.
 #pragma once
@@ -39,8 +34,8 @@ class ScenarioBuilder {
  public:
   ScenarioBuilder();
 
-  // Starts again from preset `name` (the alias frozen-30fps names
-  // static-120hz-30fps). False with a reason when the name is unknown.
+  // Starts again from preset `name`. False with a reason when the name is
+  // unknown.
   bool selectPreset(const std::string& name, std::string* error);
   // Applies one setting; false with a one-line reason for an unknown key or a
   // bad value.
@@ -57,8 +52,20 @@ class ScenarioBuilder {
 
   // Every key that set() accepts, for help texts.
   static std::vector<std::string> keys();
-  // Preset names, with the alias.
+  // The built-in scenarios.
   static std::vector<std::string> presetNames();
+
+  struct KeyInfo {
+    std::string name;
+    std::string unit;     // empty when the value has none
+    std::string allowed;  // "1..1000" or "50, 60 or keep"
+    std::string value;    // what the builder holds now (sensor 0's for sensor keys)
+    std::string meaning;
+  };
+  // Every key with its current value, in the order of keys().
+  std::vector<KeyInfo> describeKeys() const;
+  // The current value of `key` as text; empty for an unknown key.
+  std::string value(const std::string& key) const;
 
  private:
   struct Lamp {
@@ -71,11 +78,17 @@ class ScenarioBuilder {
     double pwmHz = 437.0;
     double mixMainsHz = 0;  // second lamp on this mains, 0 = none
     double mixShare = 0.5;
+    double ripple = 0;  // absolute depth at twice the mains, 0 = the lamp's own
   };
 
-  bool setLight(const std::string& key, const std::string& value, std::string* error);
-  bool setSensor(const std::string& key, const std::string& value, std::string* error);
+  // Apply a checked value (`x` is its number where it has one).
+  void setLight(const std::string& key, const std::string& value, double x);
+  static void setSensor(const std::string& key, const std::string& value, double x,
+                        flicker_sim::SimSensorParams* sensor);
+  void setScene(const std::string& key, const std::string& value, double x);
   static std::vector<flicker_sim::SimLightComponent> buildLamp(const Lamp& lamp);
+  flicker_sim::SimLightParams buildLight(const flicker_sim::SimScenario& base) const;
+  void addSceneObjects(flicker_sim::SimSensorParams* sensor) const;
 
   flicker_sim::SimScenario base_;
   LoopOptions options_;
@@ -85,6 +98,10 @@ class ScenarioBuilder {
   bool switchChanged_ = false;
   double switchAtS_ = -1;
   Lamp switchLamp_;
+  double onsetAtS_ = -1;  // < 0: the lamp is on from the start
+  bool onsetFromDaylight_ = false;
+  double screenHz_ = 0;  // 0: no screen
+  bool highlight_ = false;
 };
 
 // Parses a whole decimal number / a finite real; false on anything else.

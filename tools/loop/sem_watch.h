@@ -49,6 +49,9 @@ class SemWatch {
   bool awaitWorkerIdle(const Ticket& ticket, std::chrono::milliseconds timeout);
   // Blocks until more than `count` waits were entered in all; false on timeout.
   bool awaitTotalWaitsAbove(uint64_t count, std::chrono::milliseconds timeout);
+  // Opens or closes the calling thread's "wake-up" trace section (the
+  // wrappers call it around each wait).
+  static void traceAwake(bool awake);
 
  private:
   struct Counters {

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <vector>
 
 #include "host_default_tuning.h"
 #include "host_nvram.h"
@@ -18,6 +17,8 @@ namespace {
 
 static_assert(sizeof(FlickerExtPara) == sizeof(open_algo::kDefaultTuningWords),
               "the recommended record covers the algorithm part exactly");
+
+constexpr size_t kRecords = static_cast<size_t>(kFlickerScenarioRows) * kFlickerBinRatios;
 
 FLICKER_CUST_PARA openRecord() {
   FLICKER_CUST_PARA record{};
@@ -31,26 +32,38 @@ FlickerExtPara algoPartOf(const FLICKER_CUST_PARA& record) {
   return para;
 }
 
-// The temporary image written by applyRecord; replaced by the next one and
-// removed when the process ends.
-struct TempImage {
-  std::string path;
-  void replace(const std::string& next) {
-    if (!path.empty()) {
-      unlink(path.c_str());
-    }
-    path = next;
-  }
-  ~TempImage() { replace(""); }
-};
-
-TempImage& tempImage() {
-  static TempImage image;
-  return image;
+std::vector<uint8_t> encode(const TuningTable& table) {
+  return flicker_host::encodeTuningImage([&table](int row, int col) {
+    return table.records[static_cast<size_t>(row) * kFlickerBinRatios + static_cast<size_t>(col)];
+  });
 }
 
-// Writes `record` into every row and column of a temporary NVRAM image.
-bool writeImage(const FLICKER_CUST_PARA& record, std::string* path, std::string* error) {
+// The temporary images: the one applyTable wrote last (replaced by the next
+// one) and the staged ones, all removed when the process ends.
+struct TempImages {
+  std::string applied;
+  std::vector<std::string> staged;
+  void replace(const std::string& next) {
+    if (!applied.empty()) {
+      unlink(applied.c_str());
+    }
+    applied = next;
+  }
+  ~TempImages() {
+    replace("");
+    for (const std::string& path : staged) {
+      unlink(path.c_str());
+    }
+  }
+};
+
+TempImages& tempImages() {
+  static TempImages images;
+  return images;
+}
+
+// Writes a new temporary image of `table`; the caller keeps track of it.
+bool writeTempImage(const TuningTable& table, std::string* path, std::string* error) {
   const char* tmp = getenv("TMPDIR");
   std::string pattern =
       std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/flicker-tuning-XXXXXX";
@@ -61,49 +74,112 @@ bool writeImage(const FLICKER_CUST_PARA& record, std::string* path, std::string*
     *error = "cannot create a temporary tuning image in " + pattern;
     return false;
   }
-  tempImage().replace(name.data());
-  const std::vector<uint8_t> image =
-      flicker_host::encodeTuningImage([&record](int, int) { return record; });
+  *path = name.data();
+  const std::vector<uint8_t> image = encode(table);
   const bool written = write(fd, image.data(), image.size()) == static_cast<ssize_t>(image.size());
   close(fd);
   if (!written) {
-    *error = "cannot write the temporary tuning image " + tempImage().path;
+    unlink(path->c_str());
+    *error = "cannot write the temporary tuning image " + *path;
     return false;
   }
-  *path = tempImage().path;
   return true;
 }
 
-bool readImageRecord(const std::string& path, FLICKER_CUST_PARA* record, std::string* error) {
+bool readImage(const std::string& path, TuningTable* table, std::string* error) {
   std::ifstream in(path, std::ios::binary);
-  std::vector<uint8_t> bytes(flicker_host::kTuningRecordBytes);
-  if (!in ||
-      !in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))) {
+  std::vector<uint8_t> bytes(flicker_host::kTuningImageBytes);
+  if (!in) {
     *error = "cannot read the tuning image " + path;
     return false;
   }
-  in.seekg(0, std::ios::end);
-  if (static_cast<size_t>(in.tellg()) < flicker_host::kTuningImageBytes) {
+  if (!in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))) {
     *error = "tuning image " + path + " is shorter than " +
              std::to_string(flicker_host::kTuningImageBytes) + " bytes";
     return false;
   }
-  *record = flicker_host::decodeTuningRecord(bytes.data());
+  table->records.clear();
+  for (size_t i = 0; i < kRecords; ++i) {
+    table->records.push_back(
+        flicker_host::decodeTuningRecord(&bytes[i * flicker_host::kTuningRecordBytes]));
+  }
   return true;
 }
 
 }  // namespace
 
-bool TuningChoice::applyRecord(const FLICKER_CUST_PARA& record, FlickerExtPara* algoPart,
-                               std::string* error) {
-  std::string path;
-  if (!writeImage(record, &path, error)) {
+TuningTable TuningTable::filledWith(const FLICKER_CUST_PARA& record) {
+  TuningTable table;
+  table.records.assign(kRecords, record);
+  return table;
+}
+
+FlickerExtPara TuningTable::algoPart() const {
+  return algoPartOf(first());
+}
+
+bool TuningTable::uniform() const {
+  for (const FLICKER_CUST_PARA& r : records) {
+    if (memcmp(&r, &records.front(), sizeof(r)) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool TuningChoice::load(const std::string& choice, TuningTable* table, std::string* error) {
+  if (choice == "open") {
+    *table = TuningTable::filledWith(openRecord());
+    return true;
+  }
+  if (choice == "host") {
+    const char* env = getenv("FLICKER_NVRAM_IMAGE");
+    if (env != nullptr && env[0] != '\0') {
+      if (!readImage(env, table, error)) {
+        *error = "FLICKER_NVRAM_IMAGE: " + *error;
+        return false;
+      }
+      return true;
+    }
+    table->records.clear();
+    for (int row = 0; row < kFlickerScenarioRows; ++row) {
+      for (int col = 0; col < kFlickerBinRatios; ++col) {
+        table->records.push_back(flicker_host::defaultTuningRecord(row, col));
+      }
+    }
+    return true;
+  }
+  if (access(choice.c_str(), F_OK) != 0) {
+    *error = "bad value '" + choice + "' for --tuning: expected open, host or an NVRAM image file";
     return false;
   }
+  return readImage(choice, table, error);
+}
+
+bool TuningChoice::applyTable(const TuningTable& table, FlickerExtPara* algoPart,
+                              std::string* error) {
+  std::string path;
+  if (!writeTempImage(table, &path, error)) {
+    return false;
+  }
+  tempImages().replace(path);
   flicker_host::setNvramImage(path);
   if (algoPart != nullptr) {
-    *algoPart = algoPartOf(record);
+    *algoPart = algoPartOf(table.first());
   }
+  return true;
+}
+
+bool TuningChoice::applyRecord(const FLICKER_CUST_PARA& record, FlickerExtPara* algoPart,
+                               std::string* error) {
+  return applyTable(TuningTable::filledWith(record), algoPart, error);
+}
+
+bool TuningChoice::stage(const TuningTable& table, std::string* image, std::string* error) {
+  if (!writeTempImage(table, image, error)) {
+    return false;
+  }
+  tempImages().staged.push_back(*image);
   return true;
 }
 
@@ -112,30 +188,32 @@ FlickerExtPara TuningChoice::openDefaults() {
 }
 
 bool TuningChoice::apply(const std::string& choice, FlickerExtPara* algoPart, std::string* error) {
-  std::string why;
-  FLICKER_CUST_PARA record{};
-  if (choice == "open") {
-    return applyRecord(openRecord(), algoPart, error);
-  } else if (choice == "host") {
-    flicker_host::setNvramImage("");
-    const char* env = getenv("FLICKER_NVRAM_IMAGE");
-    if (env != nullptr && env[0] != '\0') {
-      if (!readImageRecord(env, &record, &why)) {
-        *error = why;
-        return false;
-      }
-    } else {
-      record = flicker_host::defaultTuningRecord(0, 0);
-    }
-  } else {
-    if (!readImageRecord(choice, &record, &why)) {
-      *error = why;
-      return false;
-    }
-    flicker_host::setNvramImage(choice);
+  TuningTable table;
+  if (!load(choice, &table, error)) {
+    return false;
   }
+  if (choice == "open") {
+    return applyTable(table, algoPart, error);
+  }
+  // The platform reads the host table and image files itself, as it would
+  // outside a simulation.
+  flicker_host::setNvramImage(choice == "host" ? "" : choice);
   if (algoPart != nullptr) {
-    *algoPart = algoPartOf(record);
+    *algoPart = algoPartOf(table.first());
+  }
+  return true;
+}
+
+bool TuningChoice::writeImage(const TuningTable& table, const std::string& path,
+                              std::string* error) {
+  const std::vector<uint8_t> image = encode(table);
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  if (!out ||
+      !out.write(reinterpret_cast<const char*>(image.data()),
+                 static_cast<std::streamsize>(image.size())) ||
+      !out.flush()) {
+    *error = "cannot write the tuning image " + path;
+    return false;
   }
   return true;
 }

@@ -1,0 +1,225 @@
+// The evaluation grid's physics and make-up: when a pair can show a lamp's
+// ripple, what an exposure leaves of mixed light, which cells the grid holds
+// and with which seeds, and a soak that counts false switches.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "eval_cell.h"
+#include "host_log.h"
+#include "observability.h"
+#include "sim_light.h"
+#include "soak_run.h"
+#include "tuning_choice.h"
+
+namespace flicker_eval {
+namespace {
+
+// 4000 x 3000 at 10 us: 2952 lines, six windows, 30 ms of readout; a bright
+// office pixel: relative noise of a window sum about 1e-3.
+constexpr int kEntries = 6 * 2952;
+constexpr double kReadout = 0.0295;
+constexpr double kNoise = 1e-3;
+constexpr double kFrame30 = 1.0 / 30.0;
+
+struct SightCase {
+  const char* what;
+  PairPhysics pair;
+  PairSight sight;
+};
+
+class PairSightTest : public ::testing::TestWithParam<SightCase> {};
+
+TEST_P(PairSightTest, FollowsThePhysics) {
+  EXPECT_EQ(pairSight(GetParam().pair), GetParam().sight) << GetParam().what;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, PairSightTest,
+    ::testing::Values(
+        // 50 Hz lamp in state 60 at 30 fps: 100 Hz moves a third of a cycle.
+        SightCase{"wrong state, moving",
+                  {100, 120, 0.35, 1 / 60.0, kFrame30, kReadout, kNoise, kEntries},
+                  PairSight::kMoving},
+        // The state's exposure cancels the lamp's own ripple: nothing to see.
+        SightCase{"right state, cancelled",
+                  {100, 120, 0.35, 0.02, kFrame30, kReadout, kNoise, kEntries},
+                  PairSight::kHidden},
+        // 60 Hz lamp in state 50 at 30 fps: 120 Hz stands still (4 cycles a
+        // frame), but the 20 ms exposure cancels 100 Hz, so the bands are it.
+        SightCase{"frozen, other cancelled",
+                  {120, 100, 0.35, 0.02, kFrame30, kReadout, kNoise, kEntries},
+                  PairSight::kFrozen},
+        // The same frozen ripple under a short exposure cancels nothing.
+        SightCase{"frozen, nothing cancelled",
+                  {120, 100, 0.35, 1e-3, kFrame30, kReadout, kNoise, kEntries},
+                  PairSight::kHidden},
+        // An eighth of a cycle is moving, a twentieth is not (the least is a tenth).
+        SightCase{"barely moving, short exposure",
+                  {100, 120, 0.35, 1e-3, 0.12 / 100 + 0.04, kReadout, kNoise, kEntries},
+                  PairSight::kMoving},
+        SightCase{"too little motion, short exposure",
+                  {100, 120, 0.35, 1e-3, 0.05 / 100 + 0.04, kReadout, kNoise, kEntries},
+                  PairSight::kHidden},
+        // Half a period of readout (640 x 480 at 12 us): no band period to
+        // measure, but the 16.7 ms exposure cancels 120 Hz.
+        SightCase{"half a period, other cancelled",
+                  {100, 120, 0.35, 1 / 60.0, kFrame30, 0.0052, kNoise, 6 * 432},
+                  PairSight::kMoving},
+        SightCase{"half a period, short exposure",
+                  {100, 120, 0.35, 1e-3, kFrame30, 0.0052, kNoise, 6 * 432},
+                  PairSight::kHidden},
+        // A 2 % lamp: 0.3 % bands after a 16.7 ms exposure, far above the
+        // noise of a bright frame, lost in a very dark and noisy one.
+        SightCase{"2 % lamp, bright",
+                  {100, 120, 0.02, 1 / 60.0, kFrame30, kReadout, kNoise, kEntries},
+                  PairSight::kMoving},
+        SightCase{"2 % lamp, dark",
+                  {100, 120, 0.02, 1 / 60.0, kFrame30, kReadout, 2.0, kEntries},
+                  PairSight::kHidden}),
+    [](const ::testing::TestParamInfo<SightCase>& info) { return std::to_string(info.index); });
+
+TEST(Observability, ReadoutKeepsLessOfARippleBeyondALineTheShorterItIs) {
+  EXPECT_LT(beyondLine(0.1), 0.02);  // a tenth of a band is nearly a line
+  EXPECT_GT(beyondLine(0.5), 0.2);
+  EXPECT_LT(beyondLine(0.5), 0.45);
+  EXPECT_GT(beyondLine(3.0), 0.95);
+  EXPECT_EQ(beyondLine(0.0), 0.0);
+}
+
+flicker_sim::SimLightSegment lamps(double share60) {
+  using flicker_sim::makeLightComponent;
+  using flicker_sim::SimLightType;
+  return {0.0,
+          {makeLightComponent(SimLightType::kIncandescent, 50.0, 1e5 * (1 - share60)),
+           makeLightComponent(SimLightType::kIncandescent, 60.0, 1e5 * share60)}};
+}
+
+struct ResidualCase {
+  const char* what;
+  double share60;
+  double exposureS;
+  double residual;  // 8 % ripples (incandescent) times shares and sinc
+};
+
+class ResidualBandingTest : public ::testing::TestWithParam<ResidualCase> {};
+
+TEST_P(ResidualBandingTest, IsWhatTheExposureLeavesOfEveryRipple) {
+  const ResidualCase& c = GetParam();
+  EXPECT_NEAR(residualBanding(lamps(c.share60), c.exposureS), c.residual, 1e-5) << c.what;
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, ResidualBandingTest,
+                         ::testing::Values(
+                             // One lamp, its own state: nothing left; the other state: sinc(1.67).
+                             ResidualCase{"50 Hz lamp, 20 ms", 0.0, 0.02, 0.0},
+                             ResidualCase{"50 Hz lamp, 16.7 ms", 0.0, 1 / 60.0, 0.08 * 0.16539867},
+                             // Equal shares: state 50 (20 ms) leaves half of 120 Hz times
+                             // sinc(2.4), state 60 (16.7 ms) half of 100 Hz times sinc(1.67): 50
+                             // leaves less.
+                             ResidualCase{"mixed, 20 ms", 0.5, 0.02, 0.04 * 0.12613778},
+                             ResidualCase{"mixed, 16.7 ms", 0.5, 1 / 60.0, 0.04 * 0.16539867},
+                             // 70 % on 50 Hz: state 50 leaves the weaker 60 Hz lamp's ripple.
+                             ResidualCase{"mixed 30, 20 ms", 0.3, 0.02, 0.024 * 0.12613778}),
+                         [](const ::testing::TestParamInfo<ResidualCase>& info) {
+                           return std::to_string(info.index);
+                         });
+
+// The default grid holds cells of every dimension the evaluation must see.
+TEST(EvalGrid, DefaultGridHoldsEveryNewDimension) {
+  const std::vector<EvalCell> grid = buildGrid(GridSize::kDefault);
+  const std::vector<std::pair<std::string, std::string>> needed = {
+      {"timing", "fixed"},
+      {"fps", "24"},
+      {"fps", "25"},
+      {"fps", "29.97"},
+      {"fps", "30"},
+      {"fps", "60"},
+      {"geometry", "640x480@12us"},
+      {"geometry", "640x480@64us"},
+      {"geometry", "1920x1080@10us"},
+      {"geometry", "8160x6144@5us"},
+      {"texture", "piecewise"},
+      {"texture", "screen"},
+      {"texture", "grating"},
+      {"motion", "v1"},
+      {"motion", "v2"},
+      {"motion", "v3"},
+      {"motion", "object"},
+      {"motion", "pan"},
+      {"ripple", "0.02"},
+      {"mains", "dark>50"},
+      {"mains", "day>60"},
+      {"mains", "mixed30"},
+      {"light", "led-pwm"},
+      {"light", "fluorescent-magnetic"},
+      {"light", "incandescent-40w"},
+      {"light", "led-rectified"}};
+  for (const auto& [dim, value] : needed) {
+    EXPECT_FALSE(filterCells(grid, {{dim, value}}).empty()) << dim << "=" << value;
+  }
+  // Fixed-rate cells at every video rate.
+  for (const char* fps : {"24", "25", "29.97", "30", "60"}) {
+    EXPECT_FALSE(filterCells(grid, {{"timing", "fixed"}, {"fps", fps}}).empty()) << fps;
+  }
+}
+
+TEST(EvalGrid, CellsAreUniqueDeterministicAndSeededFromTheBase) {
+  for (const GridSize size : {GridSize::kQuick, GridSize::kDefault}) {
+    const std::vector<EvalCell> a = buildGrid(size, 0);
+    const std::vector<EvalCell> b = buildGrid(size, 20000);
+    ASSERT_EQ(a.size(), b.size());
+    std::set<std::string> labels;
+    std::set<uint64_t> seeds;
+    for (size_t i = 0; i < a.size(); ++i) {
+      EXPECT_TRUE(labels.insert(a[i].label()).second) << a[i].label();
+      EXPECT_TRUE(seeds.insert(a[i].seed).second);
+      // The same scene, another seed set.
+      EXPECT_EQ(a[i].label(), b[i].label());
+      EXPECT_EQ(b[i].seed, a[i].seed + 20000);
+      // Every cell builds a scenario.
+      flicker_sim::SimScenario scenario;
+      int frames = 0;
+      std::string error;
+      EXPECT_TRUE(a[i].scenario(4.0, &scenario, &frames, &error)) << error;
+    }
+  }
+  EXPECT_EQ(seedSetKind(0), "tuning");
+  EXPECT_EQ(seedSetKind(1000), "tuning");
+  for (const uint64_t base : kHeldOutSeedBases) EXPECT_EQ(seedSetKind(base), "held out");
+}
+
+// A soak is a list of runs known before the first starts: scenes in turn,
+// fresh seeds, as many runs as make up the hours; a tiny one switches
+// nowhere, and a failed run is counted with the time asked of it.
+TEST(Soak, PlansTheRunsThenCountsFalseSwitches) {
+  const std::vector<EvalCell> scenes =
+      filterCells(soakCells(), {{"geometry", "640x480@12us"}, {"light", "daylight"}});
+  ASSERT_GE(scenes.size(), 2u);
+  for (const EvalCell& c : scenes) EXPECT_FALSE(c.hasFlicker());
+  const std::vector<EvalCell> runs = soakRuns(scenes, 2.5 / 3600, 1.0, 500);
+  ASSERT_EQ(runs.size(), 3u);  // 2.5 s in runs of 1 s
+  for (size_t k = 0; k < runs.size(); ++k) {
+    EXPECT_EQ(runs[k].label(), scenes[k % scenes.size()].label());
+    EXPECT_EQ(runs[k].seed, 500 + k + 1);
+  }
+  EXPECT_TRUE(soakRuns({}, 1.0, 1.0, 0).empty());
+
+  flicker_host::setLogsQuiet(true);
+  std::string error;
+  ASSERT_TRUE(flicker_loop::TuningChoice::apply("open", nullptr, &error)) << error;
+  std::vector<CellOutcome> outcomes = evaluateAll(runs, 1.0, nullptr);
+  outcomes.back().ok = false;
+  const SoakReport r = soakReport(outcomes, 1.0, 2.0);
+  EXPECT_EQ(r.runs, 3);
+  EXPECT_GE(r.hours * 3600, 2.5);
+  EXPECT_EQ(r.falseSwitches, 0);
+  EXPECT_EQ(r.failedRuns, 1);
+  ASSERT_EQ(r.switching.size(), 1u) << "the failed run is listed";
+  EXPECT_EQ(r.switching[0].cell.seed, runs.back().seed);
+}
+
+}  // namespace
+}  // namespace flicker_eval
