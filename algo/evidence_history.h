@@ -26,6 +26,11 @@ struct EvidenceEntry {
   // The pair measured the ripples in its difference: analysable, no scene
   // change. `amplitude` of a seen ripple is then a measurement.
   bool measured;
+  // The pair could have shown the ripple, in its difference or against a
+  // reference frame old enough for a frozen ripple's phase to have crept.
+  bool looked[kRipples];
+  // The exposure cancelled the ripple.
+  bool cancelled[kRipples];
   // The ripple not applied against the cancelled probe, for the slow path.
   ProbeSample probe;
 };

@@ -34,7 +34,7 @@ enum TuningWord : int {
 constexpr int kTuningWords = 35;
 
 // Default of each knob; a zero word in the record stands for this value.
-constexpr int32_t kDefaultMinAmplitude = 40;      // 0.4 % ripple: below any visible banding
+constexpr int32_t kDefaultMinAmplitude = 10;      // 0.1 %: a 2 % lamp under whole-period exposures
 constexpr int32_t kDefaultSnrThreshold = 30;      // SNR 3: evidence ramps from 3 to 6
 constexpr int32_t kDefaultDominancePct = 200;     // the new ripple must be twice the old one
 constexpr int32_t kDefaultHoldOff = 4;            // about two pairs' worth of AE settling

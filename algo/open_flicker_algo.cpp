@@ -64,6 +64,7 @@ int32_t OpenFlickerAlgo::init(const FlkInitPara* para) {
   sensorPath_ = para->sensorPath;
   statLines_ = para->statLineCount;
   decider_.clearHistory();
+  analyzer_.forgetReference();
   const double lineTime =
       para->pixelClk > 0.0 ? static_cast<double>(para->lineLength) / para->pixelClk : 0.0;
   const bool timingOk =
@@ -82,6 +83,7 @@ int32_t OpenFlickerAlgo::release() {
   initialised_ = false;
   lineTime_ = 0.0;
   decider_.clearHistory();
+  analyzer_.forgetReference();
   decider_.forget();
   ALGO_LOG(log_, "released");
   return 0;
@@ -234,24 +236,33 @@ void OpenFlickerAlgo::logEvidence() const {
   }
   const PairEvidence& e = evidence_;
   ALGO_LOGV(log_,
-            "analysable(%d) bins(%d x %d lines) residual(%.4f) change(%d) shift(%.2f +- %.2f "
-            "lines%s)",
-            e.analysable, e.bins, e.binLines, e.sceneResidual, e.sceneChange, e.shift, e.shiftError,
-            e.shiftRemoved ? ", removed" : "");
+            "analysable(%d) bins(%d x %d lines) residual(%.4f of %.4f) lone(%.2f) change(%d) "
+            "shift(%.2f +- %.2f lines%s)",
+            e.analysable, e.bins, e.binLines, e.sceneResidual, e.differenceSigma, e.loneExplained,
+            e.sceneChange, e.shift, e.shiftError, e.shiftRemoved ? ", removed" : "");
   if (e.periodTested) {
     ALGO_LOGV(log_,
               "period: 100 Hz ccc(%.2f) spread(%.3f) win(%d) | 120 Hz ccc(%.2f) spread(%.3f) "
-              "win(%d) -> %s",
+              "win(%d) half(%.2f/%.2f) -> %s",
               e.periodicity[0], e.periodSpread[0], e.periodWindows[0], e.periodicity[1],
-              e.periodSpread[1], e.periodWindows[1],
+              e.periodSpread[1], e.periodWindows[1], e.halfPeriodicity[0], e.halfPeriodicity[1],
               e.periodRipple < 0 ? "none" : (e.periodRipple == 0 ? "100 Hz" : "120 Hz"));
+  }
+  if (e.longTested) {
+    ALGO_LOGV(log_,
+              "reference of age %d: residual(%.4f) 100 Hz amp(%.4f) snr(%.1f) ev(%.2f) | 120 Hz "
+              "amp(%.4f) snr(%.1f) ev(%.2f)",
+              e.longAge, e.longResidual, e.longRipple[0].amplitude, e.longRipple[0].snr,
+              e.longEvidence[0], e.longRipple[1].amplitude, e.longRipple[1].snr, e.longEvidence[1]);
   }
   for (int f = 0; f < kRipples; ++f) {
     ALGO_LOGV(log_,
-              "%.0f Hz: gain(%.3f) vis(%.3f%s) diff amp(%.4f) snr(%.1f) agree(%.2f) ev(%.2f) | "
+              "%.0f Hz: gain(%.3f) vis(%.3f%s) diff amp(%.4f) snr(%.1f) agree(%.2f) leak(%.4f) "
+              "ev(%.2f) | "
               "frame amp(%.4f/%.4f) snr(%.1f/%.1f) ev(%.2f)",
               kRippleHz[f], e.exposureGain[f], e.visibility[f], e.frozen[f] ? " frozen" : "",
               e.temporalAmplitude[f], e.temporal[f].snr, e.temporal[f].agreement,
+              e.shiftLeak[f] > 0.0 ? e.temporal[f].phasor / e.shiftLeak[f] : -1.0,
               e.temporalEvidence[f], e.spatial[0][f].amplitude, e.spatial[1][f].amplitude,
               e.spatial[0][f].snr, e.spatial[1][f].snr, e.spatialEvidence[f]);
   }

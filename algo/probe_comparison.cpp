@@ -16,9 +16,10 @@ constexpr double kSnr2Ratio = 5.0;
 // Of kPairs samples at least this many show the ripple at the dominance
 // ratio over the probe, as a vote would.
 constexpr int kMinDominant = 4;
-// The mean amplitude must reach this many times the minimum amplitude: a
-// panned grating's leftover texture stays under it.
+// The mean amplitude must reach this many times the minimum amplitude, and at
+// least this much: a panned grating's leftover texture stays under it.
 constexpr double kAmplitudeFactor = 2.5;
+constexpr double kMinBanding = 0.01;
 
 }  // namespace
 
@@ -60,7 +61,7 @@ bool ProbeComparison::backs(int ripple, const AlgoKnobs& knobs, double* banding)
   amplitude /= n;
   probeRipple /= n;
   const bool clear = snr2 >= probeSnr2 + kSnr2Margin && snr2 >= kSnr2Ratio * probeSnr2;
-  const bool large = amplitude >= kAmplitudeFactor * knobs.minAmplitude &&
+  const bool large = amplitude >= std::max(kMinBanding, kAmplitudeFactor * knobs.minAmplitude) &&
                      amplitude >= knobs.dominance * probeRipple;
   if (!clear || !large) {
     return false;

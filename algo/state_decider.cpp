@@ -9,6 +9,10 @@ namespace {
 
 // Evidence (0..1) a pair needs to vote.
 constexpr double kVoteEvidence = 0.5;
+// A reference frame this many detections old has let a frozen ripple's phase
+// creep enough to show (a tenth of a cycle at 0.06 cycles a second and ten
+// detections a second gives a third of its bands).
+constexpr int kMinLookAge = 8;
 // A frozen ripple's stand-in may come from a difference measured this many
 // pairs back.
 constexpr int kRecentPairs = 2;
@@ -17,11 +21,6 @@ constexpr int kRecentPairs = 2;
 constexpr double kForeignSpatialWeight = 0.5;
 // The switch-back window lasts this many history lengths after a change.
 constexpr int kSwitchBackHistories = 3;
-// A return to the state just left must show this many times the banding that
-// caused the change; otherwise, right after a change, the light is mixed.
-constexpr double kMixedReturnRatio = 1.5;
-// The mixed-light hold lasts at most this many history lengths.
-constexpr int kMixedHoldHistories = 4;
 // The probe (a cancelled ripple's column) calibrates the other ripple only
 // while it shows no structure of its own: a grating or strong texture near
 // the band periods makes it significant, and leaks into the other column.
@@ -44,9 +43,7 @@ void StateDecider::clearHistory() {
   probes_.clear();
   holdOffLeft_ = 0;
   switchBackLeft_ = 0;
-  mixedWindowLeft_ = 0;
-  mixedLeft_ = 0;
-  causeBanding_ = 0.0;
+  leftovers_.clear();
 }
 
 void StateDecider::forget() {
@@ -63,11 +60,13 @@ void StateDecider::setApplied(int32_t code) {
     previous_ = applied_;
     holdOffLeft_ = knobs_.holdOff;
     switchBackLeft_ = kSwitchBackHistories * knobs_.maxPastFrames;
-    causeBanding_ = verdictBanding_[code];
-    mixedWindowLeft_ = knobs_.holdOff + knobs_.maxPastFrames;
-    mixedLeft_ = 0;
+    // The banding that made this algorithm leave is what the state left
+    // leaves, when its exposure cancelled its own ripple (otherwise either
+    // state shows both lamps alike); a change from outside says nothing.
+    leftovers_.changed(applied_, verdictCancelled_[code] ? verdictBanding_[code] : 0.0);
   }
   verdictBanding_[0] = verdictBanding_[1] = 0.0;
+  verdictCancelled_[0] = verdictCancelled_[1] = false;
   applied_ = code;
   probes_.clear();
 }
@@ -80,8 +79,10 @@ void StateDecider::resetTo(int32_t code) {
 
 ProbeSample StateDecider::probeSample(const PairEvidence& ev) const {
   ProbeSample s{};
+  // Without the probe's column in the difference's fit there is nothing to
+  // compare against.
   if (!isFrequency(applied_) || !ev.analysable || ev.sceneChange || !ev.differenceFitted ||
-      ev.periodRipple >= 0) {
+      ev.periodRipple >= 0 || ev.loneExplained >= 0.0) {
     return s;
   }
   const int probe = applied_;
@@ -107,6 +108,8 @@ ProbeSample StateDecider::probeSample(const PairEvidence& ev) const {
 EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   EvidenceEntry e{};
   e.vote = FLK_FREQ_NONE;
+  e.cancelled[0] = ev.cancelled[0];
+  e.cancelled[1] = ev.cancelled[1];
   e.probe = probeSample(ev);
   if (!ev.analysable || ev.sceneChange) {
     // A cut or unusable pair backs nothing; a cut still counts against a run
@@ -132,12 +135,18 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   for (int f = 0; f < kRipples; ++f) {
     // Without a fitted difference the pair could not show either ripple.
     e.seen[f] = !ev.frozen[f] && ev.differenceFitted;
+    e.looked[f] = !ev.cancelled[f] &&
+                  (e.seen[f] || (ev.longTested && ev.longAge >= kMinLookAge && ev.frozen[f]));
   }
   double amplitude[kRipples];
   for (int f = 0; f < kRipples; ++f) {
     const double spatialWeight = f == applied_ ? 1.0 : kForeignSpatialWeight;
-    e.evidence[f] =
-        static_cast<float>(std::max(ev.temporalEvidence[f], spatialWeight * ev.spatialEvidence[f]));
+    // A cancelled ripple cannot be in either frame: what its columns show is
+    // texture and motion.
+    e.evidence[f] = ev.cancelled[f]
+                        ? 0.0f
+                        : static_cast<float>(std::max(ev.temporalEvidence[f],
+                                                      spatialWeight * ev.spatialEvidence[f]));
     // A frozen frequency has no temporal amplitude: its single-frame ripple
     // stands in (scene texture can only make it larger, which is cautious),
     // unless a pair just before measured it smaller in its difference: texture
@@ -161,6 +170,21 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
       return e;
     }
   }
+  for (int f = 0; f < kRipples && ev.longTested; ++f) {
+    // A frozen ripple against the reference frame, the other cancelled: its
+    // column of that difference holds only texture and motion.
+    e.evidence[f] = std::max(e.evidence[f], static_cast<float>(ev.longEvidence[f]));
+    if (ev.longEvidence[f] >= kVoteEvidence &&
+        ev.longRipple[f].phasor >= knobs_.dominance * ev.longRipple[1 - f].phasor) {
+      // At least half of what that difference shows (the phase crept an
+      // unknown amount), and no less than the frames' own bands.
+      e.amplitude[f] =
+          static_cast<float>(std::max(ev.longRipple[f].amplitude, ev.frozenStandIn[f]));
+      e.vote = static_cast<int8_t>(f);
+      e.temporal = true;
+      return e;
+    }
+  }
   for (int f = 0; f < kRipples; ++f) {
     const int other = 1 - f;
     if (ev.spatialEvidence[f] >= kVoteEvidence &&
@@ -174,44 +198,31 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
 
 double StateDecider::rival(const PairEvidence& ev, const double* amplitude, int f) {
   const int other = 1 - f;
-  if (!ev.cancelled[other] || ev.frozen[other] || ev.visibility[f] <= 0.0) {
+  if (ev.visibility[f] <= 0.0) {
     return amplitude[other];
   }
-  // The exposure leaves no ripple of the other frequency: its column holds
-  // texture and motion, which enter the difference alike at both frequencies.
-  // Compare what the difference shows, not the frame ripples behind it (the
-  // lower visibility would otherwise inflate the one that votes).
-  return ev.temporalAmplitude[other] * ev.visibility[other] / ev.visibility[f];
-}
-
-bool StateDecider::returnWouldNotHelp(int32_t code) const {
-  return code == previous_ && causeBanding_ > 0.0 &&
-         history_.runBanding(code) < kMixedReturnRatio * causeBanding_;
-}
-
-void StateDecider::updateMixed() {
-  const int32_t back = previous_;
-  if (!isFrequency(back) || !isFrequency(applied_)) {
-    return;
+  if (!ev.cancelled[other]) {
+    // Entangled ripples: a frozen one still leaves a little in the
+    // difference, and over such a readout its column passes it on to the
+    // other's. What the difference shows of it counts as well.
+    const double shown = ev.entangled ? 0.5 * ev.temporal[other].phasor / ev.visibility[f] : 0.0;
+    return std::max(amplitude[other], shown);
   }
-  if (mixedLeft_ > 0) {
-    // Mixed until the old ripple has left the history, or the hold ends.
-    const bool stillSeen = history_.score(back) >= knobs_.switchScore / 2;
-    mixedLeft_ = stillSeen ? mixedLeft_ - 1 : 0;
-  } else if (mixedWindowLeft_ > 0 && history_.trailingVotes(back, true) > 0 &&
-             returnWouldNotHelp(back)) {
-    mixedLeft_ = kMixedHoldHistories * knobs_.maxPastFrames;
-    mixedWindowLeft_ = 0;
-  }
+  // The exposure leaves no ripple of the other frequency, frozen or not: its
+  // column holds texture and motion, which enter the difference alike at
+  // both frequencies (and nothing at all when it was not fitted). Compare
+  // what the difference shows, not the frame ripples behind it (the lower
+  // visibility would otherwise inflate the one that votes).
+  return 0.5 * ev.temporal[other].phasor / ev.visibility[f];
 }
 
-bool StateDecider::maySwitchTo(int32_t code, bool holdOff, bool slow) const {
+bool StateDecider::maySwitchTo(int32_t code, bool holdOff, bool slow, double banding) const {
   const bool votes = history_.trailingVotes(code, true) >= knobs_.minPastFrames;
   if (holdOff || (!votes && !slow)) {
     return false;
   }
-  if (mixedLeft_ > 0 && returnWouldNotHelp(code)) {
-    return false;
+  if (!leftovers_.wouldHelp(code, banding)) {
+    return false;  // mixed light: that state left more under the same light
   }
   const bool switchBack = code == previous_ && switchBackLeft_ > 0;
   if (!votes) {
@@ -236,8 +247,10 @@ Decision StateDecider::decide(const EvidenceEntry& entry) {
   const bool holdOff = holdOffLeft_ > 0;
   holdOffLeft_ = std::max(0, holdOffLeft_ - 1);
   switchBackLeft_ = std::max(0, switchBackLeft_ - 1);
-  updateMixed();
-  mixedWindowLeft_ = std::max(0, mixedWindowLeft_ - 1);
+  if (isFrequency(applied_)) {
+    const int other = 1 - applied_;
+    leftovers_.observe(entry.looked[other], entry.vote == other && entry.temporal);
+  }
 
   Decision d{FLK_FREQ_NONE, history_.score(0), history_.score(1)};
   for (int32_t code = FLK_FREQ_50HZ; code <= FLK_FREQ_60HZ; ++code) {
@@ -246,9 +259,11 @@ Decision StateDecider::decide(const EvidenceEntry& entry) {
     }
     double slowBanding = 0.0;
     const bool slow = probes_.backs(code, knobs_, &slowBanding);
-    if (maySwitchTo(code, holdOff, slow)) {
+    const double banding = std::max(history_.runBanding(code), slowBanding);
+    if (maySwitchTo(code, holdOff, slow, banding)) {
       d.state = code;
-      verdictBanding_[code] = std::max(history_.runBanding(code), slowBanding);
+      verdictBanding_[code] = banding;
+      verdictCancelled_[code] = isFrequency(applied_) && entry.cancelled[applied_];
       return d;
     }
   }

@@ -20,12 +20,9 @@
 //
 // Mixed light (lamps on both mains): with whole-period exposures each state
 // cancels its own ripple and shows the other lamp's, so each has a reason to
-// leave. When the ripple of the state just left shows up right after a change
-// with no more banding than the one that caused the change, the scene is taken
-// as mixed and the decider stays put (the banding would not get smaller by
-// going back) until that ripple is gone from the history, for at most four
-// history lengths: a single lamp that really changed right after a switch
-// looks the same, and is followed late rather than never.
+// leave. What each state leaves is remembered (LeftoverMemory): a return to a
+// state is allowed only when it left clearly less banding under the same
+// light than the applied state leaves now.
 //
 // Threading: none of its own; its owner serialises access.
 #pragma once
@@ -34,6 +31,7 @@
 
 #include "algo_tuning.h"
 #include "evidence_history.h"
+#include "leftover_memory.h"
 #include "ripple_analyzer.h"
 
 namespace open_algo {
@@ -70,11 +68,9 @@ class StateDecider {
   static double rival(const PairEvidence& ev, const double* amplitude, int f);
   // The pair's sample for the slow path.
   ProbeSample probeSample(const PairEvidence& ev) const;
-  // `slow`: the probe comparison backs `code`.
-  bool maySwitchTo(int32_t code, bool holdOff, bool slow) const;
-  // True when a return to the state just left would not reduce the banding.
-  bool returnWouldNotHelp(int32_t code) const;
-  void updateMixed();
+  // `slow`: the probe comparison backs `code`; `banding`: what the applied
+  // state leaves of `code`'s ripple, by the votes or the probe comparison.
+  bool maySwitchTo(int32_t code, bool holdOff, bool slow, double banding) const;
 
   AlgoKnobs knobs_ = AlgoTuning::defaults();
   EvidenceHistory history_;
@@ -83,13 +79,12 @@ class StateDecider {
   int32_t previous_ = 2;  // state before the last change
   int holdOffLeft_ = 0;
   int switchBackLeft_ = 0;
-  // Banding of the ripple that backed the last verdict per frequency, and of
-  // the one that caused the applied change (0 when the change came from
-  // outside).
+  // Banding of the ripple that backed the last verdict per frequency (0 when
+  // none did).
   double verdictBanding_[kRipples] = {};
-  double causeBanding_ = 0.0;
-  int mixedWindowLeft_ = 0;  // detections after a change in which mixed light is recognised
-  int mixedLeft_ = 0;        // detections the mixed-light hold still lasts
+  // The exposure cancelled the applied ripple when that verdict was made.
+  bool verdictCancelled_[kRipples] = {};
+  LeftoverMemory leftovers_;
 };
 
 }  // namespace open_algo

@@ -139,7 +139,7 @@ TEST(Tuning, WordsDecodeToKnobs) {
       // A negative search range means every line.
       {10, -3, [](const AlgoKnobs& k) { return double(k.searchRange); }, 0, 1, 0},
       // An unused word is kept as it is.
-      {20, 77, [](const AlgoKnobs& k) { return k.minAmplitude; }, 0.004, 0, 77},
+      {20, 77, [](const AlgoKnobs& k) { return k.minAmplitude; }, 0.001, 0, 77},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << "word " << row.word << " = " << row.value);

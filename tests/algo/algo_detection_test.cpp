@@ -2,6 +2,8 @@
 // state as the manager does.
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "algo_test_support.h"
 
 namespace algo_test {
@@ -22,6 +24,11 @@ struct Case {
   int searchLines = 0;     // statistics lines analysed (tuning word 10; 0: all)
   double oddInterval = 0;  // interval of every second pair (0: `interval`)
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const Case& c, std::ostream* os) {
+  *os << c.name;
+}
 
 const Light k50{50}, k60{60}, kSteady{0};
 const Light kMixed{60, 0.3, 50};

@@ -3,6 +3,7 @@
 // and with which seeds, and a soak that counts false switches.
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -29,6 +30,11 @@ struct SightCase {
   PairPhysics pair;
   PairSight sight;
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const SightCase& c, std::ostream* os) {
+  *os << c.what;
+}
 
 class PairSightTest : public ::testing::TestWithParam<SightCase> {};
 
@@ -103,6 +109,10 @@ struct ResidualCase {
   double exposureS;
   double residual;  // 8 % ripples (incandescent) times shares and sinc
 };
+
+void PrintTo(const ResidualCase& c, std::ostream* os) {
+  *os << c.what;
+}
 
 class ResidualBandingTest : public ::testing::TestWithParam<ResidualCase> {};
 

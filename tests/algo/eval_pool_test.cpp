@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <tuple>
@@ -48,6 +49,11 @@ struct FailureCase {
   const char* reason;   // part of the lost cell's error and of the report line
   bool hangs = false;   // the pool must stop it (after kHangLimit)
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const FailureCase& c, std::ostream* os) {
+  *os << c.what;
+}
 
 class WorkerFailureTest : public ::testing::TestWithParam<std::tuple<FailureCase, int>> {};
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <ostream>
 
 #include "cam_flicker_custom.h"
 #include "host_properties.h"
@@ -22,6 +23,11 @@ struct InitCase {
   const char* link;            // target of the localtime link; null: no link
   int initHz;
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const InitCase& c, std::ostream* os) {
+  *os << c.name;
+}
 
 class HostInitialFrequencyTest : public ::testing::TestWithParam<InitCase> {
  protected:

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 namespace {
@@ -14,6 +15,11 @@ struct ZoneCase {
   const char* country;  // null: none
   int hz;               // 0: no guess
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const ZoneCase& c, std::ostream* os) {
+  *os << c.zone;
+}
 
 class ZoneMainsTest : public ::testing::TestWithParam<ZoneCase> {};
 

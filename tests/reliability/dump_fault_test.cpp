@@ -97,6 +97,11 @@ struct Fault {
   int counterAdvance;  // of the counter file over the round: 0, 1 = by the round's dumps, -1 any
 };
 
+// Test names read as the case, not as its bytes.
+void PrintTo(const Fault& c, std::ostream* os) {
+  *os << c.name;
+}
+
 const Fault kFaults[] = {
     // The data folder itself is gone: nothing is created in its place.
     {"DataFolderMissing", Make::kDataFolderAway, nullptr, -1,

@@ -7,11 +7,19 @@
 
 #include <algorithm>
 #include <cmath>
+#include <ostream>
 #include <vector>
 
 #include "sim_test_util.h"
 
 namespace flicker_sim {
+
+// Test names read as the lamp, not as its bytes (beside the model's own
+// namespace, where the test's printer looks).
+void PrintTo(const SimLampModel& m, std::ostream* os) {
+  *os << m.name;
+}
+
 namespace {
 
 // Published figures are given to two or three digits.

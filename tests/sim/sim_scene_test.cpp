@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <ostream>
 #include <vector>
 
 namespace flicker_sim {
@@ -19,6 +20,12 @@ struct TextureCase {
   double leastFlatShare;  // and at most this share
   double smallestStep;    // every non-zero step is at least this (relative)
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const TextureCase& c, std::ostream* os) {
+  static const char* const kNames[] = {"natural", "flat wall", "grating", "piecewise"};
+  *os << kNames[static_cast<int>(c.texture)];
+}
 
 class TextureTest : public ::testing::TestWithParam<TextureCase> {};
 

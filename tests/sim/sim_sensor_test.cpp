@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ostream>
 
 #include "sim_rig.h"
 #include "sim_scenario.h"
@@ -29,6 +30,11 @@ struct LineCase {
   int pixelMode;
   uint32_t managerClocks;  // line length the manager derives from these records
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const LineCase& c, std::ostream* os) {
+  *os << c.what;
+}
 
 class LineTimeTest : public ::testing::TestWithParam<LineCase> {};
 
@@ -80,6 +86,10 @@ struct WindowCase {
   int winH;
 };
 
+void PrintTo(const WindowCase& c, std::ostream* os) {
+  *os << c.width << "x" << c.height << ", pixel mode " << c.pixelMode;
+}
+
 class WindowTest : public ::testing::TestWithParam<WindowCase> {};
 
 TEST_P(WindowTest, BlockHoldsEighteenEntriesPerWindowLineCentred) {
@@ -121,6 +131,10 @@ struct CancelCase {
   double cancelledHz;
   double survivingHz;
 };
+
+void PrintTo(const CancelCase& c, std::ostream* os) {
+  *os << c.exposureS * 1000.0 << " ms";
+}
 
 class CancelTest : public ::testing::TestWithParam<CancelCase> {};
 
@@ -180,6 +194,10 @@ struct TimingCase {
   bool fixed;  // fixed-rate video: never stretched
 };
 
+void PrintTo(const TimingCase& c, std::ostream* os) {
+  *os << c.fps << " fps" << (c.fixed ? ", fixed rate" : ", free rate");
+}
+
 class FrameTimingTest : public ::testing::TestWithParam<TimingCase> {};
 
 // The manager asks for frame-rate control on every frame. Free timing
@@ -226,6 +244,10 @@ struct DriftCase {
   int frameHeight;
   uint32_t pixelsInLine;
 };
+
+void PrintTo(const DriftCase& c, std::ostream* os) {
+  *os << c.linesPerFrame << " lines per frame, " << c.frameHeight << " lines";
+}
 
 class VerticalDriftTest : public ::testing::TestWithParam<DriftCase> {};
 
@@ -298,6 +320,10 @@ struct AeCase {
   int flickerState;
   double period;  // 0: the exposure must stay below one ripple period
 };
+
+void PrintTo(const AeCase& c, std::ostream* os) {
+  *os << c.preset << ", state " << c.flickerState;
+}
 
 class AutoExposureTest : public ::testing::TestWithParam<AeCase> {};
 

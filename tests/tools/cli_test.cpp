@@ -5,6 +5,7 @@
 #include <sys/prctl.h>
 
 #include <map>
+#include <ostream>
 
 #include "host_properties.h"
 #include "host_trace.h"
@@ -20,6 +21,11 @@ struct UsageCase {
   const char* scenarioFile;  // when set: written to a file whose path is appended to args
   const char* expected;      // part of the one-line reason (after the file's path, if any)
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const UsageCase& c, std::ostream* os) {
+  for (const std::string& a : c.args) *os << a << " ";
+}
 
 class UsageErrorTest : public ::testing::TestWithParam<UsageCase> {};
 
@@ -138,7 +144,7 @@ TEST(CliTest, KeysShowTheScenariosDefaults) {
 }
 
 // The CSV has its fixed header and one well-formed row per analysed pair;
-// JSON and text give the lock; the plot is an SVG with the last pair drawn.
+// JSON and text give the lock; the plot is an SVG with the deciding pair drawn.
 TEST(CliTest, RunOutputs) {
   tools_test::TempDir dir;
   auto run = [](std::vector<std::string> more) {

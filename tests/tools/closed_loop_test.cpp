@@ -4,6 +4,8 @@
 // geometry keeps them fast.
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "run_summary.h"
 #include "tools_test_util.h"
 
@@ -23,6 +25,11 @@ struct LockCase {
   int lockedHz;
   int maxSwitches;
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const LockCase& c, std::ostream* os) {
+  *os << c.name;
+}
 
 class LockTest : public ClosedLoopTest, public ::testing::WithParamInterface<LockCase> {};
 

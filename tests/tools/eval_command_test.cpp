@@ -148,7 +148,7 @@ struct Compared {
 // have not run the manager yet, which this test process has.
 Compared runProgram(const std::vector<std::string>& args) {
   tools_test::TempDir dir;
-  std::string command = FLICKER_SIM_PROGRAM;
+  std::string command = std::string(FLICKER_SIM_LAUNCHER) + " " + FLICKER_SIM_PROGRAM;
   for (const std::string& a : args) command += " '" + a + "'";
   command += " 2>" + dir.path() + "/err";
   Compared c;
@@ -200,6 +200,11 @@ struct CompareCase {
   const char* to;       // and candidate
   const char* warning;  // a part of stderr
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const CompareCase& c, std::ostream* os) {
+  *os << c.what;
+}
 
 class ComparisonTest : public ::testing::TestWithParam<CompareCase> {};
 

@@ -140,6 +140,11 @@ struct OnsetCase {
   double rippleAfter;  // depth at twice the mains after the onset
 };
 
+// Test names read as the case, not as its bytes.
+void PrintTo(const OnsetCase& c, std::ostream* os) {
+  *os << c.settings;
+}
+
 class OnsetTest : public ::testing::TestWithParam<OnsetCase> {};
 
 // A lamp switched on mid-stream: before it the room is dark or lit by
@@ -210,6 +215,10 @@ struct SummaryCase {
   double lockAfterChangeMs;
   int pairsAfterChange;
 };
+
+void PrintTo(const SummaryCase& c, std::ostream* os) {
+  *os << c.states;
+}
 
 class RunSummaryTest : public ::testing::TestWithParam<SummaryCase> {};
 

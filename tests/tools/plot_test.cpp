@@ -3,6 +3,7 @@
 // step of a replay decided.
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <regex>
 
 #include "dump_replayer.h"
@@ -35,6 +36,11 @@ struct ZoomCase {
   double durationMs;
   double zoomEndS;  // 0: no zoom
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const ZoomCase& c, std::ostream* os) {
+  *os << c.name;
+}
 
 class ZoomTest : public ::testing::TestWithParam<ZoomCase> {};
 

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cstring>
+#include <ostream>
 #include <tuple>
 
 #include <nlohmann/json.hpp>
@@ -127,6 +128,11 @@ struct BrokenDump {
   const char* name;
   std::string bytes;  // of 001/flk.raw (000 is valid); empty: no file
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const BrokenDump& c, std::ostream* os) {
+  *os << c.name;
+}
 
 class BrokenDumpTest : public ReplayTest, public ::testing::WithParamInterface<BrokenDump> {};
 

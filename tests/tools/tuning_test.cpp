@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <ostream>
 
 #include "tools_test_util.h"
 #include "tuning_fields.h"
@@ -24,6 +25,11 @@ struct ParseCase {
   int64_t value;
   const char* reason;  // part of the refusal
 };
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const ParseCase& c, std::ostream* os) {
+  *os << c.text;
+}
 
 class SettingParseTest : public ::testing::TestWithParam<ParseCase> {};
 
@@ -69,6 +75,10 @@ struct WarningCase {
   std::vector<const char*> settings;
   const char* warning;  // part of the one warning expected; null: none
 };
+
+void PrintTo(const WarningCase& c, std::ostream* os) {
+  for (const char* s : c.settings) *os << s << " ";
+}
 
 class ClampWarningTest : public ::testing::TestWithParam<WarningCase> {};
 

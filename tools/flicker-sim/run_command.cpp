@@ -31,7 +31,7 @@ const char kRunHelp[] =
     "  --file FILE      scenario file, applied before the --KEY options\n"
     "  --csv            one CSV row per analysed pair\n"
     "  --json           pairs and summary as JSON\n"
-    "  --plot FILE      SVG of state, scores, exposure and the last pair's profile\n"
+    "  --plot FILE      SVG of state, scores, exposure and the deciding pair's profile\n"
     "  --tuning T       open (default: the open algorithm's recommended record),\n"
     "                   host (the host platform's table) or an NVRAM image file\n"
     "  --set NAME=VALUE a tuning field by name, e.g. --set hold_off=2 (repeatable;\n"

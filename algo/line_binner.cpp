@@ -1,0 +1,185 @@
+#include "line_binner.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace open_algo {
+namespace {
+
+// A ripple needs at least three bins per period to be told from the trend.
+constexpr double kMinBinsPerRipplePeriod = 3.0;
+
+// Sums `lines` rows of windows [first, first + G) of rows `stride` entries
+// long, into local accumulators: the statistics (int64_t) may alias the
+// caller's sums (uint64_t), and six windows' sums and counts would not fit
+// the registers at once. An entry is in range when floorSum < v < clipSum,
+// tested as one unsigned comparison; entries at or over the clip (and
+// negative ones, which wrap to huge values) are counted as well. The sums
+// wrap harmlessly in unsigned arithmetic: a bin with such an entry is not
+// used.
+template <int G>
+void sumGroup(const int64_t* row, int lines, int stride, int first, uint64_t floorSum,
+              uint64_t span, uint64_t clipSum, uint64_t* acc, int* bad, int* high) {
+  uint64_t a[G] = {}, b[G] = {}, h[G] = {};
+  row += first;
+  for (int l = 0; l < lines; ++l, row += stride) {
+    for (int w = 0; w < G; ++w) {
+      const uint64_t v = static_cast<uint64_t>(row[w]);
+      b[w] += (v - floorSum - 1) >= span ? 1 : 0;
+      h[w] += v >= clipSum ? 1 : 0;  // negative entries wrap to huge values
+      a[w] += v;
+    }
+  }
+  for (int w = 0; w < G; ++w) {
+    acc[first + w] += a[w];
+    bad[first + w] += static_cast<int>(b[w]);
+    high[first + w] += static_cast<int>(h[w]);
+  }
+}
+
+void sumRows(const int64_t* row, int lines, int windows, uint64_t floorSum, uint64_t span,
+             uint64_t clipSum, uint64_t* acc, int* bad, int* high) {
+  int w = 0;
+  for (; w + 3 <= windows; w += 3) {
+    sumGroup<3>(row, lines, windows, w, floorSum, span, clipSum, acc, bad, high);
+  }
+  for (; w < windows; ++w) {
+    sumGroup<1>(row, lines, windows, w, floorSum, span, clipSum, acc, bad, high);
+  }
+}
+
+int analysedLines(const PairInput& in, int searchRange) {
+  return searchRange > 0 && searchRange < in.lines ? searchRange : in.lines;
+}
+
+}  // namespace
+
+bool LineBinner::plan(const PairInput& in, int searchRange, int minBins, double minReadoutPeriods) {
+  const int lines = analysedLines(in, searchRange);
+  const double period120 = 1.0 / (kRippleHz[1] * in.lineTime);  // lines
+  int binLines = std::max(1, static_cast<int>(period120 / kBinsPerPeriod));
+  if (lines / binLines > kMaxBins) {
+    binLines = (lines + kMaxBins - 1) / kMaxBins;
+  }
+  if (lines / binLines < minBins) {
+    binLines = std::max(1, lines / minBins);
+  }
+  const int bins = std::min(kMaxBins, lines / binLines);
+  // The bins share out the lines that rounding would leave over: a readout of
+  // about one period must not lose a tenth of it to the last, partial bin.
+  binLines = std::max(binLines, lines / std::max(1, bins));
+  const double readout = static_cast<double>(bins) * binLines * in.lineTime;
+  if (bins < minBins || period120 / binLines < kMinBinsPerRipplePeriod ||
+      readout * kRippleHz[0] < minReadoutPeriods) {
+    return false;
+  }
+  bins_ = bins;
+  binLines_ = binLines;
+  return true;
+}
+
+void LineBinner::planSubBins(const PairInput& in, int searchRange) {
+  const int lines = analysedLines(in, searchRange);
+  const double period120 = 1.0 / (kRippleHz[1] * in.lineTime);  // lines
+  int subLines = std::max(1, static_cast<int>(period120 / kSubBinsPerPeriod));
+  if (lines / subLines > kMaxSubBins) {
+    subLines = (lines + kMaxSubBins - 1) / kMaxSubBins;
+  }
+  subLines_ = subLines;
+  subBins_ = std::min(kMaxSubBins, lines / subLines);
+}
+
+void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame) {
+  const int windows = in.windows;
+  // Entries are sums of winWidth pixels: compare against summed levels.
+  const int64_t floorSum =
+      std::max<int64_t>(0, static_cast<int64_t>(knobs.noiseFloor * in.winWidth));
+  const int64_t clipSum = static_cast<int64_t>(knobs.clipFraction * knobs.fullScale * in.winWidth);
+  // In range: floorSum < v < clipSum, i.e. v - floorSum - 1 in [0, span).
+  const uint64_t span = clipSum > floorSum + 1 ? static_cast<uint64_t>(clipSum - floorSum - 1) : 0;
+  const uint64_t clipTest = static_cast<uint64_t>(std::max<int64_t>(clipSum, 1));
+  const int64_t* data = in.frame[frame];
+  const double logLines = std::log(static_cast<double>(binLines_));
+  // One pass over the lines serves the bins and the sub-bins: running sums,
+  // read at either grid's boundaries, give both by differences (exact in
+  // unsigned arithmetic, even where they wrap).
+  const int binEnd = bins_ * binLines_;
+  const int subEnd = subBins_ * subLines_;
+  const int end = std::max(binEnd, subEnd);
+  uint64_t run[kMaxWindows] = {}, binMark[kMaxWindows] = {}, subMark[kMaxWindows] = {};
+  int runBad[kMaxWindows] = {}, binMarkBad[kMaxWindows] = {}, subMarkBad[kMaxWindows] = {};
+  int runHigh[kMaxWindows] = {}, binMarkHigh[kMaxWindows] = {}, subMarkHigh[kMaxWindows] = {};
+  int nextBin = binEnd > 0 ? binLines_ : end + 1;
+  int nextSub = subEnd > 0 ? subLines_ : end + 1;
+  for (int line = 0; line < end;) {
+    const int next = std::min(nextBin, nextSub);
+    const int64_t* row = data + static_cast<size_t>(line) * windows;
+    sumRows(row, next - line, windows, floorSum, span, clipTest, run, runBad, runHigh);
+    if (next == nextBin) {
+      storeBin(frame, next / binLines_ - 1, windows, logLines, clipTest, run, runBad, runHigh,
+               binMark, binMarkBad, binMarkHigh);
+      nextBin = next + binLines_ <= binEnd ? next + binLines_ : end + 1;
+    }
+    if (next == nextSub) {
+      const int k = next / subLines_ - 1;
+      for (int w = 0; w < windows; ++w) {
+        const int bad = runBad[w] - subMarkBad[w];
+        const int high = runHigh[w] - subMarkHigh[w];
+        subSum_[frame][w][k] = static_cast<double>(run[w] - subMark[w]);
+        subLevel_[frame][w][k] =
+            static_cast<uint8_t>((high != 0 ? kClipped : 0) | (bad > high ? kDark : 0));
+        subMark[w] = run[w];
+        subMarkBad[w] = runBad[w];
+        subMarkHigh[w] = runHigh[w];
+      }
+      nextSub = next + subLines_ <= subEnd ? next + subLines_ : end + 1;
+    }
+    line = next;
+  }
+}
+
+void LineBinner::storeBin(int frame, int b, int windows, double logLines, uint64_t clipTest,
+                          const uint64_t* run, const int* runBad, const int* runHigh,
+                          uint64_t* mark, int* markBad, int* markHigh) {
+  for (int w = 0; w < windows; ++w) {
+    const uint64_t acc = run[w] - mark[w];
+    const int bad = runBad[w] - markBad[w];
+    const int high = runHigh[w] - markHigh[w];
+    ok_[frame][w][b] = bad != 0 ? 0 : 1;
+    profile_[frame][w][b] = bad != 0 ? 0.0 : std::log(static_cast<double>(acc)) - logLines;
+    // For the difference a bin with clipped (or broken, negative) entries
+    // reads as saturated; dark entries keep their sum.
+    sum_[frame][w][b] =
+        high != 0 ? static_cast<double>(clipTest) * binLines_ : static_cast<double>(acc);
+    level_[frame][w][b] =
+        static_cast<uint8_t>((high != 0 ? kClipped : 0) | (bad > high ? kDark : 0));
+    mark[w] = run[w];
+    markBad[w] = runBad[w];
+    markHigh[w] = runHigh[w];
+  }
+}
+
+void LineBinner::buildDifference(int windows, int series, int from, int to) {
+  // A bin dark in both frames, or clipped in both, says nothing.
+  for (int w = 0; w < windows; ++w) {
+    for (int b = 0; b < bins_; ++b) {
+      const double a = sum_[from][w][b];
+      const double c = sum_[to][w][b];
+      const int both = level_[from][w][b] & level_[to][w][b];
+      const bool ok = a + c > 0.0 && both == 0;
+      ok_[series][w][b] = ok ? 1 : 0;
+      profile_[series][w][b] = ok ? 2.0 * (c - a) / (c + a) : 0.0;
+    }
+  }
+}
+
+void LineBinner::keepReference(int frame, int windows) {
+  for (int w = 0; w < windows; ++w) {
+    std::copy(sum_[frame][w], sum_[frame][w] + bins_, sum_[kReference][w]);
+    std::copy(level_[frame][w], level_[frame][w] + bins_, level_[kReference][w]);
+    std::copy(subSum_[frame][w], subSum_[frame][w] + subBins_, subSum_[kReference][w]);
+    std::copy(subLevel_[frame][w], subLevel_[frame][w] + subBins_, subLevel_[kReference][w]);
+  }
+}
+
+}  // namespace open_algo

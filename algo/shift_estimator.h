@@ -1,0 +1,58 @@
+// Estimate and removal of a vertical scene shift between the two frames of a
+// pair.
+//
+// A scene that moves s lines between the frames adds about s times the
+// profile's derivative to the difference: texture at the band periods then
+// reads as a ripple, and the rest as residual. Each bin gains s times the line
+// level at its end and loses it at its start; the levels at the bin borders
+// come from the sub-bins (a few lines each, both frames summed, interpolated
+// between their centres), since texture finer than a bin makes the bins' own
+// differences a poor derivative. The shift, one for all windows, is the pooled
+// regression of the difference on this gradient, both taken after the
+// difference's model (trend and ripple columns): a ripple's own derivative
+// lies in its ripple columns, so a strong ripple does not move the estimate.
+// It is removed only when it is significant, within one bin, large enough to
+// matter and what the difference's residual is made of. What a shift puts
+// into the ripple columns themselves cannot be told from a ripple (a grating
+// of stripes near a band period, drifting, looks like bands that move): the
+// estimate bounds it instead, the shift (or, once removed, its uncertainty)
+// times the gradient's own ripple phasor, and a ripple must stand above that
+// leak to count.
+//
+// Threading: owns its arrays; one thread at a time. Never allocates.
+#pragma once
+
+#include "line_binner.h"
+#include "pair_evidence.h"
+#include "ripple_least_squares.h"
+
+namespace open_algo {
+
+// The shift of frame `to` against frame `from`, in lines (0 when none could
+// be estimated), its standard error, whether it was removed, and per ripple
+// what it may have put into the difference's ripple column, in the
+// difference's units (0 when no shift was estimated).
+struct ShiftResult {
+  double shift;
+  double error;
+  bool removed;
+  double leak[kRipples];
+};
+
+class ShiftEstimator {
+ public:
+  // Estimates the shift between frames `from` and `to` from difference
+  // series `series` (fitted under `model`), bounds its leak, and removes it
+  // from the series when it qualifies.
+  ShiftResult removeShift(LineBinner& binner, RippleLeastSquares& fitter, int model, int windows,
+                          int series, int from, int to);
+
+ private:
+  // Builds the change of each difference bin of `window` that a shift of one
+  // line brings; false when the window's levels do not allow it.
+  bool buildGradient(const LineBinner& binner, int window, int from, int to);
+
+  double grad_[kMaxWindows][kMaxBins] = {};
+};
+
+}  // namespace open_algo
