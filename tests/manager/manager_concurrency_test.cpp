@@ -124,14 +124,14 @@ TEST_F(ConcurrencyTest, GetResultFromAnotherThread) {
 // One sensor driven in random order with random, also invalid, inputs. A
 // second Init without Uninit leaks the adapter's buffers by design, so Init
 // and Uninit alternate, in random places.
-void driveRandomly(int idx, std::chrono::steady_clock::time_point deadline) {
+void driveRandomly(int idx, const std::function<bool()>& keepGoing) {
   std::mt19937 rng(static_cast<unsigned>(idx) * 7919u);
   auto pick = [&rng](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
   const int heights[] = {0, 100, 300, 1080, 3000, 7000};
   SensorRig rig(idx);
   std::vector<uint8_t> result;
   bool initialised = false;
-  while (std::chrono::steady_clock::now() < deadline) {
+  while (keepGoing()) {
     const int op = pick(0, 99);
     if (op < 50) {
       rig.frame({pick(0, 4000), heights[pick(0, 5)], pick(0, 40), pick(0, 4) != 0, pick(0, 4) != 0,
@@ -165,11 +165,20 @@ TEST_F(ConcurrencyTest, FourSensorsInRandomOrder) {
   fp::setMaxAttachNum(2);  // read at creation: the sensors contend for two slots
   fp::scriptDetectResults(std::vector<FlkDetectResult>(200, FlkDetectResult{FLK_FREQ_50HZ, 1, 2}));
   DetectRecorder recorder;  // like the real algorithm, reads the statistics during detection
+  // Two seconds of random calls. How far they get depends on the machine, so
+  // a slow one (sanitizers, load) goes on until the first detection, for at
+  // most 30 s.
+  const auto start = std::chrono::steady_clock::now();
+  const std::function<bool()> keepGoing = [&recorder, start] {
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    return elapsed < std::chrono::seconds(2) ||
+           (elapsed < std::chrono::seconds(30) && recorder.count() == 0);
+  };
   // Watchdog: a deadlock fails the binary instead of hanging it.
-  auto run = std::async(std::launch::async, [] {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+  auto run = std::async(std::launch::async, [&keepGoing] {
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) threads.emplace_back(driveRandomly, kFirst + i, deadline);
+    for (int i = 0; i < 4; ++i)
+      threads.emplace_back(driveRandomly, kFirst + i, std::cref(keepGoing));
     for (auto& t : threads) t.join();
   });
   if (run.wait_for(std::chrono::seconds(90)) != std::future_status::ready) {
