@@ -56,15 +56,12 @@ void BM_DetectStep(benchmark::State& state) {
   StreamRig rig(width, height);
   FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(kSensorIdx);
   adapter->init(kSensorDev, kSensorId);
-  int window[4] = {};
-  adapter->setWindowInfo(&window[0], &window[1], &window[2], &window[3], width, height);
+  adapter->setWindowInfo(width, height);
+  const FlickerStatWindow window = adapter->statWindow();
   const flicker_config_info& config = rig.config();
-  adapter->init_algo(config.PixelsInLine, window[3], window[2], config.PixelClk, 0);
-  int outX = 0;
-  int outW = 0;
-  int outH = 0;
-  adapter->setBuf(0, rig.stats(0), 0, &outX, &outW, &outH);
-  adapter->setBuf(0, rig.stats(1), 1, &outX, &outW, &outH);
+  adapter->init_algo(config.PixelsInLine, window.winH, window.winW, config.PixelClk, 0);
+  adapter->setBuf(0, rig.stats(0), 0);
+  adapter->setBuf(0, rig.stats(1), 1);
   const int exposure = rig.simFrame(1).exposureTime;
 
   const auto start = std::chrono::steady_clock::now();
@@ -78,7 +75,7 @@ void BM_DetectStep(benchmark::State& state) {
   const double copyS = medianCopySeconds(rig);
   state.counters["copy_us"] = copyS * 1e6;
   state.counters["copies"] = copyS > 0.0 ? stepS / copyS : 0.0;
-  const int lines = 3 * window[3];
+  const int lines = 3 * window.winH;
   state.SetComplexityN(lines);
   state.counters["lines"] = lines;
   state.counters["per_line"] = benchmark::Counter(

@@ -1,20 +1,19 @@
 # Install rules and the exported package of the host build.
 #
-# Installs the static libraries that exist in this tree (the manager, the
-# time-zone guess of the mains frequency, the host platform, the open
-# algorithm and the simulator), their headers, a CMake package
-# (find_package(flicker), targets flicker::mgr, flicker::zone_mains,
-# flicker::host_platform, flicker::open_algo, flicker::sim,
-# flicker::platform_api and the bundle flicker::host) and a pkg-config file
-# (flicker.pc).
+# Installs the static libraries (the manager, the time-zone guess of the
+# mains frequency, the host platform, the open algorithm and the simulator),
+# their headers, a CMake package (find_package(flicker), targets flicker::mgr,
+# flicker::zone_mains, flicker::host_platform, flicker::open_algo,
+# flicker::sim, flicker::platform_api and the bundle flicker::host) and a
+# pkg-config file (flicker.pc).
 #
 # The libraries are static archives and the manager calls its platform and its
 # algorithm through plain symbols, so a program links the manager first, then
 # a platform and an algorithm: flicker::mgr flicker::host_platform
 # flicker::open_algo (or simply flicker::host).
 #
-# Included last by the top-level CMakeLists.txt, when every part has been
-# added; parts that have not landed are skipped.
+# Included last by the top-level CMakeLists.txt, when every library has been
+# added.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -78,10 +77,6 @@ foreach(part IN LISTS flicker_install_parts)
   if(count GREATER 2)
     list(GET fields 2 sub)
   endif()
-  if(NOT TARGET ${target})
-    message(STATUS "flicker install: ${target} not in this tree, not installed")
-    continue()
-  endif()
   set_property(TARGET ${target} PROPERTY EXPORT_NAME ${export_name})
   if(sub)
     flicker_install_relocate_includes(${target} "" "/platform" "${sub}")
@@ -92,11 +87,6 @@ foreach(part IN LISTS flicker_install_parts)
   list(APPEND FLICKER_INSTALLED_COMPONENTS ${export_name})
 endforeach()
 
-if(NOT TARGET flicker_mgr)
-  message(STATUS "flicker install: no manager library, nothing to install")
-  return()
-endif()
-
 install(TARGETS ${FLICKER_INSTALLED_TARGETS}
   EXPORT flicker-targets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -106,15 +96,9 @@ install(TARGETS ${FLICKER_INSTALLED_TARGETS}
 flicker_install_headers(aaa/common/flicker "")
 flicker_install_headers(aaa/common/flicker/platform "/platform")
 flicker_install_headers(camera_stack/include "")
-if(TARGET flicker_host_platform)
-  flicker_install_headers(camera_stack/host "/host")
-endif()
-if(TARGET flicker_open_algo)
-  flicker_install_headers(algo "/algo")
-endif()
-if(TARGET flicker_sim)
-  flicker_install_headers(sim "/sim")
-endif()
+flicker_install_headers(camera_stack/host "/host")
+flicker_install_headers(algo "/algo")
+flicker_install_headers(sim "/sim")
 
 install(EXPORT flicker-targets
   NAMESPACE flicker::
@@ -136,16 +120,9 @@ install(FILES
 
 # pkg-config: one module with the host stack, libraries in link order. The
 # prefix is found from the .pc file's own place, so the tree can be moved.
-set(FLICKER_PC_LIBS "")
-foreach(target flicker_mgr flicker_host_platform flicker_zone_mains flicker_open_algo)
-  if(TARGET ${target})
-    string(APPEND FLICKER_PC_LIBS " -l${target}")
-  endif()
-endforeach()
-set(FLICKER_PC_CFLAGS "-I\${includedir}/flicker -I\${includedir}/flicker/platform")
-if(TARGET flicker_host_platform)
-  string(APPEND FLICKER_PC_CFLAGS " -I\${includedir}/flicker/host")
-endif()
+set(FLICKER_PC_LIBS " -lflicker_mgr -lflicker_host_platform -lflicker_zone_mains -lflicker_open_algo")
+set(FLICKER_PC_CFLAGS
+    "-I\${includedir}/flicker -I\${includedir}/flicker/platform -I\${includedir}/flicker/host")
 file(RELATIVE_PATH FLICKER_PC_PREFIX_FROM_PCDIR
      /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 string(REGEX REPLACE "/$" "" FLICKER_PC_PREFIX_FROM_PCDIR "${FLICKER_PC_PREFIX_FROM_PCDIR}")

@@ -2,6 +2,7 @@
 // allocation failures run under the manager in the reliability tests); the
 // algorithm commands, checked byte for byte as the algorithm receives them.
 #include <cstdlib>
+#include <functional>
 #include <iterator>
 #include <numeric>
 #include <tuple>
@@ -123,6 +124,24 @@ TEST_F(AdapterTest, LogLevelRecordCarriesThePrintFunction) {
   sent.print("algo says %d/%s", 42, "ok");
   EXPECT_EQ(fp::messages(), std::vector<std::string>{"algo says 42/ok"});
   EXPECT_EQ(fp::logs().at(0).tag, "FlickerAlgo");
+}
+
+// Null outputs fail with an error and send nothing.
+TEST_F(AdapterTest, NullOutputsFailWithAnError) {
+  int value = 9;
+  const std::pair<std::function<int()>, const char*> rows[] = {
+      {[&] { return adapter_->getFrameRateType(nullptr); }, "[getFrameRateType] null output."},
+      {[&] { return adapter_->getFlickerScore(&value, nullptr); }, "[getFlickerScore] null output"},
+      {[&] { return adapter_->getFlickerScore(nullptr, &value); }, "[getFlickerScore] null output"},
+      {[&] { return adapter_->getFLKStatConfig(nullptr); }, "[getFLKStatConfig] null output."},
+  };
+  for (const auto& [call, error] : rows) {
+    fp::clearLogs();
+    EXPECT_EQ(call(), -1) << error;
+    EXPECT_TRUE(fp::loggedError(error)) << error;
+  }
+  EXPECT_EQ(value, 9);
+  EXPECT_TRUE(fp::algoCalls().empty());
 }
 
 TEST_F(AdapterTest, QueriesSendNothingAndUninitSendsNoRecord) {

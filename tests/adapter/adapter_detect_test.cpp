@@ -1,6 +1,6 @@
-// The detection step: its record, result and scores, tracing, and the debug
-// dump tree read back with the dump reader; the dump helpers and the
-// millisecond clock.
+// The detection step: its record, result and scores, tracing, and its debug
+// dump read back with the dump reader; the dump helpers and the millisecond
+// clock.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -85,39 +85,7 @@ TEST_F(AdapterTest, ResultStateScoresAndTrace) {
 
 // ---- Dump tree ----
 
-TEST_F(AdapterTest, DumpCounterNamesTheFolderAndAdvancesFirst) {
-  struct Row {
-    const char *what, *counter;  // counter file content; null: no file
-    bool root;                   // the dump root exists already (an existing root is no error)
-    std::vector<std::string> folders;  // one per detection
-    const char *after, *error;         // the counter afterwards; logged, or null
-  } rows[] = {
-      {"missing counter", nullptr, true, {"000"}, "1", nullptr},
-      {"garbage counter", "abc", true, {"000"}, "1", "fscanf error(1)."},
-      {"counter 7", "7", true, {"007"}, "8", nullptr},
-      {"three digits widen at 1000", "999", true, {"999", "1000"}, "1001", nullptr},
-      // The counter is written before the root is made, so it is lost once.
-      {"missing root is created", nullptr, false, {"000", "000"}, "1", nullptr},
-  };
-  const std::vector<int64_t> stats = pattern64(kEntries, 1);
-  ASSERT_EQ(setBuf(0, stats.data(), 0), 0);  // 180 entries to dump
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
-    fp::reset();  // a fresh data root
-    fp::setProperty("vendor.debug.flk_dump", 1);
-    makeDataFolders(row.root);
-    if (row.counter != nullptr)
-      writeText(counterFile(), row.counter);
-    for (size_t i = 0; i < row.folders.size(); ++i) {
-      adapter_->detectFlicker();  // 4 + 16 x 180 + 60 bytes of flk.raw
-      EXPECT_EQ(readText(dumpFile(row.folders[i])).size(), 2944u) << row.folders[i];
-    }
-    EXPECT_EQ(readText(counterFile()), row.after);
-    EXPECT_EQ(fp::algoCalls(FLK_CMD_DETECT).size(), row.folders.size());
-    EXPECT_TRUE(row.error == nullptr || fp::loggedError(row.error));
-  }
-}
-
+// (The dump tree and the file layout are flicker_dump_writer_test.cpp's.)
 TEST_F(AdapterTest, DumpFilesHoldTheDetectionInputFieldByField) {
   const std::vector<int64_t> slot0 = pattern64(kEntries, 1), slot1 = pattern64(kEntries, 2);
   ASSERT_EQ(setBuf(0, slot0.data(), 0) + setBuf(0, slot1.data(), 1), 0);

@@ -23,7 +23,7 @@ namespace adapter_test {
 namespace fp = fake_platform;
 
 constexpr int kGeneric = 5000;  // a sensor without a path of its own
-// A 120 x 75 image gives W 120, H 30, win_w_ 20, win_h_ 10: 180 generic entries.
+// A 120 x 75 image gives W 120, H 30, winW 20, winH 10: 180 generic entries.
 constexpr int kSmallW = 120, kSmallH = 75, kEntries = 180;
 
 inline std::string readText(const std::string& path) {
@@ -86,13 +86,11 @@ class AdapterTest : public ::testing::Test {
   }
   void setup(int autoTest, int height) {
     adapter_->setFlickerAutoTest(autoTest);
-    int w = 0, h = 0, ww = 0, wh = 0;
-    ASSERT_EQ(adapter_->setWindowInfo(&w, &h, &ww, &wh, kSmallW, height), 0);
+    ASSERT_EQ(adapter_->setWindowInfo(kSmallW, height), 0);
   }
 
   int setBuf(int path, const void* stats, int index) {
-    int x = -1, w = -1, h = -1;
-    return adapter_->setBuf(path, stats, index, &x, &w, &h);
+    return adapter_->setBuf(path, stats, index);
   }
 
   // The dump tree under the fake's data root.

@@ -90,13 +90,12 @@ TEST_P(AllocTest, DetectionStep) {
   FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(9);  // no manager's
   ASSERT_NE(adapter, nullptr);
   adapter->init(1, 0x5678);
-  int window[4] = {};
-  adapter->setWindowInfo(&window[0], &window[1], &window[2], &window[3], c.width, c.height);
-  ASSERT_EQ(window[3], rig.windowHeight());
-  adapter->init_algo(rig.config().PixelsInLine, window[3], window[2], rig.config().PixelClk, 0);
-  int outX = 0, outW = 0, outH = 0;
-  ASSERT_EQ(adapter->setBuf(0, rig.stats(0), 0, &outX, &outW, &outH), 0);
-  ASSERT_EQ(adapter->setBuf(0, rig.stats(1), 1, &outX, &outW, &outH), 0);
+  adapter->setWindowInfo(c.width, c.height);
+  const FlickerStatWindow window = adapter->statWindow();
+  ASSERT_EQ(window.winH, rig.windowHeight());
+  adapter->init_algo(rig.config().PixelsInLine, window.winH, window.winW, rig.config().PixelClk, 0);
+  ASSERT_EQ(adapter->setBuf(0, rig.stats(0), 0), 0);
+  ASSERT_EQ(adapter->setBuf(0, rig.stats(1), 1), 0);
   auto step = [&] {
     adapter->setDetectInfo(0, FLK_FREQ_50HZ, rig.simFrame(1).exposureTime,
                            StreamRig::kFramePeriodNs);

@@ -25,22 +25,10 @@ TEST_F(LifecycleTest, InstanceTable) {
 }
 
 // The table is loaded by the first Init only, with its sensor id and the
-// fixed totals. Records whose timing gives fewer than 1.5 light periods per
-// frame are reported (warning only) by row and column index, also when NVRAM
-// fails.
+// fixed totals, also when NVRAM fails (the table's own checks are in
+// flicker_tuning_table_test.cpp).
 TEST_F(LifecycleTest, TuningLoad) {
-  const FLICKER_SENSOR_SETTING rows[] = {
-      {600000000, 6000, 1000},    // 0: 10 ms frames, 1.0 and 1.2 periods: warned
-      {0, 1, 1},                  // 1: pclk 0 is never checked
-      {600000000, 6000, 1500},    // 2: 15 ms, exactly 1.5 periods is enough
-      {600000000, 6000, 1499},    // 3: one line less is not
-      {600000000, 65536, 65536},  // 4: a 32-bit product that wraps negative: warned, no crash
-  };
   fp::setNvramResult(-5);
-  fp::setNvramFill([&rows](int row, int col, FLICKER_CUST_PARA& rec) {
-    if (col == 0 && row < static_cast<int>(std::size(rows)))
-      rec.sensor_setting = rows[row];
-  });
   FlickerMgr* mgr = FlickerMgr::GetInstance(1);
   EXPECT_EQ(mgr->Uninit(), 0);  // before any Init: harmless
   for (int round = 0; round < 3; ++round) {
@@ -51,10 +39,6 @@ TEST_F(LifecycleTest, TuningLoad) {
   const fp::NvramCall c = fp::nvramCalls()[0];
   EXPECT_EQ(std::make_tuple(c.sensorId, c.sensorDev, c.modeTotal, c.ratioTotal),
             std::make_tuple(321u, 4, 70, 2));
-  EXPECT_TRUE(fp::loggedError("sensor scenario:0 bin_ratio:0 50Hz:1.000000 60Hz:1.200000"));
-  EXPECT_TRUE(fp::loggedError("sensor scenario:3 bin_ratio:0"));
-  EXPECT_TRUE(fp::loggedError("sensor scenario:4 bin_ratio:0"));
-  EXPECT_EQ(fp::countLogged("flicker cycle is too small"), 3);  // untouched records are silent
   EXPECT_EQ(fp::countLogged("nvGetFlickerParaAll fail."), 1);
 }
 
@@ -83,14 +67,12 @@ TEST_F(LifecycleTest, AttachAllowsOneSensorAtATime) {
   EXPECT_TRUE(fp::logged("achieve max attach number(1). SensorIdx(7)"));
   EXPECT_EQ(std::make_pair(a.mgr().isAttach(), b.mgr().isAttach()), std::make_pair(1, 0));
   EXPECT_EQ(b.frame(), -1);
-  EXPECT_TRUE(fp::logged("SensorIdx(7) skip, not attached."));
   // isMaster 0 detaches and frees the slot.
   a.mgr().SetParam(makeInput(FLICKER_MODE_AUTO, 0, 0, 0));
   b.mgr().SetParam(makeInput(FLICKER_MODE_AUTO, 0, 0, 1));
   EXPECT_EQ(std::make_pair(a.mgr().isAttach(), b.mgr().isAttach()), std::make_pair(0, 1));
-  // The refused frame was not counted: this one is the first of the warm-up.
-  EXPECT_EQ(b.frame(), -1);
-  EXPECT_TRUE(fp::logged("skip, not enough frame(1)."));
+  // The refused frame was not counted: two warm-up frames follow.
+  EXPECT_EQ(b.frames(b.frameNo() + 3), (std::vector<int>{-1, -1, 0}));
   EXPECT_TRUE(b.mgr().Stop());
   EXPECT_FALSE(a.mgr().Stop());  // nothing to give back
   a.mgr().Uninit();
@@ -137,22 +119,21 @@ TEST_F(LifecycleTest, CallsOutOfOrderAreLoggedOrIgnored) {
   rig.mgr().SetParam(makeInput());
   rig.mgr().Start(flicker_start_info{});
   EXPECT_EQ(rig.frames(3), (std::vector<int>{-1, -1, -1}));
-  EXPECT_TRUE(fp::logged("failed to analyze(ffffffff)."));
+  EXPECT_TRUE(fp::loggedError("column_vector_data_1_ or column_vector_data_2_ is NULL."));
   // A second Config keeps the running worker.
   rig.mgr().Init(0, 1);
   rig.mgr().Config(makeConfig());
   rig.mgr().Config(makeConfig());
   EXPECT_TRUE(fp::loggedError("SenbsorIdx(11), flickerMgr thread is not closed last time!!"));
-  EXPECT_EQ(fp::countLogged("create flickerMgr thread"), 1);
-  // Uninit ends a worker left running; the next Config starts a new one.
+  // Uninit ends a worker left running (ConcurrencyTest shows it waits for
+  // it); the next Config starts a new one without complaint.
   EXPECT_EQ(rig.mgr().Uninit(), 0);
-  EXPECT_EQ(fp::countLogged("thread end"), 1);
+  fp::clearLogs();
   rig.mgr().Config(makeConfig());
-  EXPECT_EQ(fp::countLogged("create flickerMgr thread"), 2);
+  EXPECT_FALSE(fp::loggedError("not closed last time"));
   // Stop twice: the second finds neither a worker nor an attachment.
   EXPECT_TRUE(rig.mgr().Stop());
   EXPECT_FALSE(rig.mgr().Stop());
-  EXPECT_EQ(fp::countLogged("thread end"), 2);
 }
 
 // A forgotten Stop must not turn process exit into a crash: the worker still

@@ -104,6 +104,24 @@ TEST_F(FlickerLogTest, EachSinkGetsItsExactText) {
                      "1 1 FlickerMgr: " + error}));
 }
 
+// A part that logs a step of its owner names the step in every place the
+// function name goes: header, message prefix and error tail.
+TEST_F(FlickerLogTest, ExplicitNameTakesTheFunctionsPlaceEverywhere) {
+  const std::string debugLine = std::to_string(__LINE__ + 1);
+  FLK_LOGD_AS("init_algo", "line length(%u).", 5000u);
+  const std::string errorLine = std::to_string(__LINE__ + 1);
+  FLK_LOGE_AS("checkSensorSetting", "mismatch(%d)", 1);
+  std::vector<std::string> got;
+  for (const fp::LogLine& l : fp::logs()) got.push_back(l.text);
+  const std::string at = "[FlickerMgr] flicker_log_test.cpp:";
+  EXPECT_EQ(got, (std::vector<std::string>{
+                     at + debugLine + " init_algo() [init_algo] line length(5000).",
+                     "[init_algo] line length(5000).",
+                     at + errorLine + " checkSensorSetting() [checkSensorSetting] mismatch(1)" +
+                         " (checkSensorSetting){#" + errorLine + ":" + __FILE__ + "}",
+                     "[checkSensorSetting] mismatch(1)"}));
+}
+
 // The unified logger's text is cut at 1023 characters, the recorded length
 // matching the text.
 TEST_F(FlickerLogTest, UnifiedTextIsCutAt1023Characters) {

@@ -2,7 +2,7 @@
 // call orders (the per-sensor order is not enforced by the manager, so every
 // order must be safe), with their worker threads, the shared attachment
 // arbitration and the process-wide flicker state all in play, plus a thread
-// reading that state without a lock, as every sensor does.
+// reading that state and the sensors' results without a lock.
 //
 // A watchdog fails the run with the stuck sensors and their last operation
 // when any sensor makes no progress for a while (deadlock). Leaks are checked
@@ -172,14 +172,19 @@ TEST(StressTest, TwentySensorsUnderRandomCallOrders) {
         ended.notify_all();
     });
   }
-  // Another thread reads the process-wide state that every sensor's worker
-  // writes without a lock. (GetResult itself belongs to the sensor's own
-  // framework thread: it also reports the statistics configuration, which
-  // Config writes under the sensor's lock, so the drivers call it.)
+  // Another thread reads, without a lock, the process-wide state that every
+  // sensor's worker writes, and the results of random sensors while their
+  // own drivers reconfigure them and their workers write the scores.
   threads.emplace_back([&] {
+    std::minstd_rand rng(seed);
+    std::vector<uint8_t> out;
     while (keepGoing()) {
       const int32_t state = FlickerMgr::flickerState();
       badResults += (state != 0 && state != 50 && state != 60) ? 1 : 0;
+      FlickerMgr::GetInstance(static_cast<int>(rng() % kSensors))->GetResult(&out);
+      const int32_t code = word(out, 1);
+      badResults += out.size() != kFlickerResultSize || out[0] != 1 ||
+                    (code != FLICKER_RESULT_50HZ && code != FLICKER_RESULT_60HZ);
     }
     if (--running == 0)
       ended.notify_all();

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <utility>
@@ -69,14 +70,19 @@ bool readFlkRaw(const std::string& path, FlkRawDump* out, std::string* error) {
                     std::to_string(flkRawSize(dump.count)) + ")");
   }
   FILE* f = file.get();
-  const bool ok =
-      readColumn(f, dump.count, &dump.slot1) && readColumn(f, dump.count, &dump.slot0) &&
-      readValue(f, &dump.winValue1) && readValue(f, &dump.winValue2) && readValue(f, &dump.freq) &&
-      readValue(f, &dump.pixelClk) && readValue(f, &dump.lineLength) &&
-      readValue(f, &dump.exposure) && fread(dump.aux, sizeof(int32_t), kAuxWords, f) == kAuxWords;
+  FlkRawTrailer trailer;
+  const bool ok = readColumn(f, dump.count, &dump.slot1) &&
+                  readColumn(f, dump.count, &dump.slot0) && readValue(f, &trailer);
   if (!ok) {
     return fail(error, path, "short read");
   }
+  dump.winValue1 = trailer.winValue1;
+  dump.winValue2 = trailer.winValue2;
+  dump.freq = trailer.freq;
+  dump.pixelClk = trailer.pixelClk;
+  dump.lineLength = trailer.lineLength;
+  dump.exposure = trailer.exposure;
+  std::copy(trailer.aux, trailer.aux + kAuxWords, dump.aux);
   *out = std::move(dump);
   return true;
 }

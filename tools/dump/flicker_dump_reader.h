@@ -1,11 +1,5 @@
 // Reads the statistics dump files of the platform adapter back into memory.
-//
-// flk.raw (native little-endian, no header or padding, n = entries per column):
-//   int32 n | int64[n] column of slot 1 | int64[n] column of slot 0 |
-//   int32 window value 1 | int32 window value 2 | int32 flicker state (Hz) |
-//   int32 pixel clock (low 32 bits) | uint32 line length | int32 exposure |
-//   int32[9] auxiliary block of the detection
-// flk_pure.raw: the two columns only (slot 1's first), no count, no trailer.
+// Their layout is the adapter's own, flicker_dump_format.h.
 //
 // The readers check the file size against the layout before trusting any
 // count, and fail with a message rather than read past the data. Stateless and
@@ -17,20 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "flicker_dump_format.h"
+
 namespace flicker_dump {
-
-// Bytes of flk.raw around the two columns: the count in front, the trailer
-// (six int32/uint32 values and nine auxiliary int32) behind.
-constexpr size_t kFlkRawHeaderBytes = 4;
-constexpr size_t kFlkRawTrailerBytes = 6 * 4 + 9 * 4;
-constexpr int kAuxWords = 9;
-// A column never holds more than a statistics buffer (36000 int64 entries).
-constexpr int32_t kMaxEntries = 36000;
-
-// Size of a flk.raw holding `count` entries per column.
-constexpr size_t flkRawSize(int32_t count) {
-  return kFlkRawHeaderBytes + 16 * static_cast<size_t>(count) + kFlkRawTrailerBytes;
-}
 
 struct FlkRawDump {
   int32_t count = 0;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "flicker_freq.h"
 #include "profile_panel.h"
 #include "ripple_fit.h"
 
@@ -123,7 +124,7 @@ SvgChart RunPlot::build(const std::string& title, const flicker_loop::LoopResult
     }
     const double t = f.timeMs / 1000.0;
     s.x.push_back(t);
-    s.y.push_back(f.result.flickerState == FLICKER_RESULT_60HZ ? 60 : 50);
+    s.y.push_back(FlickerFreq::fromRecordCode(f.result.flickerState).hz());
     truth.x.push_back(t);
     truth.y.push_back(f.truthHz);
     exp.x.push_back(t);

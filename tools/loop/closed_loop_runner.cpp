@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "flicker_freq.h"
 #include "host_properties.h"
 #include "loop_trace.h"
 #include "ripple_fit.h"
@@ -33,7 +34,7 @@ FlickerResultRecord readResult(IFlickerMgr* mgr) {
 }
 
 int stateHz(const FlickerResultRecord& r) {
-  return r.flickerState == FLICKER_RESULT_60HZ ? 60 : 50;
+  return FlickerFreq::fromRecordCode(r.flickerState).hz();
 }
 
 // Name of the thread that drives the manager during a run: the framework
@@ -346,7 +347,7 @@ ClosedLoopRunner::ClosedLoopRunner(const flicker_sim::SimScenario& scenario,
   // The exposure model starts from the state the manager is put in.
   if (options_.startStateHz == 50 || options_.startStateHz == 60) {
     for (flicker_sim::SimSensorParams& s : scenario_.sensors) {
-      s.ae.initialFlickerState = options_.startStateHz == 60 ? 2 : 1;
+      s.ae.initialFlickerState = FlickerFreq::fromHz(options_.startStateHz).recordCode();
     }
   }
 }

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "flicker_dump_reader.h"
+#include "flicker_freq.h"
 
 namespace flicker_loop {
 
@@ -29,14 +30,6 @@ bool numeric(const char* name) {
     }
   }
   return true;
-}
-
-int32_t codeOf(int hz) {
-  return hz == 60 ? FLK_FREQ_60HZ : FLK_FREQ_50HZ;
-}
-
-int hzOf(int32_t code) {
-  return code == FLK_FREQ_50HZ ? 50 : code == FLK_FREQ_60HZ ? 60 : 0;
 }
 
 struct Geometry {
@@ -168,9 +161,9 @@ ReplayResult DumpReplayer::replay(const std::string& dir, const std::vector<int6
     }
     // A state change reaches the algorithm as the manager sends it.
     if ((dump.freq == 50 || dump.freq == 60) && dump.freq != appliedHz) {
-      int32_t code = codeOf(dump.freq);
+      int32_t code = FlickerFreq::fromHz(dump.freq).algoCode();
       flk_SendCmd(FLK_CMD_SET_STATE, &code, nullptr);
-      code = codeOf(dump.freq);
+      code = FlickerFreq::fromHz(dump.freq).algoCode();
       flk_SendCmd(FLK_CMD_RESET_QUEUE, &code, nullptr);
       appliedHz = dump.freq;
     }
@@ -197,7 +190,7 @@ ReplayResult DumpReplayer::replay(const std::string& dir, const std::vector<int6
     step.step = static_cast<int>(i);
     step.folder = folders[i];
     step.appliedHz = dump.freq;
-    step.verdictHz = hzOf(out.state);
+    step.verdictHz = FlickerFreq::fromAlgoCode(out.state).hz();
     step.score50 = out.score50;
     step.score60 = out.score60;
     step.exposureUs = dump.exposure;

@@ -1,11 +1,13 @@
 #include "run_summary.h"
 
+#include "flicker_freq.h"
+
 namespace flicker_loop {
 
 namespace {
 
 int stateOf(const FrameRow& row) {
-  return row.result.flickerState == FLICKER_RESULT_60HZ ? 60 : 50;
+  return FlickerFreq::fromRecordCode(row.result.flickerState).hz();
 }
 
 // Pairs analysed at or before time `ms`.

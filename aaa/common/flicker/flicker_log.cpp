@@ -5,6 +5,9 @@
 
 namespace flicker_log {
 
+FileLevel g_managerLevel{0};
+FileLevel g_adapterLevel{0};
+
 void writeUnified(const char* tag, int level, const char* format, ...) {
   char text[kLineSize];
   va_list args;

@@ -1,161 +1,33 @@
-// FlickerMgr: per-sensor instances, lifecycle, tuning tables, attachment,
-// worker thread, per-frame path, analysis and algorithm set-up.
-// The threading rules are in the class comment of flicker_mgr.h.
+// FlickerMgr: the instances, the lock and the order of calls of every
+// operation; the jobs themselves are the parts' (see flicker_mgr.h, which
+// also has the threading rules).
 #define LOG_TAG "FlickerMgr"
-#define FLK_LOG_LEVEL_VAR g_flickerMgrLogLevel
+#define FLK_LOG_LEVEL_VAR flicker_log::g_managerLevel
 
 #include "flicker_mgr.h"
 
-#include <sys/prctl.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
-#include "cam_data_path.h"
 #include "cam_flicker_custom.h"
+#include "cam_inst.h"
 #include "cam_properties.h"
-#include "cam_thread.h"
+#include "flicker_freq.h"
 #include "flicker_log.h"
 #include "flicker_trace.h"
 #include "flicker_utils.h"
 
 namespace {
 
-// This file's log level, re-read from the property in Init and Start.
-flicker_log::FileLevel g_flickerMgrLogLevel{0};
-
-// Properties read by the manager.
 constexpr const char* kPropLogLevel = "vendor.debug.flicker_mgr.log.level";
-constexpr const char* kPropAlgoLogLevel = "vendor.debug.flicker_algo.log.level";
-constexpr const char* kPropSystrace = "vendor.debug.flicker.systrace";
 constexpr const char* kPropAutoTest = "vendor.autotesttool.enable";
-constexpr const char* kPropNotAttach = "vendor.debug.flk_not_attach";
-constexpr const char* kPropDefHz = "vendor.debug.flk_def_hz";
-constexpr const char* kPropRatio = "vendor.debug.flk_ratio";
-constexpr const char* kPropReadFile = "vendor.debug.flk_read_file";
-constexpr const char* kPropClk = "vendor.debug.flk_clk";
-constexpr const char* kPropPixel = "vendor.debug.flk_pixel";
-constexpr const char* kPropWidth = "vendor.debug.flk_w";
-constexpr const char* kPropHeight = "vendor.debug.flk_h";
-constexpr const char* kPropSwitchEn = "vendor.debug.flk_switch_en";
 
 int32_t propInt(const char* key, int32_t defaultValue) {
   return NSCam::Utils::Properties::property_get_int32(key, defaultValue);
 }
 
-// Worker thread actions of ThreadControl.
-constexpr int kThreadCreate = 0;
-constexpr int kThreadEnd = 1;
-constexpr const char* kThreadName = "FlickerMgrThd";  // at most 15 characters
-constexpr int kThreadPolicy = 0;                      // normal time-sharing policy
-constexpr int kThreadPriority = -8;                   // nice value: ahead of ordinary work
-
-// Tuning table geometry.
-constexpr int kSecondSensorTypeRowOffset = 35;   // rows 35..69 serve the other sensor type
-constexpr float kMinLightCyclesPerFrame = 1.5f;  // fewer ripple periods cannot be told apart
-constexpr float kRipple50Hz = 100.0f;            // 50 Hz mains gives 100 Hz light ripple
-constexpr float kRipple60Hz = 120.0f;            // 60 Hz mains gives 120 Hz light ripple
-
-// The tuning record selection compares the grab height against the record's
-// frame length minus the vertical blanking the statistics never see.
-constexpr int64_t kColumnLengthAllowance = 20;
-
-// Report-line thresholds: the shortest exposure (us) that spans a full ripple
-// period with margin, per current state. Exact values, intended.
-constexpr int32_t kLongExposure60Hz = 8201;
-constexpr int32_t kLongExposure50Hz = 9801;
-
-// Detection result codes of the analysis (after translating the adapter's
-// frequency code).
-constexpr int kResult50Hz = 2;
-constexpr int kResult60Hz = 3;
-constexpr int kResultNone = 0;
-
-// Per-mode tuning override files; the device's own paths.
-constexpr const char* kParaFiles[] = {
-    "/data/vendor/flicker/para/flk_para_preview.txt",
-    "/data/vendor/flicker/para/flk_para_capture.txt",
-    "/data/vendor/flicker/para/flk_para_video.txt",
-    "/data/vendor/flicker/para/flk_para_slim_video1.txt",
-    "/data/vendor/flicker/para/flk_para_slim_video2.txt",
-    "/data/vendor/flicker/para/flk_para_custom1.txt",
-    "/data/vendor/flicker/para/flk_para_custom2.txt",
-    "/data/vendor/flicker/para/flk_para_custom3.txt",
-    "/data/vendor/flicker/para/flk_para_custom4.txt",
-    "/data/vendor/flicker/para/flk_para_custom5.txt",
-};
-constexpr unsigned kParaFileCount = sizeof(kParaFiles) / sizeof(kParaFiles[0]);
-static_assert(kParaFileCount == 10, "one override file per sensor mode 0..9");
-
 // Timestamp slot toggle of every-frame mode. Deliberately process-wide: two
 // sensors in every-frame mode share it. Read and written without a lock.
 std::atomic<bool> slot_toggle{false};
-
-// Reads the next decimal number of an override file; -1 on any failure.
-int fileGetFlickerPara(FILE* fp) {
-  if (fp == nullptr) {
-    FLK_LOGE("invalid fp.");
-    return -1;
-  }
-  int32_t value = 0;
-  if (fscanf(fp, "%d", &value) >= 1) {
-    FLK_LOGV("%d.", value);
-    return value;
-  }
-  FLK_LOGE("failed to get para.");
-  return -1;
-}
-
-// Float to unsigned conversion as the device's conversion instruction does
-// it: saturating, NaN and negatives give 0. A plain cast would be undefined
-// outside the range.
-uint32_t saturateToUnsigned(float value) {
-  if (!(value > 0.0f))
-    return 0;
-  if (value >= 4294967296.0f)
-    return UINT32_MAX;
-  return static_cast<uint32_t>(value);
-}
-
-// |a - b| without overflow, saturated to the int64 range.
-int64_t absDiff(int64_t a, int64_t b) {
-  const uint64_t d = a >= b ? static_cast<uint64_t>(a) - static_cast<uint64_t>(b)
-                            : static_cast<uint64_t>(b) - static_cast<uint64_t>(a);
-  return d > static_cast<uint64_t>(INT64_MAX) ? INT64_MAX : static_cast<int64_t>(d);
-}
-
-// a - b with two's-complement wrap-around instead of undefined overflow.
-int64_t wrapSub(int64_t a, int64_t b) {
-  return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
-}
-
-// Little-endian store of one 32-bit result field.
-void putLe32(uint8_t* out, int32_t value) {
-  const uint32_t v = static_cast<uint32_t>(value);
-  out[0] = static_cast<uint8_t>(v);
-  out[1] = static_cast<uint8_t>(v >> 8);
-  out[2] = static_cast<uint8_t>(v >> 16);
-  out[3] = static_cast<uint8_t>(v >> 24);
-}
-
-// Statistics words copied into the result record, in record order.
-constexpr int kResultStatWords[] = {0, 2, 4, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
-static_assert(sizeof(kResultStatWords) / sizeof(kResultStatWords[0]) ==
-                  sizeof(FlickerResultRecord::statWords) / sizeof(int32_t),
-              "13 statistics words in the result");
-
-}  // namespace
-
-std::atomic<int32_t> FlickerMgr::flicker_state_{0};
-int32_t FlickerMgr::attach_count_ = 0;
-std::mutex FlickerMgr::attach_lock_;
-
-namespace {
 
 // The twenty per-index holders. The table is never destroyed: the process may
 // end while a worker is still inside its instance (waiting for a wake-up or in
@@ -188,71 +60,44 @@ IFlickerMgr* IFlickerMgr::GetInstance(int sensorIdx) {
 }
 
 size_t IFlickerMgr::StatBlockEntries(int32_t width, int32_t height) {
-  return static_cast<size_t>(FlickerPlatformAdapter::statEntries(width, height));
+  return static_cast<size_t>(FlickerStatWindow::statEntries(width, height));
 }
 
-FlickerMgr::FlickerMgr(int sensorIdx) : sensor_idx_(sensorIdx) {
-  // Plain C allocations: the NVRAM layer writes into these blocks in place.
-  flicker_para_array_ = static_cast<FLICKER_CUST_PARA**>(
-      calloc(1, kFlickerScenarioRows * sizeof(FLICKER_CUST_PARA*)));  // NOLINT(bugprone-sizeof-expression):
-                                                                      // an array of row pointers
-  if (flicker_para_array_ == nullptr) {
+FlickerMgr::FlickerMgr(int sensorIdx)
+    : sensor_idx_(sensorIdx),
+      adapter_(FlickerPlatformAdapter::getInstance(sensorIdx)),
+      attach_(sensorIdx, cust_getMaxAttachNum()),
+      cycle_(cust_getFlickerDetectFrequency, &slot_toggle),
+      analysis_(sensorIdx, adapter_, &result_, {&flicker_mode_, &last_exposure_time_, &cycle_}),
+      worker_(sensorIdx, [this] { analysis_.analyzeFlickerFrequency(); }) {
+  for (int failed = tuning_.allocate(); failed > 0; --failed)
     FLK_LOGE("Can not locate memory for parameters.");
-  } else {
-    for (int row = 0; row < kFlickerScenarioRows; ++row) {
-      flicker_para_array_[row] =
-          static_cast<FLICKER_CUST_PARA*>(calloc(1, kFlickerBinRatios * sizeof(FLICKER_CUST_PARA)));
-      if (flicker_para_array_[row] == nullptr) {
-        FLK_LOGE("Can not locate memory for parameters.");
-      }
-    }
-  }
   FLK_LOGD("sensorIdx(%d).", sensorIdx);
-
-  max_attach_num_ = cust_getMaxAttachNum();
-  detection_cycle_ = cust_getFlickerDetectFrequency();
-  sem_init(&thread_sem_, 0, 0);
-  if (detection_cycle_ < 2)
-    detection_cycle_ = 2;
 }
 
-FlickerMgr::~FlickerMgr() {
-  if (flicker_para_array_ != nullptr) {
-    for (int row = 0; row < kFlickerScenarioRows; ++row) {
-      free(flicker_para_array_[row]);
-      flicker_para_array_[row] = nullptr;
-    }
-    free(flicker_para_array_);
-    flicker_para_array_ = nullptr;
-  }
-  sem_destroy(&thread_sem_);
-}
+FlickerMgr::~FlickerMgr() = default;
 
 int FlickerMgr::Init(int sensorDev, int sensorId) {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++ SensorDev/SensorId(%d, %d)", sensorDev, sensorId);
 
-  g_flickerMgrLogLevel.store(propInt(kPropLogLevel, 0), std::memory_order_relaxed);
-  auto_test_enable_.store(propInt(kPropAutoTest, 0), std::memory_order_relaxed);
+  flicker_log::g_managerLevel.store(propInt(kPropLogLevel, 0), std::memory_order_relaxed);
+  const int32_t autoTest = propInt(kPropAutoTest, 0);
+  auto_test_ = autoTest == 1;
   sensor_dev_ = sensorDev;
   sensor_id_ = sensorId;
 
   // The adapter's init replaces the statistics buffers that a running
   // worker's detection reads: end such a worker first (Config starts the next).
-  ThreadControl(kThreadEnd);
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    adapter->init(sensorDev, sensorId);
-    adapter->setFlickerAutoTest(auto_test_enable_.load(std::memory_order_relaxed));
-  }
+  worker_.stop();
+  adapter_->init(sensorDev, sensorId);
+  adapter_->setFlickerAutoTest(autoTest);
 
   // The tables are loaded once per instance, on the first Init.
-  if (para_loaded_ == 0) {
+  if (!tuning_.loaded()) {
     FLK_LOGD("getFlickerParametersAll");
-    getFlickerParametersAll(kFlickerScenarioRows, kFlickerBinRatios);
-    para_loaded_ = 1;
+    tuning_.getFlickerParametersAll(sensor_id_, sensor_dev_, kFlickerScenarioRows,
+                                    kFlickerBinRatios);
   }
   FLK_LOGD("---");
   return 0;
@@ -263,211 +108,10 @@ int FlickerMgr::Uninit() {
   FLK_LOGD("+++");
   // A worker left running (no Stop) must not detect on the buffers that the
   // adapter's uninit frees.
-  ThreadControl(kThreadEnd);
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    adapter->uninit();
-  }
+  worker_.stop();
+  adapter_->uninit();
   FLK_LOGD("---");
   return 0;
-}
-
-// ---------------------------------------------------------------------------
-// Tuning tables
-
-bool FlickerMgr::getFlickerParametersAll(int sensorModeTotal, int binRatioTotal) {
-  FLK_LOGD("SensorId(%d), SensorDev(%d), SensorMode total(%d), binRatio total(%d).", sensor_id_,
-           sensor_dev_, sensorModeTotal, binRatioTotal);
-  // A table that could not be allocated in full runs without tuning; the
-  // constructor already reported it, so this is not a failure here.
-  if (flicker_para_array_ == nullptr)
-    return true;
-  for (int row = 0; row < kFlickerScenarioRows; ++row) {
-    if (flicker_para_array_[row] == nullptr)
-      return true;
-  }
-
-  const int rc = nvGetFlickerParaAll(static_cast<unsigned>(sensor_id_), sensor_dev_,
-                                     sensorModeTotal, binRatioTotal, &flicker_para_array_);
-
-  for (int row = 0; row < kFlickerScenarioRows; ++row) {
-    for (int col = 0; col < kFlickerBinRatios; ++col) {
-      const FLICKER_CUST_PARA& rec = flicker_para_array_[row][col];
-      const FLICKER_SENSOR_SETTING& s = rec.sensor_setting;
-      if (s.pclk != 0) {
-        // 32-bit product as the tuning tools compute it; wraps instead of
-        // overflowing.
-        const int32_t lines = static_cast<int32_t>(static_cast<uint32_t>(s.line_length) *
-                                                   static_cast<uint32_t>(s.column_length));
-        const float frameTime = static_cast<float>(lines) / static_cast<float>(s.pclk);
-        const float cycles50 = frameTime * kRipple50Hz;
-        const float cycles60 = frameTime * kRipple60Hz;
-        if (cycles50 < kMinLightCyclesPerFrame || std::isnan(cycles50) ||
-            cycles60 < kMinLightCyclesPerFrame) {
-          FLK_LOGE("flicker cycle is too small, sensor scenario:%d bin_ratio:%d 50Hz:%f 60Hz:%f",
-                   row, col, static_cast<double>(cycles50), static_cast<double>(cycles60));
-        }
-      }
-      FLK_LOGV("flicker_para_array_[%d][%d].flickerGradThreshold = %d", row, col,
-               rec.flickerGradThreshold);
-      FLK_LOGV("flicker_para_array_[%d][%d].flickerSearchRange = %d", row, col,
-               rec.flickerSearchRange);
-    }
-  }
-
-  if (rc == 0)
-    return true;
-  FLK_LOGE("nvGetFlickerParaAll fail.");
-  return false;
-}
-
-void FlickerMgr::getTargetParameter(int sensorMode, int ratio, void* para) {
-  FLK_LOGV("SensorMode(%d), ratio(%d)", sensorMode, ratio);
-  const int col = static_cast<int>(std::max(static_cast<double>(ratio) - 1.0, 0.0));
-  if (ratio < 1)
-    FLK_LOGE("bin ratio(%d) is wrong.", ratio);
-
-  // The callers keep row and column in range; refuse rather than read outside
-  // the table (also a row whose allocation failed).
-  if (para == nullptr || flicker_para_array_ == nullptr || sensorMode < 0 ||
-      sensorMode >= kFlickerScenarioRows || col >= kFlickerBinRatios ||
-      flicker_para_array_[sensorMode] == nullptr) {
-    FLK_LOGE("no tuning record for scenario(%d) column(%d): record left as it was", sensorMode,
-             col);
-    return;
-  }
-
-  const FLICKER_CUST_PARA& src = flicker_para_array_[sensorMode][col];
-  FLICKER_CUST_PARA* dst = static_cast<FLICKER_CUST_PARA*>(para);
-  for (int i = 0; i < 9; ++i) dst->flickerFreq[i] = src.flickerFreq[i];
-  dst->flickerGradThreshold = src.flickerGradThreshold;
-  dst->flickerSearchRange = src.flickerSearchRange;
-  dst->minPastFrames = src.minPastFrames;
-  dst->maxPastFrames = src.maxPastFrames;
-  dst->EV50_L50 = src.EV50_L50;
-  dst->EV50_L60 = src.EV50_L60;
-  dst->EV60_L50 = src.EV60_L50;
-  dst->EV60_L60 = src.EV60_L60;
-  for (int i = 0; i < 2; ++i) {
-    dst->EV50_thresholds[i] = src.EV50_thresholds[i];
-    dst->EV60_thresholds[i] = src.EV60_thresholds[i];
-    dst->freq_feature_index[i] = src.freq_feature_index[i];
-  }
-  dst->sensor_setting.pclk = src.sensor_setting.pclk;
-  dst->sensor_setting.line_length = src.sensor_setting.line_length;
-  dst->sensor_setting.column_length = src.sensor_setting.column_length;
-  dst->is_auto_gen = src.is_auto_gen;
-
-  if (!flicker_log::debugOn(g_flickerMgrLogLevel, 3))
-    return;
-  for (int i = 0; i < 9; ++i) {
-    FLK_LOGV("getTargetParameter(): para->flickerFreq[%d] = %d", i, dst->flickerFreq[i]);
-  }
-  FLK_LOGV("getTargetParameter(): para->flickerGradThreshold = %d", dst->flickerGradThreshold);
-  FLK_LOGV("getTargetParameter(): para->flickerSearchRange = %d", dst->flickerSearchRange);
-  FLK_LOGV("getTargetParameter(): para->minPastFrames = %d", dst->minPastFrames);
-  FLK_LOGV("getTargetParameter(): para->maxPastFrames = %d", dst->maxPastFrames);
-  const struct {
-    const char* name;
-    const FLICKER_LINEAR_MODEL& model;
-  } models[] = {{"EV50_L50", dst->EV50_L50},
-                {"EV50_L60", dst->EV50_L60},
-                {"EV60_L50", dst->EV60_L50},
-                {"EV60_L60", dst->EV60_L60}};
-  for (const auto& m : models) {
-    FLK_LOGV("getTargetParameter(): para->%s.m = %d", m.name, m.model.m);
-    FLK_LOGV("getTargetParameter(): para->%s.b_l = %d", m.name, m.model.b_l);
-    FLK_LOGV("getTargetParameter(): para->%s.b_r = %d", m.name, m.model.b_r);
-    FLK_LOGV("getTargetParameter(): para->%s.offset = %d", m.name, m.model.offset);
-  }
-  for (int i = 0; i < 2; ++i) {
-    FLK_LOGV("getTargetParameter(): para->EV50_thresholds[%d] = %d", i, dst->EV50_thresholds[i]);
-  }
-  for (int i = 0; i < 2; ++i) {
-    FLK_LOGV("getTargetParameter(): para->EV60_thresholds[%d] = %d", i, dst->EV60_thresholds[i]);
-  }
-  for (int i = 0; i < 2; ++i) {
-    FLK_LOGV("getTargetParameter(): para->freq_feature_index[%d] = %d", i,
-             dst->freq_feature_index[i]);
-  }
-  FLK_LOGV("getTargetParameter(): para->sensor_setting.pclk = %lld",
-           static_cast<long long>(dst->sensor_setting.pclk));
-  FLK_LOGV("getTargetParameter(): para->sensor_setting.line_length = %d",
-           dst->sensor_setting.line_length);
-  FLK_LOGV("getTargetParameter(): para->sensor_setting.column_length = %d",
-           dst->sensor_setting.column_length);
-  FLK_LOGV("getTargetParameter(): para->is_auto_gen = %d", dst->is_auto_gen);
-}
-
-void FlickerMgr::getFlickerParametersFile(FLICKER_CUST_PARA* para) {
-  FLK_LOGD("sensorMode(%d).", sensor_mode_);
-  if (static_cast<unsigned>(sensor_mode_) >= kParaFileCount) {
-    FLK_LOGE("invalid sensor mode.");
-    return;
-  }
-  const char* devicePath = kParaFiles[sensor_mode_];
-  char path[PATH_MAX];
-  if (!flicker_map_data_path(devicePath, path, sizeof(path))) {
-    FLK_LOGE("failed to open para file. (%s: path does not fit)", devicePath);
-    return;
-  }
-  FILE* fp = fopen(path, "r");
-  if (fp == nullptr) {
-    FLK_LOGE("failed to open para file.");
-    return;
-  }
-
-  // Every field is read, also after a failure: a number that is not there
-  // becomes -1, and a word stops every later conversion.
-  int32_t words[kFlickerAlgoWords];
-  for (int i = 0; i < kFlickerAlgoWords; ++i) words[i] = fileGetFlickerPara(fp);
-  static_assert(sizeof(words) == offsetof(FLICKER_CUST_PARA, freq_feature_index) + 8,
-                "the file supplies the algorithm part of the record");
-  memcpy(para, words, sizeof(words));
-
-  if (fclose(fp) == -1)
-    FLK_LOGE("fclose fail.");
-}
-
-// ---------------------------------------------------------------------------
-// Attachment
-
-int32_t FlickerMgr::attach(FLK_ATTACH_PRIO_T prio) {
-  std::lock_guard<std::mutex> lock(attach_lock_);
-  if (prio == FLK_ATTACH_PRIO_LOW) {
-    FLK_LOGI("No attach due to low priority sensor. SensorIdx(%d)", sensor_idx_);
-    return -1;
-  }
-  if (attach_count_ < max_attach_num_) {
-    ++attach_count_;
-    is_attached_.store(1, std::memory_order_relaxed);
-    FLK_LOGI("isAttach(%d), count(%d/%d). SensorIdx(%d)", is_attached_.load(), attach_count_,
-             max_attach_num_, sensor_idx_);
-    return 0;
-  }
-  FLK_LOGI("achieve max attach number(%d). SensorIdx(%d)", max_attach_num_, sensor_idx_);
-  return -1;
-}
-
-int32_t FlickerMgr::detach() {
-  std::lock_guard<std::mutex> lock(attach_lock_);
-  if (is_attached_.load(std::memory_order_relaxed) == 0) {
-    FLK_LOGI("not attach before. SensorIdx(%d)", sensor_idx_);
-    return -1;
-  }
-  --attach_count_;
-  is_attached_.store(0, std::memory_order_relaxed);
-  FLK_LOGI("count(%d/%d). SensorIdx(%d)", attach_count_, max_attach_num_, sensor_idx_);
-  return 0;
-}
-
-int32_t FlickerMgr::isAttach() {
-  std::lock_guard<std::mutex> lock(attach_lock_);
-  if (propInt(kPropNotAttach, 0) != 0)
-    return 0;
-  return is_attached_.load(std::memory_order_relaxed);
 }
 
 // ---------------------------------------------------------------------------
@@ -476,19 +120,14 @@ int32_t FlickerMgr::isAttach() {
 bool FlickerMgr::Config(const flicker_config_info& config) {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++");
-  sensor_mode_ = config.SensorMode;
-  hbin_width_ = config.HBIN_INFO.w;
-  hbin_height_ = config.HBIN_INFO.h;
-  tg_width_ = config.TG_SIZE.w;
-  tg_height_ = config.TG_SIZE.h;
-  pixel_clk_ = static_cast<int64_t>(config.PixelClk);
-  pixels_in_line_ = config.PixelsInLine;
+  timing_ = {config.SensorMode, config.HBIN_INFO.w, config.HBIN_INFO.h, config.TG_SIZE.w,
+             config.TG_SIZE.h,  config.PixelClk,    config.PixelsInLine};
 
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  if (adapter != nullptr)
-    adapter->getFLKStatConfig(&flk_stat_config_);
+  flk_stat_config statConfig;
+  adapter_->getFLKStatConfig(&statConfig);
+  result_.setStatConfig(statConfig);
 
-  ThreadControl(kThreadCreate);
+  worker_.start();
   FLK_LOGD("---");
   return true;
 }
@@ -496,16 +135,16 @@ bool FlickerMgr::Config(const flicker_config_info& config) {
 bool FlickerMgr::LightWeightReConfig(const flicker_config_info& config) {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++");
-  if (config.SensorMode == sensor_mode_) {
-    sensor_mode_changed_.store(0, std::memory_order_relaxed);
+  if (config.SensorMode == timing_.sensorMode) {
+    result_.setSensorModeChanged(false);
   } else {
     // The HBIN size deliberately keeps the value of the last Config.
-    sensor_mode_changed_.store(1, std::memory_order_relaxed);
-    sensor_mode_ = config.SensorMode;
-    tg_width_ = config.TG_SIZE.w;
-    tg_height_ = config.TG_SIZE.h;
-    pixel_clk_ = static_cast<int64_t>(config.PixelClk);
-    pixels_in_line_ = config.PixelsInLine;
+    result_.setSensorModeChanged(true);
+    timing_.sensorMode = config.SensorMode;
+    timing_.tgWidth = config.TG_SIZE.w;
+    timing_.tgHeight = config.TG_SIZE.h;
+    timing_.pixelClk = config.PixelClk;
+    timing_.pixelsInLine = config.PixelsInLine;
   }
   FLK_LOGD("---");
   return true;
@@ -514,45 +153,24 @@ bool FlickerMgr::LightWeightReConfig(const flicker_config_info& config) {
 int FlickerMgr::Start(const flicker_start_info& /*start*/) {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++ SensorIdx(%d)", sensor_idx_);
-  g_flickerMgrLogLevel.store(propInt(kPropLogLevel, 0), std::memory_order_relaxed);
-  auto_test_enable_.store(propInt(kPropAutoTest, 0), std::memory_order_relaxed);
+  flicker_log::g_managerLevel.store(propInt(kPropLogLevel, 0), std::memory_order_relaxed);
+  // The adapter keeps the value Init gave it.
+  auto_test_ = propInt(kPropAutoTest, 0) == 1;
   FLK_LOGD("SensorMode(%d) HBIN_INFO(W:%d/H:%d) TG_SIZE(W:%d/H:%d) PixelClk(%lld) PixelsInLine(%u)",
-           sensor_mode_, hbin_width_, hbin_height_, tg_width_, tg_height_,
-           static_cast<long long>(pixel_clk_), pixels_in_line_);
+           timing_.sensorMode, timing_.hbinWidth, timing_.hbinHeight, timing_.tgWidth,
+           timing_.tgHeight, static_cast<long long>(timing_.pixelClk), timing_.pixelsInLine);
 
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  if (adapter != nullptr) {
-    adapter->setWindowInfo(&window_info_[0], &window_info_[1], &window_info_[2], &window_info_[3],
-                           hbin_width_, hbin_height_);
-  } else {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  }
+  adapter_->setWindowInfo(timing_.hbinWidth, timing_.hbinHeight);
 
-  // Algorithm log word: bit 0 log, bit 1 verbose, bits 2 and up the trace word.
-  const int32_t propLog = propInt(kPropAlgoLogLevel, 0);
-  const int32_t propData = propInt(kPropSystrace, 0);
-  int32_t mask = 0;
-  if (propLog == 1 || propLog == 2)
-    mask |= 1;
-  if (propLog == 2)
-    mask |= 2;
-  mask |= static_cast<int32_t>(static_cast<uint32_t>(propData) << 2);
-  FLK_LOGD("prop_log:%d, prop_data:%d, loglevel:%d", propLog, propData, mask);
-
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    adapter->setLogLevel(mask);
-    adapter->getFrameRateType(&decrease_frame_rate_type_);
-    FLK_LOGD("decrease_frame_rate_type_(%d)", decrease_frame_rate_type_);
-  }
+  adapter_->setLogLevel(FlickerAlgoSetup::algoLogWord());
+  adapter_->getFrameRateType(&decrease_frame_rate_type_);
+  FLK_LOGD("decrease_frame_rate_type_(%d)", decrease_frame_rate_type_);
   if (flicker_mode_.load(std::memory_order_relaxed) == FLICKER_MODE_AUTO) {
     const bool active =
         decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE || sensor_type_ != 0;
-    flicker_frame_rate_active_.store(active ? 1 : 0, std::memory_order_relaxed);
+    result_.setFrameRateActive(active);
   }
-  frame_count_ = 0;
-  current_cycle_ = 0;
+  cycle_.restart();
   FLK_LOGD("--- SensorIdx(%d)", sensor_idx_);
   return 0;
 }
@@ -560,63 +178,15 @@ int FlickerMgr::Start(const flicker_start_info& /*start*/) {
 bool FlickerMgr::Stop() {
   std::lock_guard<std::mutex> lock(mutex_);
   FLK_LOGD("+++ SensorIdx(%d)", sensor_idx_);
-  ThreadControl(kThreadEnd);
+  worker_.stop();
   if (detach() != 0)
     return false;
-  if (algo_uninited_ == 0) {
+  if (!algo_uninited_) {
     uninit_algo();
-    algo_uninited_ = 1;
+    algo_uninited_ = true;
   }
   FLK_LOGD("--- SensorIdx(%d)", sensor_idx_);
   return true;
-}
-
-// ---------------------------------------------------------------------------
-// Worker thread
-
-void FlickerMgr::ThreadControl(int action) {
-  if (action == kThreadCreate) {
-    if (thread_running_.load(std::memory_order_relaxed) != 0) {
-      FLK_LOGE("SenbsorIdx(%d), flickerMgr thread is not closed last time!!", sensor_idx_);
-      return;
-    }
-    FLK_LOGD("SensorIdx(%d), create flickerMgr thread", sensor_idx_);
-    thread_running_.store(1, std::memory_order_relaxed);
-    // No stale wake-up survives from an earlier run; no thread waits on it now.
-    sem_destroy(&thread_sem_);
-    sem_init(&thread_sem_, 0, 0);
-    pthread_create(&thread_, nullptr, ThreadLoop, this);
-  } else if (action == kThreadEnd) {
-    if (thread_running_.load(std::memory_order_relaxed) == 0)
-      return;
-    FLK_LOGD("SensorIdx(%d), close flickerMgr thread", sensor_idx_);
-    // Cleared before the post, so the woken worker leaves without analysing.
-    thread_running_.store(0, std::memory_order_relaxed);
-    sem_post(&thread_sem_);
-    pthread_join(thread_, nullptr);
-  }
-}
-
-void* FlickerMgr::ThreadLoop(void* arg) {
-  FlickerMgr* self = static_cast<FlickerMgr*>(arg);
-  FLK_LOGD("SensorIdx(%d), thread start", self->sensor_idx_);
-  prctl(PR_SET_NAME, kThreadName, 0, 0, 0);
-
-  NSCam::Utils::setThreadPriority(kThreadPolicy, kThreadPriority);
-  int policy = 0;
-  int priority = 0;
-  NSCam::Utils::getThreadPriority(policy, priority);
-  FLK_LOGD("policy:(expect, result)=(%d, %d), priority:(expect, result)=(%d, %d)", kThreadPolicy,
-           policy, kThreadPriority, priority);
-
-  for (;;) {
-    sem_wait(&self->thread_sem_);
-    if (self->thread_running_.load(std::memory_order_relaxed) == 0)
-      break;
-    self->analyzeFlickerFrequency();
-  }
-  FLK_LOGD("SensorIdx(%d), thread end", self->sensor_idx_);
-  return nullptr;
 }
 
 // ---------------------------------------------------------------------------
@@ -630,96 +200,56 @@ int FlickerMgr::SetParam(const flicker_input_info& input) {
   const int32_t oldMode = flicker_mode_.load(std::memory_order_relaxed);
   if (input.flickerMode != oldMode) {
     FLK_LOGI("mode change(%d->%d).", oldMode, input.flickerMode);
-    if (input.flickerMode == FLICKER_MODE_AUTO || oldMode == FLICKER_MODE_AUTO) {
-      FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-      if (adapter == nullptr) {
-        FLK_LOGE("PlatformAdapter getInstance fail");
-      } else if (input.flickerMode == FLICKER_MODE_AUTO) {
-        flicker_frame_rate_active_.store(
-            decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE ? 1 : 0,
-            std::memory_order_relaxed);
-      } else {
-        flicker_frame_rate_active_.store(0, std::memory_order_relaxed);
-      }
+    if (input.flickerMode == FLICKER_MODE_AUTO) {
+      result_.setFrameRateActive(decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE);
+    } else if (oldMode == FLICKER_MODE_AUTO) {
+      result_.setFrameRateActive(false);
     }
     flicker_mode_.store(input.flickerMode, std::memory_order_relaxed);
   }
 
   sensor_type_ = input.sensorType;
-  if (input.sensorMode == sensor_mode_) {
-    sensor_mode_changed_.store(0, std::memory_order_relaxed);
+  if (input.sensorMode == timing_.sensorMode) {
+    result_.setSensorModeChanged(false);
   } else {
-    sensor_mode_changed_.store(1, std::memory_order_relaxed);
-    sensor_mode_ = input.sensorMode;
-    tg_width_ = input.tgWidth;
-    tg_height_ = input.tgHeight;
+    result_.setSensorModeChanged(true);
+    timing_.sensorMode = input.sensorMode;
+    timing_.tgWidth = input.tgWidth;
+    timing_.tgHeight = input.tgHeight;
   }
 
-  is_master_ = input.isMaster;
-  const bool attached = is_attached_.load(std::memory_order_relaxed) != 0;
+  const bool attached = attach_.attached();
   if (!attached && (input.isMaster == 1 || input.isMaster == -1)) {
     attach(FLK_ATTACH_PRIO_MEDIUM);
   } else if (attached && input.isMaster == 0) {
     detach();
-    if (algo_uninited_ == 0) {
+    if (!algo_uninited_) {
       uninit_algo();
-      algo_uninited_ = 1;
+      algo_uninited_ = true;
     }
   }
-  ae_target_mode_ = input.aeTargetMode;
 
   // Fixed modes force the state on every frame, not only on a change.
   const int32_t mode = flicker_mode_.load(std::memory_order_relaxed);
   if (mode == FLICKER_MODE_60HZ) {
-    setFlickerState(60);
+    analysis_.setFlickerState(FlickerFreq(FlickerFreq::k60Hz).hz());
   } else if (mode == FLICKER_MODE_50HZ) {
-    setFlickerState(50);
+    analysis_.setFlickerState(FlickerFreq(FlickerFreq::k50Hz).hz());
   }
   return 0;
 }
 
 int FlickerMgr::GetResult(std::vector<uint8_t>* output) {
   FLK_LOGD("+++");
-  if (output == nullptr) {
+  FlickerResult::Written w;
+  if (!result_.encode(FlickerAnalysis::state(), output, &w)) {
     FLK_LOGE("output should not be NULL");
     return 0;
   }
-  output->resize(kFlickerResultSize, 0);
-  uint8_t* out = output->data();
-  if (out == nullptr) {
-    FLK_LOGE("output should not be NULL");
-    return 0;
-  }
-
-  // Every field is one relaxed load: a result may mix two analyses, never a
-  // torn field. Bytes 1..3 are left as the caller had them.
-  const int32_t state = flicker_state_.load(std::memory_order_relaxed) == 60 ? FLICKER_RESULT_60HZ
-                                                                             : FLICKER_RESULT_50HZ;
-  const int32_t rateActive = flicker_frame_rate_active_.load(std::memory_order_relaxed);
-  const int32_t score50 = flicker_score_50_.load(std::memory_order_relaxed);
-  const int32_t score60 = flicker_score_60_.load(std::memory_order_relaxed);
-  const int32_t scoreActive = flicker_score_active_.load(std::memory_order_relaxed);
-  const int32_t hdrSrc = hdr_flk_src_.load(std::memory_order_relaxed);
-
-  out[offsetof(FlickerResultRecord, valid)] = 1;
-  putLe32(out + offsetof(FlickerResultRecord, flickerState), state);
-  putLe32(out + offsetof(FlickerResultRecord, flickerFrameRateActive), rateActive);
-  putLe32(out + offsetof(FlickerResultRecord, flickerScore50), score50);
-  putLe32(out + offsetof(FlickerResultRecord, flickerScore60), score60);
-  putLe32(out + offsetof(FlickerResultRecord, flickerScoreActive), scoreActive);
-  size_t pos = offsetof(FlickerResultRecord, statWords);
-  for (int word : kResultStatWords) {
-    putLe32(out + pos, flk_stat_config_.words[word]);
-    pos += sizeof(int32_t);
-  }
-  putLe32(out + offsetof(FlickerResultRecord, hdrFlkSrc), hdrSrc);
-  putLe32(out + offsetof(FlickerResultRecord, sensorModeChanged),
-          sensor_mode_changed_.load(std::memory_order_relaxed));
-
   FLK_LOGD(
       "flickerState(%d) flickerFrameRateActive(%d) flickerScore50/60(%d/%d) "
       "flickerScoreActive(%d) hdrFlkSrc(%d)",
-      state, rateActive, score50, score60, scoreActive, hdrSrc);
+      w.state, w.frameRateActive, w.score50, w.score60, w.scoreActive, w.hdrFlkSrc);
   FLK_LOGD("---");
   return 0;
 }
@@ -729,56 +259,42 @@ int FlickerMgr::GetResult(std::vector<uint8_t>* output) {
 
 int FlickerMgr::DoCalculation(const flicker_calc_info& in) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (is_attached_.load(std::memory_order_relaxed) == 0) {
+  if (!attach_.attached()) {
     FLK_LOGD("SensorIdx(%d) skip, not attached.", sensor_idx_);
     return -1;
   }
-
-  // Warm-up: the first two frames after Start are never used.
   if (in.needReinit == 1)
-    algo_reinit_req_ = 1;
-  const int32_t oldCount = frame_count_;
-  if (frame_count_ < INT32_MAX)
-    ++frame_count_;
-  if (oldCount < 2) {
-    FLK_LOGD("skip, not enough frame(%d).", frame_count_);
+    algo_reinit_req_ = true;
+
+  const FlickerCycleFrame frame{in.flkEnable != 0, in.statValid != 0, in.doFlkDetection,
+                                in.aeDetectCycle};
+  const FlickerCycleContext context{
+      sensor_type_, decrease_frame_rate_type_,
+      flicker_mode_.load(std::memory_order_relaxed) == FLICKER_MODE_AUTO};
+  const FlickerDetectionCycle::Admission admission = cycle_.admit(frame, context);
+  if (admission.warmUpFrame > 0) {
+    // The first two frames after Start are never used.
+    FLK_LOGD("skip, not enough frame(%d).", admission.warmUpFrame);
     return -1;
   }
-
-  // Detection gate; with the decrease-rate type a closed gate pauses detection
-  // until AE drops its request.
-  const bool gateOpen = in.flkEnable != 0 && (sensor_type_ != 0 || in.statValid != 0);
-  if (!gateOpen) {
-    current_cycle_ = 0;
-    if (decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_DETECT) {
-      frame_data_num_ = 0;
-      detection_paused_ = 1;
-      flicker_frame_rate_active_.store(0, std::memory_order_relaxed);
-      detection_process_start_ = 0;
-    }
+  if (admission.frameRateActive.has_value())
+    result_.setFrameRateActive(*admission.frameRateActive);
+  if (!admission.admitted)
     return -1;
-  }
-  if (detection_paused_ == 1) {
-    if (in.doFlkDetection != 0 && detection_cycle_ != 1)
-      return -1;
-    detection_paused_ = 0;
-  }
+  applyAeChange(admission.ae);
 
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  followAeCycle(in.aeDetectCycle, adapter);
-
-  const int32_t aeCycle = ae_detect_cycle_.load(std::memory_order_relaxed);
-  if (flicker_mode_.load(std::memory_order_relaxed) != FLICKER_MODE_AUTO && aeCycle <= 0)
-    return 0;
-  // Scores of the last analysis are stale while AE drives the cycle.
-  if (aeCycle > 0)
-    flicker_score_active_.store(0, std::memory_order_relaxed);
-
-  if (detection_cycle_ <= 0) {
-    FLK_LOGD("invalid detection cycle(%d).", detection_cycle_);
+  const FlickerDetectionCycle::Plan plan = cycle_.plan(frame, context);
+  if (plan.clearScoreActive)
+    result_.setScoreActive(false);
+  if (plan.invalidCycle.has_value()) {
+    FLK_LOGD("invalid detection cycle(%d).", *plan.invalidCycle);
     return 0;
   }
-  const int32_t rc = detection_cycle_ == 1 ? everyFrameStep(in, adapter) : cycleStep(in, adapter);
+  if (plan.frameRateActive.has_value())
+    result_.setFrameRateActive(*plan.frameRateActive);
+  if (!plan.take)
+    return 0;
+  const int32_t rc = frameIntake(in, plan);
   if (rc != 0) {
     // The code itself is never printed; the constant marks the failure.
     FLK_LOGD("failed to analyze(%x).", static_cast<unsigned>(-1));
@@ -787,165 +303,60 @@ int FlickerMgr::DoCalculation(const flicker_calc_info& in) {
   return 0;
 }
 
-void FlickerMgr::followAeCycle(int32_t cycle, FlickerPlatformAdapter* adapter) {
-  const int32_t aeCycle = ae_detect_cycle_.load(std::memory_order_relaxed);
-  if (cycle < 0) {
-    FLK_LOGD("wrong ae detection cycle(%d).", cycle);
-  } else if (cycle > 0 && aeCycle == 0) {
+void FlickerMgr::applyAeChange(FlickerDetectionCycle::AeChange change) {
+  const int32_t state = FlickerAnalysis::state();
+  if (change == FlickerDetectionCycle::AeChange::kTakeOver) {
     // AE takes over: the algorithm restarts from the opposite frequency.
-    ae_detect_cycle_.store(cycle, std::memory_order_relaxed);
-    detection_cycle_ = cycle;
-    current_cycle_ = 0;
-    if (adapter == nullptr) {
-      FLK_LOGE("PlatformAdapter getInstance fail");
-    } else {
-      adapter->setFlickerState(0);
-      const int32_t state = flicker_state_.load(std::memory_order_relaxed);
-      if (state == 50) {
-        adapter->resetQueue(60);
-      } else if (state == 60) {
-        adapter->resetQueue(50);
-      }
-    }
-  } else if (cycle > 0 && aeCycle != cycle) {
-    ae_detect_cycle_.store(cycle, std::memory_order_relaxed);
-    detection_cycle_ = cycle;
-    current_cycle_ = 0;
-  } else if (cycle == 0 && aeCycle > 0) {
-    // AE gives up: back to the product's own cycle, taken as it comes.
-    ae_detect_cycle_.store(0, std::memory_order_relaxed);
-    detection_cycle_ = cust_getFlickerDetectFrequency();
-    current_cycle_ = 0;
-    if (adapter == nullptr) {
-      FLK_LOGE("PlatformAdapter getInstance fail");
-    } else {
-      adapter->setFlickerState(flicker_state_.load(std::memory_order_relaxed));
-    }
+    adapter_->setFlickerState(0);
+    const FlickerFreq freq = FlickerFreq::fromHz(state);
+    if (freq.known())
+      adapter_->resetQueue(freq.other().hz());
+  } else if (change == FlickerDetectionCycle::AeChange::kGiveUp) {
+    adapter_->setFlickerState(state);
   }
 }
 
-int32_t FlickerMgr::everyFrameStep(const flicker_calc_info& in, FlickerPlatformAdapter* adapter) {
-  flicker_frame_rate_active_.store(1, std::memory_order_relaxed);
-  const bool wantDetection =
-      decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_NONE ||
-      (decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_DETECT && in.doFlkDetection != 0);
-  if (wantDetection && detection_process_start_ == 0) {
-    frame_data_num_ = 2;
-    detection_process_start_ = 1;
-  }
-  int32_t rc = 0;
-  if (frame_data_num_ >= 1) {
-    const bool slot = frame_data_num_ != 2 && !slot_toggle.load(std::memory_order_relaxed);
-    slot_toggle.store(slot, std::memory_order_relaxed);
-    rc = frameIntake(in, adapter, slot ? 1 : 0);
-    // Once started, every later frame completes a pair.
-    frame_data_num_ = std::max(frame_data_num_ - 1, 1);
-  }
-  current_cycle_ = (current_cycle_ + 1) % 2;
-  return rc;
-}
-
-int32_t FlickerMgr::cycleStep(const flicker_calc_info& in, FlickerPlatformAdapter* adapter) {
-  const bool rateType1 = decrease_frame_rate_type_ == FLK_DECREASE_FRAME_RATE_DETECT;
-  if (sensor_type_ == 0) {
-    if (current_cycle_ == 0 || current_cycle_ == 1) {
-      FLK_LOGD("current_cycle_(%d), setFlickerFrameRateActive 1", current_cycle_);
-      if (adapter == nullptr) {
-        FLK_LOGE("PlatformAdapter getInstance fail");
-      } else if (rateType1) {
-        flicker_frame_rate_active_.store(1, std::memory_order_relaxed);
-      } else {
-        // Positions 0 and 1 both (re)arm the pair: the frame at 1 replaces the
-        // one of 0 as first frame, so the pair is taken at 1 and 2.
-        frame_data_num_ = 2;
-      }
-    } else if (current_cycle_ == 2) {
-      FLK_LOGD("current_cycle_(%d), setFlickerFrameRateActive 0", current_cycle_);
-      if (adapter == nullptr) {
-        FLK_LOGE("PlatformAdapter getInstance fail");
-      } else if (rateType1) {
-        flicker_frame_rate_active_.store(0, std::memory_order_relaxed);
-      }
-    }
-    FLK_LOGD(
-        "current_cycle_(%d) decrease_frame_rate_type_(%d) in->doFlkDetection(%d) "
-        "detection_process_start_(%d)",
-        current_cycle_, decrease_frame_rate_type_, in.doFlkDetection, detection_process_start_);
-    if (rateType1 && in.doFlkDetection != 0 && detection_process_start_ == 0) {
-      frame_data_num_ = 2;
-      detection_process_start_ = 1;
-    }
-  } else if (current_cycle_ == 0) {
-    frame_data_num_ = 2;
-  }
-
-  int32_t rc = 0;
-  if (frame_data_num_ >= 1) {
-    rc = frameIntake(in, adapter, frame_data_num_ != 2 ? 1 : 0);
-    if (--frame_data_num_ == 0)
-      detection_process_start_ = 0;
-  }
-  current_cycle_ = (current_cycle_ + 1) % detection_cycle_;
-  return rc;
-}
-
-int32_t FlickerMgr::frameIntake(const flicker_calc_info& in, FlickerPlatformAdapter* adapter,
-                                int slot) {
+int32_t FlickerMgr::frameIntake(const flicker_calc_info& in,
+                                const FlickerDetectionCycle::Plan& plan) {
   FLK_LOGD(
       "update(): analyze with sensorIdx(%d), exposure time(%d), mVa(%p), cycle(%d), "
       "frame_data_num_(%d), ae_detect_cycle_(%d) width(%d), height(%d) pixel_mode(%d), "
       "sof_timestamp(%lld).",
-      sensor_idx_, in.exposureTime, static_cast<const void*>(in.mVa), current_cycle_,
-      frame_data_num_, ae_detect_cycle_.load(std::memory_order_relaxed), in.width, in.height,
-      in.pixel_mode, static_cast<long long>(in.sof_timestamp));
+      sensor_idx_, in.exposureTime, static_cast<const void*>(in.mVa), plan.cycle, plan.frameDataNum,
+      cycle_.aeDetectCycle(), in.width, in.height, in.pixel_mode,
+      static_cast<long long>(in.sof_timestamp));
 
   const int32_t width = in.width >> (static_cast<unsigned>(in.pixel_mode) % 32u);
-  const bool sizeChanged = width != hbin_width_ || in.height != hbin_height_;
+  const bool sizeChanged = width != timing_.hbinWidth || in.height != timing_.hbinHeight;
   if (sizeChanged)
-    FLK_LOGD("tg_w(%d) tg_ht(%d)", hbin_width_, hbin_height_);
-  hbin_width_ = width;
-  hbin_height_ = in.height;
+    FLK_LOGD("tg_w(%d) tg_ht(%d)", timing_.hbinWidth, timing_.hbinHeight);
+  timing_.hbinWidth = width;
+  timing_.hbinHeight = in.height;
 
-  if (adapter != nullptr) {
-    adapter->setTwinInfo(in.twinType, in.twinWinX, in.twinWinY);
-    adapter->setWindowInfo(&window_info_[0], &window_info_[1], &window_info_[2], &window_info_[3],
-                           hbin_width_, hbin_height_);
-    if (sizeChanged || algo_reinit_req_ == 1 || algo_uninited_ == 1) {
-      if (algo_uninited_ == 0)
-        uninit_algo();
-      init_algo();
-      algo_reinit_req_ = 0;
-      algo_uninited_ = 0;
-    }
+  adapter_->setTwinInfo(in.twinType, in.twinWinX, in.twinWinY);
+  adapter_->setWindowInfo(timing_.hbinWidth, timing_.hbinHeight);
+  if (sizeChanged || algo_reinit_req_ || algo_uninited_) {
+    if (!algo_uninited_)
+      uninit_algo();
+    init_algo();
+    algo_reinit_req_ = false;
+    algo_uninited_ = false;
   }
 
-  // Plain difference of the two values as given; only the difference of the
-  // two slots is ever used.
-  frame_start_ts_[slot] = wrapSub(in.sof_timestamp, in.exposureTime);
-  return parseFLKBuffer(sensor_type_, in.exposureTime, in.mVa);
+  cycle_.noteExposureStart(plan.timestampSlot, in.sof_timestamp, in.exposureTime);
+  return parseFLKBuffer(sensor_type_, in.exposureTime, in.mVa, plan);
 }
 
 // ---------------------------------------------------------------------------
 // Statistics intake
 
-int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void* buf) {
+int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void* buf,
+                                   const FlickerDetectionCycle::Plan& plan) {
   FLK_TRACE_BEGIN("parseFLK");
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  int32_t rc = -1;
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    // Every-frame mode alternates the slots with the cycle position; a pair
-    // in cycle mode puts its first frame in slot 0 and its second in slot 1.
-    const int slot = detection_cycle_ < 2 ? current_cycle_ : 2 - frame_data_num_;
-    int outX = 0;
-    int outW = 0;
-    int outH = 0;
-    rc = adapter->setBuf(sensorType, buf, slot, &outX, &outW, &outH);
-  }
+  const int32_t rc = adapter_->setBuf(sensorType, buf, plan.bufferSlot);
   FLK_TRACE_END();
 
-  if (auto_test_enable_.load(std::memory_order_relaxed) == 1) {
+  if (auto_test_) {
     if (rc != 0) {
       FLK_LOGD("[CAT][flicker] FLKOCheck:Fail");
     } else {
@@ -955,106 +366,15 @@ int32_t FlickerMgr::parseFLKBuffer(int sensorType, int exposureTime, const void*
   // A failed self-check (any other nonzero value) only reports.
   if (rc == -1)
     return -1;
-  if (frame_data_num_ == 2)
+  if (!plan.pairComplete)
     return 0;
 
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    adapter->setDetectInfo(sensorType, flicker_state_.load(std::memory_order_relaxed), exposureTime,
-                           static_cast<long>(absDiff(frame_start_ts_[1], frame_start_ts_[0])));
-  }
+  adapter_->setDetectInfo(sensorType, FlickerAnalysis::state(), exposureTime,
+                          static_cast<long>(cycle_.pairInterval()));
   last_exposure_time_.store(exposureTime, std::memory_order_relaxed);
   // At most one wake-up pending: pairs completed while the worker is busy
   // merge into the one already posted.
-  int pending = 0;
-  sem_getvalue(&thread_sem_, &pending);
-  if (pending == 0)
-    sem_post(&thread_sem_);
-  return 0;
-}
-
-// ---------------------------------------------------------------------------
-// Frequency analysis and flicker state
-
-int32_t FlickerMgr::analyzeFlickerFrequency() {
-  const int64_t t0 = getMs();
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  int result = kResultNone;
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-    result = flicker_state_.load(std::memory_order_relaxed) == 60 ? kResult60Hz : kResult50Hz;
-  } else {
-    // The adapter answers with the algorithm's frequency code.
-    const int code = adapter->detectFlicker();
-    if (code == FLK_FREQ_50HZ) {
-      result = kResult50Hz;
-    } else if (code == FLK_FREQ_60HZ) {
-      result = kResult60Hz;
-    }
-  }
-  const int32_t aeCycle = ae_detect_cycle_.load(std::memory_order_relaxed);
-  flicker_score_active_.store(aeCycle != 0 ? 1 : 0, std::memory_order_relaxed);
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    int score50 = 0;
-    int score60 = 0;
-    adapter->getFlickerScore(&score50, &score60);
-    flicker_score_50_.store(score50, std::memory_order_relaxed);
-    flicker_score_60_.store(score60, std::memory_order_relaxed);
-  }
-  FLK_LOGD("detect period(%lld ms) -.", static_cast<long long>(getMs() - t0));
-
-  if (flicker_mode_.load(std::memory_order_relaxed) == FLICKER_MODE_AUTO) {
-    if (propInt(kPropSwitchEn, -1) == 0) {
-      FLK_LOGD("flicker state not changed due to property fixed");
-    } else {
-      const int32_t state = flicker_state_.load(std::memory_order_relaxed);
-      if (result == kResult50Hz && state == 60) {
-        setFlickerState(50);
-      } else if (result == kResult60Hz && state == 50) {
-        setFlickerState(60);
-      }
-    }
-  }
-
-  // The "too short" test only selects the line; it never undoes a switch.
-  const int32_t exposure = last_exposure_time_.load(std::memory_order_relaxed);
-  const int32_t state = flicker_state_.load(std::memory_order_relaxed);
-  const int32_t score50 = flicker_score_50_.load(std::memory_order_relaxed);
-  const int32_t score60 = flicker_score_60_.load(std::memory_order_relaxed);
-  const int32_t scoreActive = flicker_score_active_.load(std::memory_order_relaxed);
-  if ((exposure >= kLongExposure60Hz && state == 60) ||
-      (exposure >= kLongExposure50Hz && state == 50)) {
-    FLK_LOG1(
-        "Input: SensorIdx(%d), ExposureTime(%d), AEDetectCycle(%d) Output: State(%d) "
-        "Score50/60(%d/%d) ScoreActive(%d)",
-        sensor_idx_, exposure, aeCycle, state, score50, score60, scoreActive);
-  } else {
-    FLK_LOG1(
-        "Input: SensorIdx(%d), ExposureTime(%d) too short, AEDetectCycle(%d) Output: State(%d) "
-        "Score50/60(%d/%d) ScoreActive(%d)",
-        sensor_idx_, exposure, aeCycle, state, score50, score60, scoreActive);
-  }
-  return 0;
-}
-
-int32_t FlickerMgr::setFlickerState(int state) {
-  FLK_LOGD("%d.", state);
-  const int32_t old = flicker_state_.load(std::memory_order_relaxed);
-  if (state == old)
-    return 0;
-  FLK_LOGD("state change(%d->%d).", old, state);
-  // Compare and store are not one atomic step: two sensors deciding at once
-  // may both log a change; the last writer wins.
-  flicker_state_.store(state, std::memory_order_relaxed);
-  if (FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_)) {
-    adapter->setFlickerState(flicker_state_.load(std::memory_order_relaxed));
-  }
-  if (FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_)) {
-    adapter->resetQueue(flicker_state_.load(std::memory_order_relaxed));
-  }
+  worker_.wake();
   return 0;
 }
 
@@ -1064,17 +384,8 @@ int32_t FlickerMgr::setFlickerState(int state) {
 int FlickerMgr::init_algo() {
   FLK_LOGV("+++ users_(%d), SensorIdx(%d)", users_.load(), sensor_idx_);
 
-  // Initial frequency: product default, then the known state, then debug.
-  int initHz = 0;
-  cust_getFlickerHalPara(&initHz, &flicker_hal_para_);
-  const int32_t state = flicker_state_.load(std::memory_order_relaxed);
-  if (state != 0)
-    initHz = state;
-  const int32_t defHz = propInt(kPropDefHz, 0);
-  if (defHz != 0)
-    initHz = defHz;
-  FLK_LOGD("init flicker Hz(%d).", initHz);
-  setFlickerState(initHz);
+  const int initHz = FlickerAlgoSetup::initialHz(FlickerAnalysis::state());
+  analysis_.setFlickerState(initHz);
 
   // The set-up is redone in full on a second call; the count stays at 1.
   if (users_.load() < 1) {
@@ -1083,57 +394,22 @@ int FlickerMgr::init_algo() {
     FLK_LOGE("users_(%d) had created. SensorIdx(%d)", users_.load(), sensor_idx_);
   }
 
-  // The upper half of the line length is not part of the line timing.
-  pixels_in_line_ &= 0xFFFFu;
-  FLK_LOGD("pixel clock(%lld), line length(%d), grab height(%d).",
-           static_cast<long long>(pixel_clk_), static_cast<int>(pixels_in_line_), window_info_[1]);
+  // The line timing of the frame the intake has just set up the window for.
+  const int binning = cust_getSensorBinningRatio(sensor_id_, timing_.sensorMode);
+  const FlickerAlgoSetup::Values setup =
+      FlickerAlgoSetup::compute(timing_, adapter_->statWindow(), binning);
+  // A re-init without a new Config starts from this set-up's scaled length: it compounds.
+  FlickerAlgoSetup::carryOver(setup, &timing_);
+  adapter_->getSensorMode(timing_.sensorMode, sensor_type_, nullptr);
 
-  float resizeRatio = 1.0f;
-  const int ratio = scaleLineLength(&resizeRatio);
-
-  FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_);
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    int unused = 0;
-    adapter->getSensorMode(sensor_mode_, sensor_type_, &unused);
-  }
-
-  // The sensor's own binning comes on top of the statistics scaling.
-  const int binning = cust_getSensorBinningRatio(sensor_id_, sensor_mode_);
-  pixels_in_line_ *= static_cast<uint32_t>(binning);
-  if (binning != 1)
-    FLK_LOGD("Update pixel line with sensor binning ratio (%d).", binning);
-
-  FLICKER_CUST_PARA para;
-  memset(&para, 0, sizeof(para));
-  const int64_t scenario =
-      static_cast<int64_t>(sensor_mode_) + (sensor_type_ == 0 ? 0 : kSecondSensorTypeRowOffset);
-  if (scenario < 0 || scenario >= kFlickerScenarioRows) {
-    FLK_LOGE("sensor mode(%d) type(%d) has no tuning row: tuning record left zero", sensor_mode_,
-             sensor_type_);
-  } else {
-    getTargetParameter(static_cast<int>(scenario), ratio, &para);
-  }
-  if (propInt(kPropReadFile, 0) != 0)
-    getFlickerParametersFile(&para);
-
+  const FLICKER_CUST_PARA para = tuning_.recordFor(timing_.sensorMode, sensor_type_, setup.ratio);
   FlickerExtPara ext;
   static_assert(sizeof(ext) <= sizeof(para), "algorithm part is the head of the record");
   memcpy(&ext, &para, sizeof(ext));
-  if (FlickerPlatformAdapter* extAdapter = FlickerPlatformAdapter::getInstance(sensor_idx_)) {
-    extAdapter->setExtPara(ext, resizeRatio);
-  }
+  adapter_->setExtPara(ext, setup.resizeRatio);
 
-  // Debug overrides of the live sensor values.
-  pixel_clk_ = NSCam::Utils::Properties::property_get_int64(kPropClk, pixel_clk_);
-  pixels_in_line_ =
-      static_cast<uint32_t>(propInt(kPropPixel, static_cast<int32_t>(pixels_in_line_)));
-  window_info_[2] = propInt(kPropWidth, window_info_[2]);
-  window_info_[3] = propInt(kPropHeight, window_info_[3]);
-
-  const bool mismatch = checkSensorSetting(para);
-  if (auto_test_enable_.load(std::memory_order_relaxed) == 1) {
+  const bool mismatch = FlickerAlgoSetup::checkSensorSetting(setup, para.sensor_setting);
+  if (auto_test_) {
     if (mismatch) {
       FLK_LOGD("[CAT][flicker] FlickerSensorSettingCheck:Fail");
     } else {
@@ -1141,73 +417,21 @@ int FlickerMgr::init_algo() {
     }
   }
 
+  const FlickerStatWindow& w = setup.window;
   // The height is tripled in this message only (statistics lines per row).
-  FLK_LOGD("flicker_init(%u,%u,%u,%lld).", pixels_in_line_,
-           3u * static_cast<uint32_t>(window_info_[3]), static_cast<uint32_t>(window_info_[2]),
-           static_cast<long long>(pixel_clk_));
+  FLK_LOGD("flicker_init(%u,%u,%u,%lld).", setup.lineLength, 3u * static_cast<uint32_t>(w.winH),
+           static_cast<uint32_t>(w.winW), static_cast<long long>(setup.pixelClk));
   const int64_t t0 = getMs();
-  if (adapter == nullptr) {
-    FLK_LOGE("PlatformAdapter getInstance fail");
-  } else {
-    adapter->init_algo(pixels_in_line_, static_cast<unsigned>(window_info_[3]),
-                       static_cast<unsigned>(window_info_[2]), static_cast<long>(pixel_clk_),
-                       sensor_type_);
-  }
+  adapter_->init_algo(setup.lineLength, static_cast<unsigned>(w.winH),
+                      static_cast<unsigned>(w.winW), static_cast<long>(setup.pixelClk),
+                      sensor_type_);
   FLK_LOGD(
       "SensorIdx(%d) SensorId(%d) SensorMode(%d) SensorType(%d) initFreq(%d) ratio(%d) "
       "clkFreq(%lld) pixelsInLine(%d) imgH(%d) winH(%d) winW(%d) users_(%d) period(%lld ms)",
-      sensor_idx_, sensor_id_, sensor_mode_, sensor_type_, initHz, ratio,
-      static_cast<long long>(pixel_clk_), static_cast<int>(pixels_in_line_), window_info_[1],
-      window_info_[3], window_info_[2], users_.load(), static_cast<long long>(getMs() - t0));
+      sensor_idx_, sensor_id_, timing_.sensorMode, sensor_type_, initHz, setup.ratio,
+      static_cast<long long>(setup.pixelClk), static_cast<int>(setup.lineLength), w.imgH, w.winH,
+      w.winW, users_.load(), static_cast<long long>(getMs() - t0));
   return 0;
-}
-
-int FlickerMgr::scaleLineLength(float* resizeRatio) {
-  // Sensor lines per statistics line; no TG height gives ratio 0. Computed
-  // wide so that INT_MIN / -1 cannot overflow.
-  const int32_t defaultRatio =
-      tg_height_ == 0 ? 0
-                      : static_cast<int32_t>(std::clamp<int64_t>(
-                            static_cast<int64_t>(hbin_height_) / tg_height_, INT32_MIN, INT32_MAX));
-  const int32_t ratio = propInt(kPropRatio, defaultRatio);
-  *resizeRatio = 1.0f;
-  if (ratio >= 2) {
-    // Binning: each statistics line spans `ratio` sensor lines.
-    pixels_in_line_ *= static_cast<uint32_t>(ratio);
-    FLK_LOGV("update bin ratio(%d), line length(%u).", ratio, pixels_in_line_);
-  } else {
-    // Resizing. Without a TG height there is nothing to scale by: the resize
-    // ratio stays 1.0 and the line length is kept as it is.
-    if (tg_height_ != 0) {
-      *resizeRatio = static_cast<float>(hbin_height_) / static_cast<float>(tg_height_);
-    }
-    pixels_in_line_ = saturateToUnsigned(*resizeRatio * static_cast<float>(pixels_in_line_));
-    FLK_LOGD("update rz ratio(%f), line length(%u).", static_cast<double>(*resizeRatio),
-             pixels_in_line_);
-  }
-  return ratio;
-}
-
-bool FlickerMgr::checkSensorSetting(const FLICKER_CUST_PARA& para) {
-  // A mismatch is reported only; the set-up goes on with the live values.
-  bool mismatch = false;
-  const FLICKER_SENSOR_SETTING& s = para.sensor_setting;
-  if (pixel_clk_ != s.pclk) {
-    FLK_LOGE("sensor pixel clock mismatch (parameter:%lld/received:%lld)",
-             static_cast<long long>(s.pclk), static_cast<long long>(pixel_clk_));
-    mismatch = true;
-  }
-  if (pixels_in_line_ != static_cast<uint32_t>(s.line_length)) {
-    FLK_LOGE("sensor line length mismatch (parameter:%d/received:%d)", s.line_length,
-             static_cast<int>(pixels_in_line_));
-    mismatch = true;
-  }
-  if (window_info_[1] != static_cast<int64_t>(s.column_length) - kColumnLengthAllowance) {
-    FLK_LOGE("sensor column length mismatch (parameter:%d/received:%d)", s.column_length,
-             window_info_[1]);
-    mismatch = true;
-  }
-  return mismatch;
 }
 
 int FlickerMgr::uninit_algo() {
@@ -1215,9 +439,7 @@ int FlickerMgr::uninit_algo() {
   if (users_.load(std::memory_order_acquire) >= 1) {
     users_.fetch_sub(1);
     if (users_.load() == 0) {
-      if (FlickerPlatformAdapter* adapter = FlickerPlatformAdapter::getInstance(sensor_idx_)) {
-        adapter->uninit_algo();
-      }
+      adapter_->uninit_algo();
     }
   }
   return 0;

@@ -1,47 +1,50 @@
-// FlickerMgr: the per-sensor anti-banding manager behind IFlickerMgr.
+// FlickerMgr: the per-sensor anti-banding manager behind IFlickerMgr, a
+// facade over single-purpose parts. It holds the lock, keeps the order of
+// calls and hands each job to its part:
+//  - FlickerAttachRegistry: the process-wide detection slots;
+//  - FlickerDetectionCycle: which frames detection takes, frame by frame;
+//  - FlickerAlgoSetup: the algorithm's set-up values from the line timing;
+//  - FlickerTuningTable: the tuning records, their selection and override files;
+//  - FlickerAnalysis: the worker's analysis and the process-wide flicker state;
+//  - FlickerWorker: the worker thread and its wake-up;
+//  - FlickerResult: what GetResult reports, and its 84-byte record;
+// and the sensor's FlickerPlatformAdapter, which talks to the algorithm.
 //
 // One instance per sensor index (0..19), created by GetInstance and kept until
-// process exit. Per frame it stores the mode inputs (SetParam), collects pairs
-// of statistics frames into the sensor's platform adapter (DoCalculation) and
-// wakes its worker thread, which runs the detection and moves the process-wide
-// flicker state between 50 and 60 Hz; GetResult reports state and scores.
+// process exit. Per frame it stores the mode inputs (SetParam), takes the
+// frames the cycle plans into the adapter (DoCalculation) and wakes its
+// worker when a pair is complete; GetResult reports state and scores.
 //
 // Threading:
 //  - The framework's 3A thread calls every operation. mutex_ serialises all of
-//    them except GetResult, which reads lock-free.
-//  - One worker thread per instance ("FlickerMgrThd"), created by Config and
-//    joined by Stop, runs analyzeFlickerFrequency without mutex_. The only
-//    ordering between the per-frame path and the worker is the semaphore post.
+//    them except GetResult, which reads lock-free and may run on any thread.
+//  - One worker thread per instance ("FlickerMgrThd"), started by Config and
+//    joined by Stop, runs the analysis without mutex_. The only ordering
+//    between the per-frame path and the worker is the semaphore post.
 //  - Init and Uninit end a worker left running (no Stop): the adapter's init
 //    and uninit replace the statistics buffers that its detection reads.
 //  - Instances are never destroyed, so the process may end at any moment, also
 //    while a worker detects: nothing a worker touches goes away before it.
-//  - attach_lock_ is process-wide; lock order is mutex_ before attach_lock_.
-//  - Fields read without a lock by design (flicker_state_, the scores and flags
+//  - The attach lock is process-wide; lock order is mutex_ before it.
+//  - Fields read without a lock by design (the process-wide state, the values
 //    GetResult reports, the values handed to the worker) are relaxed atomics:
 //    a reader may see values of two analyses, never a torn value.
 #pragma once
-
-#include <pthread.h>
-#include <semaphore.h>
 
 #include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <vector>
 
-#include "cam_flicker_nvram.h"
-#include "cam_inst.h"
+#include "flicker_algo_setup.h"
+#include "flicker_analysis.h"
+#include "flicker_attach_registry.h"
+#include "flicker_detection_cycle.h"
+#include "flicker_platform_adapter.h"
+#include "flicker_result.h"
+#include "flicker_tuning_table.h"
+#include "flicker_worker.h"
 #include "iflicker_mgr.h"
-#include "platform/flicker_platform_adapter.h"
-
-// Priority of an attach request: 0 is never granted; any other value competes
-// first come, first served. The manager asks with FLK_ATTACH_PRIO_MEDIUM.
-enum FLK_ATTACH_PRIO_T : int32_t {
-  FLK_ATTACH_PRIO_LOW = 0,
-  FLK_ATTACH_PRIO_HIGH = 1,
-  FLK_ATTACH_PRIO_MEDIUM = 2,
-};
 
 class FlickerMgr : public IFlickerMgr {
  public:
@@ -50,7 +53,6 @@ class FlickerMgr : public IFlickerMgr {
   // The manager of sensor index 0..19, created once; null otherwise.
   static FlickerMgr* GetInstance(int sensorIdx);
 
-  explicit FlickerMgr(int sensorIdx);
   ~FlickerMgr() override;
   FlickerMgr(const FlickerMgr&) = delete;
   FlickerMgr& operator=(const FlickerMgr&) = delete;
@@ -66,88 +68,45 @@ class FlickerMgr : public IFlickerMgr {
   int GetResult(std::vector<uint8_t>* output) override;
 
   // Attachment to the shared detector (also used by other camera modules).
-  int32_t attach(FLK_ATTACH_PRIO_T prio);
-  int32_t detach();
-  int32_t isAttach();
+  int32_t attach(FLK_ATTACH_PRIO_T prio) { return attach_.attach(prio); }
+  int32_t detach() { return attach_.detach(); }
+  int32_t isAttach() { return attach_.isAttach(); }
 
   // The process-wide flicker frequency in Hz: 0 until first set, then 50 or 60.
-  static int32_t flickerState() { return flicker_state_.load(std::memory_order_relaxed); }
+  static int32_t flickerState() { return FlickerAnalysis::state(); }
 
  private:
-  template <typename T>
-  using Relaxed = std::atomic<T>;
-
-  // Worker thread.
-  void ThreadControl(int action);
-  static void* ThreadLoop(void* arg);
+  explicit FlickerMgr(int sensorIdx);  // only GetInstance makes one, for a valid index
 
   // Per-frame path.
-  void followAeCycle(int32_t cycle, FlickerPlatformAdapter* adapter);
-  int32_t everyFrameStep(const flicker_calc_info& in, FlickerPlatformAdapter* adapter);
-  int32_t cycleStep(const flicker_calc_info& in, FlickerPlatformAdapter* adapter);
-  int32_t frameIntake(const flicker_calc_info& in, FlickerPlatformAdapter* adapter, int slot);
-  int32_t parseFLKBuffer(int sensorType, int exposureTime, const void* buf);
-
-  // Analysis on the worker thread.
-  int32_t analyzeFlickerFrequency();
-  int32_t setFlickerState(int state);
+  void applyAeChange(FlickerDetectionCycle::AeChange change);
+  int32_t frameIntake(const flicker_calc_info& in, const FlickerDetectionCycle::Plan& plan);
+  int32_t parseFLKBuffer(int sensorType, int exposureTime, const void* buf,
+                         const FlickerDetectionCycle::Plan& plan);
 
   // Algorithm set-up and tuning.
   int init_algo();
   int uninit_algo();
-  int scaleLineLength(float* resizeRatio);
-  bool checkSensorSetting(const FLICKER_CUST_PARA& para);
-  bool getFlickerParametersAll(int sensorModeTotal, int binRatioTotal);
-  void getTargetParameter(int sensorMode, int ratio, void* para);
-  void getFlickerParametersFile(FLICKER_CUST_PARA* para);
 
+  // Guarded by mutex_ unless marked otherwise.
   std::mutex mutex_;
-  std::atomic<int32_t> users_{0};
-  int32_t sensor_dev_ = 0;
-  int32_t sensor_id_ = 0;
   const int32_t sensor_idx_;
-  Relaxed<int32_t> is_attached_{0};
-  int32_t max_attach_num_ = 0;
-  int32_t tg_width_ = 0;
-  int32_t tg_height_ = 0;
-  int32_t sensor_mode_ = 0;
-  int32_t hbin_width_ = 0;
-  int32_t hbin_height_ = 0;
-  int32_t window_info_[4] = {0, 0, 0, 0};
-  int64_t pixel_clk_ = 0;
-  uint32_t pixels_in_line_ = 0;
-  Relaxed<int32_t> flicker_mode_{FLICKER_MODE_AUTO};
-  int32_t flicker_hal_para_ = 70000;
-  int32_t frame_count_ = 0;
-  int32_t detection_cycle_ = 0;
-  int32_t current_cycle_ = 0;
-  int32_t para_loaded_ = 0;
-  int32_t frame_data_num_ = 0;
+  FlickerPlatformAdapter* const adapter_;  // the adapter of the same index, for good
+  int32_t sensor_dev_ = 0;                 // Init's arguments
+  int32_t sensor_id_ = 0;
+  FlickerAttachRegistry attach_;  // this sensor's detection slot (its own lock)
+  FlickerDetectionCycle cycle_;   // which frames detection takes
+  FlickerLineTiming timing_;      // as Config, LightWeightReConfig, SetParam and frames leave it
+  FlickerTuningTable tuning_;
+  std::atomic<int32_t> flicker_mode_{FLICKER_MODE_AUTO};  // read by the worker
   int32_t sensor_type_ = 0;
-  Relaxed<int32_t> flicker_frame_rate_active_{0};
-  int32_t detection_process_start_ = 0;
-  Relaxed<int32_t> flicker_score_50_{0};
-  Relaxed<int32_t> flicker_score_60_{0};
-  Relaxed<int32_t> flicker_score_active_{0};
-  Relaxed<int32_t> ae_detect_cycle_{0};
   _EFLKDecreaseFrameRateType decrease_frame_rate_type_ = FLK_DECREASE_FRAME_RATE_NONE;
-  int32_t detection_paused_ = 0;
-  Relaxed<int32_t> auto_test_enable_{0};
-  Relaxed<int32_t> last_exposure_time_{0};
-  Relaxed<int32_t> sensor_mode_changed_{0};
-  int32_t algo_reinit_req_ = 0;
-  int32_t is_master_ = 0;
-  int32_t algo_uninited_ = 1;
-  int64_t frame_start_ts_[2] = {0, 0};
-  int32_t ae_target_mode_ = 0;
-  Relaxed<int32_t> hdr_flk_src_{0};
-  flk_stat_config flk_stat_config_ = {};
-  FLICKER_CUST_PARA** flicker_para_array_ = nullptr;
-  Relaxed<int32_t> thread_running_{0};
-  sem_t thread_sem_;
-  pthread_t thread_ = 0;
-
-  static std::atomic<int32_t> flicker_state_;
-  static int32_t attach_count_;  // guarded by attach_lock_
-  static std::mutex attach_lock_;
+  bool auto_test_ = false;                      // "vendor.autotesttool.enable" is 1
+  std::atomic<int32_t> last_exposure_time_{0};  // of the last pair; read by the worker
+  std::atomic<int32_t> users_{0};               // algorithm users: 0 or 1
+  bool algo_reinit_req_ = false;                // the framework asked for a re-init
+  bool algo_uninited_ = true;                   // no algorithm set up
+  FlickerResult result_;                        // what GetResult reports; lock-free
+  FlickerAnalysis analysis_;                    // the worker's job and the process-wide state
+  FlickerWorker worker_;                        // runs the analysis; declared last, made last
 };

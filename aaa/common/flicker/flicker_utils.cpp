@@ -184,3 +184,20 @@ int64_t getMs() {
   clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
+
+namespace {
+// strerror_r comes in a GNU (char*) and an XSI (int) form; take either.
+[[maybe_unused]] const char* pickErrorText(const char* text, const char* /*buf*/) {
+  return text != nullptr ? text : "unknown error";
+}
+[[maybe_unused]] const char* pickErrorText(int rc, const char* buf) {
+  return rc == 0 ? buf : "unknown error";
+}
+}  // namespace
+
+const char* flickerErrorText(int err, char* buf, size_t size) {
+  if (buf == nullptr || size == 0)
+    return "unknown error";
+  buf[0] = '\0';
+  return pickErrorText(strerror_r(err, buf, size), buf);
+}

@@ -4,6 +4,7 @@
 // which is accepted for a debug facility).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 // Reads the decimal counter in `path` into `*count`. `*count` is set to
@@ -27,3 +28,7 @@ void _get_canonical_filepath(const char* path, char* out, unsigned long size);
 
 // The monotonic clock in milliseconds.
 int64_t getMs();
+
+// The system's text for the error number `err`, in `buf` or a static string;
+// never null.
+const char* flickerErrorText(int err, char* buf, size_t size);

@@ -6,7 +6,7 @@
 //   Init -> Config -> Start -> per frame SetParam, DoCalculation, GetResult
 //   -> Stop -> Uninit
 // Every operation but GetResult is serialised by the instance's own lock;
-// GetResult reads lock-free and may run beside the sensor's worker thread.
+// GetResult takes no lock and may be called from any thread.
 #pragma once
 
 #include <cstddef>

@@ -1,27 +1,22 @@
 #define LOG_TAG "FlickerPlatformAdapter"
-#define FLK_LOG_LEVEL_VAR g_adapterLogLevel
+#define FLK_LOG_LEVEL_VAR flicker_log::g_adapterLevel
 
 #include "flicker_platform_adapter.h"
 
-#include <cerrno>
 #include <climits>
 #include <cstdarg>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
-#include "cam_data_path.h"
 #include "cam_inst.h"
 #include "cam_properties.h"
+#include "flicker_dump_writer.h"
+#include "flicker_freq.h"
 #include "flicker_log.h"
 #include "flicker_trace.h"
-#include "flicker_utils.h"
 
 namespace {
-
-flicker_log::FileLevel g_adapterLogLevel{0};
 
 // One adapter per sensor index. The table is never destroyed: a manager's
 // worker may still be detecting on an adapter's buffers while the process
@@ -34,38 +29,6 @@ NS3Av3::INST_T<FlickerPlatformAdapter>& adapterSlot(int sensorIdx) {
 
 constexpr const char* kPropLogLevel = "vendor.debug.flicker_mgr.log.level";
 constexpr const char* kPropDump = "vendor.debug.flk_dump";
-constexpr const char* kPropDumpPure = "vendor.debug.flk_dump_pure";
-
-// The device's dump tree; mapped to the platform's data root before use.
-constexpr const char* kDumpRoot = "/data/vendor/flicker/flko/";
-constexpr const char* kDumpCounterFile = "/data/vendor/flicker/flko/flicker_file_cnt.txt";
-constexpr size_t kDumpPathSize = 64;  // device paths are formatted into 64 bytes
-constexpr size_t kHostPathSize = PATH_MAX;
-
-// The statistics hardware reports 18 entries per window row.
-constexpr int kEntriesPerWindowRow = 18;
-// Auto-test always checks at least one window row, even with an empty window.
-constexpr int kMinAutoTestEntries = 18;
-
-// Sensor 8581 delivers 32-bit entries: 150 in sensor mode 0, 201 otherwise.
-constexpr int kStatCount8581Mode0 = 150;
-constexpr int kStatCount8581Other = 201;
-// Sensor 1398 delivers 384 32-bit words that are widened to 64-bit entries;
-// the count kept for the algorithm is 192 (two words per entry pair) and the
-// auto-test check covers only its first 384 bytes.
-constexpr int kStatCount1398 = 192;
-constexpr int kWords1398 = 2 * kStatCount1398;
-constexpr size_t kAutoTestBytes1398 = 384;
-
-// Image rows hidden from the statistics window, and the tallest window image
-// that keeps 18 x win_h_ inside one buffer (6039 - 45).
-constexpr int kHiddenRows = 45;
-constexpr int kTallestImage = 6039;
-constexpr int kMaxWindowImageHeight = kTallestImage - kHiddenRows;
-
-// Row trace of setBuf: every 100 image rows, three entries at 6 x row.
-constexpr int kTraceRowStep = 100;
-constexpr int kTraceEntriesPerRow = 6;
 
 // Statistics-hardware settings; words 8..14 repeat one byte in their two low
 // bytes and are kept exactly.
@@ -90,27 +53,6 @@ constexpr int32_t kDetectCols8581 = 1;
 constexpr int32_t kDetectWin1398W = 2;
 constexpr int32_t kDetectWin1398H = 32;
 
-// Image rows of the statistics window for an image height: the hidden rows
-// come off, and the tallest images are capped.
-int windowImageHeight(int height) {
-  return height <= kTallestImage ? height - kHiddenRows : kMaxWindowImageHeight;
-}
-
-// Statistics rows of the window: two per six image rows.
-int windowRows(int height) {
-  return 2 * (windowImageHeight(height) / 6);
-}
-
-int32_t hzToFreqCode(int hz) {
-  if (hz == 60) {
-    return FLK_FREQ_60HZ;
-  }
-  if (hz == 50) {
-    return FLK_FREQ_50HZ;
-  }
-  return FLK_FREQ_NONE;
-}
-
 // The algorithm's print function: one 1024-byte line under "FlickerAlgo",
 // gated by the framework's details level and mask only.
 __attribute__((format(printf, 1, 2))) void myPrint(const char* format, ...) {
@@ -125,46 +67,7 @@ __attribute__((format(printf, 1, 2))) void myPrint(const char* format, ...) {
   if (written < 0) {
     return;
   }
-  FLK_LOG_DEBUG_TAGGED_("FlickerAlgo", "%s", text);
-}
-
-// strerror_r comes in a GNU (char*) and an XSI (int) form; take either.
-[[maybe_unused]] inline const char* pickErrorText(const char* text, const char* /*buf*/) {
-  return text;
-}
-[[maybe_unused]] inline const char* pickErrorText(int rc, const char* buf) {
-  return rc == 0 ? buf : "unknown error";
-}
-
-struct ErrorText {
-  char buf[128];
-  const char* text;
-  explicit ErrorText(int err)
-      : buf{}, text(pickErrorText(strerror_r(err, buf, sizeof(buf)), buf)) {}
-};
-
-bool writeAll(FILE* file, const void* data, size_t elemSize, size_t count) {
-  return count == 0 || fwrite(data, elemSize, count, file) == count;
-}
-
-// flk.raw: count, slot 1's column, slot 0's column, then the detection inputs.
-bool writeFlkRaw(FILE* file, int32_t count, const FlkDetectPara& para, const int32_t* aux) {
-  const size_t n = static_cast<size_t>(count);
-  return writeAll(file, &count, sizeof(count), 1) && writeAll(file, para.statsSlot1, 8, n) &&
-         writeAll(file, para.statsSlot0, 8, n) &&
-         writeAll(file, &para.winValue1, sizeof(para.winValue1), 1) &&
-         writeAll(file, &para.winValue2, sizeof(para.winValue2), 1) &&
-         writeAll(file, &para.freq, sizeof(para.freq), 1) &&
-         writeAll(file, &para.pixelClk, sizeof(para.pixelClk), 1) &&
-         writeAll(file, &para.lineLength, sizeof(para.lineLength), 1) &&
-         writeAll(file, &para.exposure, sizeof(para.exposure), 1) &&
-         writeAll(file, aux, sizeof(int32_t), kFlkAuxWords);
-}
-
-// flk_pure.raw: the two columns only, slot 1's first.
-bool writeFlkPureRaw(FILE* file, int32_t count, const FlkDetectPara& para) {
-  const size_t n = static_cast<size_t>(count);
-  return writeAll(file, para.statsSlot1, 8, n) && writeAll(file, para.statsSlot0, 8, n);
+  FLK_LOG_DEBUG_TAGGED_(__FUNCTION__, "FlickerAlgo", "%s", text);
 }
 
 }  // namespace
@@ -185,66 +88,27 @@ FlickerPlatformAdapter* FlickerPlatformAdapter::getInstance(int sensorIdx) {
 
 FlickerPlatformAdapter::FlickerPlatformAdapter(int sensorIdx) : sensor_idx_(sensorIdx) {}
 
-// Adapters of the instance table are never destroyed; others free silently.
-FlickerPlatformAdapter::~FlickerPlatformAdapter() {
-  free(column_vector_data_1_);
-  free(column_vector_data_2_);
-}
+// Adapters of the instance table are never destroyed.
+FlickerPlatformAdapter::~FlickerPlatformAdapter() = default;
 
 int FlickerPlatformAdapter::init(int sensorDev, int sensorId) {
-  g_adapterLogLevel.store(NSCam::Utils::Properties::property_get_int32(kPropLogLevel, 0),
-                          std::memory_order_relaxed);
-  sensor_dev_ = sensorDev;
+  flicker_log::g_adapterLevel.store(NSCam::Utils::Properties::property_get_int32(kPropLogLevel, 0),
+                                    std::memory_order_relaxed);
+  (void)sensorDev;  // the adapter has no use for it
   sensor_id_ = sensorId;
   FLK_LOGD("SensorIdx(%d), SensorId(%d)", sensor_idx_, sensorId);
   // A failed allocation is reported by createBuf and again by every setBuf.
-  (void)createBuf();
+  (void)buffers_.createBuf();
   return 0;
 }
 
 int FlickerPlatformAdapter::uninit() {
-  releaseBuf();
-  return 0;
-}
-
-int FlickerPlatformAdapter::createBuf() {
-  FLK_LOGD("+++");
-  if (column_vector_data_1_ != nullptr || column_vector_data_2_ != nullptr) {
-    // Re-init without uninit: the old blocks are dropped, not reused.
-    FLK_LOGE("buffer is not empty.");
-  }
-  column_vector_data_1_ = static_cast<int64_t*>(malloc(kBufBytes));
-  if (column_vector_data_1_ == nullptr) {
-    FLK_LOGE("falied to allocate buffer 1.");
-    return -1;
-  }
-  column_vector_data_2_ = static_cast<int64_t*>(malloc(kBufBytes));
-  if (column_vector_data_2_ == nullptr) {
-    FLK_LOGE("falied to allocate buffer 2.");
-    free(column_vector_data_1_);
-    column_vector_data_1_ = nullptr;  // so that releaseBuf cannot free it twice
-    return -1;
-  }
-  FLK_LOGD("---");
-  return 0;
-}
-
-int FlickerPlatformAdapter::releaseBuf() {
-  FLK_LOGD("+++");
-  if (column_vector_data_1_ != nullptr) {
-    free(column_vector_data_1_);
-    column_vector_data_1_ = nullptr;
-  }
-  if (column_vector_data_2_ != nullptr) {
-    free(column_vector_data_2_);
-    column_vector_data_2_ = nullptr;
-  }
-  FLK_LOGD("---");
+  buffers_.releaseBuf();
   return 0;
 }
 
 int FlickerPlatformAdapter::setFlickerAutoTest(int enable) {
-  auto_test_ = enable;
+  auto_test_ = enable == 1;
   return 0;
 }
 
@@ -314,14 +178,14 @@ int FlickerPlatformAdapter::setExtPara(FlickerExtPara para, float ratio) {
 
 int FlickerPlatformAdapter::setFlickerState(int hz) {
   FLK_LOGD("%d.", hz);
-  int32_t code = hzToFreqCode(hz);
+  int32_t code = FlickerFreq::fromHz(hz).algoCode();
   flk_SendCmd(FLK_CMD_SET_STATE, &code, nullptr);
   return 0;
 }
 
 int FlickerPlatformAdapter::resetQueue(int hz) {
   FLK_LOGD("%d.", hz);
-  int32_t code = hzToFreqCode(hz);
+  int32_t code = FlickerFreq::fromHz(hz).algoCode();
   flk_SendCmd(FLK_CMD_RESET_QUEUE, &code, nullptr);
   return 0;
 }
@@ -337,9 +201,7 @@ int FlickerPlatformAdapter::setLogLevel(int level) {
 }
 
 int FlickerPlatformAdapter::setTwinInfo(int type, int winX, int winY) {
-  twin_type_ = type;
-  twin_win_x_ = winX;
-  twin_win_y_ = winY;
+  // The twin window is only reported: no command carries it.
   FLK_LOGD("type:%d win_x:%d win_Y:%d", type, winX, winY);
   return 0;
 }
@@ -366,36 +228,8 @@ int FlickerPlatformAdapter::getFlickerScore(int* score50, int* score60) {
 
 // ---- Statistics window and conversion ----
 
-int FlickerPlatformAdapter::setWindowInfo(int* imgW, int* imgH, int* winW, int* winH, int width,
-                                          int height) {
-  if (imgW == nullptr || imgH == nullptr || winW == nullptr || winH == nullptr) {
-    FLK_LOGE("null output.");
-    return -1;
-  }
-  if (width < 0 || height < 0) {
-    FLK_LOGE("negative image size(%d,%d).", width, height);
-    return -1;
-  }
-  FLK_LOGD("tgImg(%d,%d)", width, height);
-  const int w = width;
-  // Capping the image height keeps 18 x win_h_ inside one statistics buffer.
-  const int h = windowImageHeight(height);
-  tg_img_width_ = w;
-  tg_img_height_ = h;
-  win_w_ = 2 * (w / 12);
-  win_h_ = windowRows(height);
-  *imgW = w;
-  *imgH = h;
-  *winW = win_w_;
-  *winH = win_h_;
-  return 0;
-}
-
-int32_t FlickerPlatformAdapter::statEntries(int width, int height) {
-  if (width < 0 || height < 0)
-    return 0;  // setWindowInfo refuses the size
-  const int rows = windowRows(height);
-  return rows > 0 ? kEntriesPerWindowRow * rows : 0;
+int FlickerPlatformAdapter::setWindowInfo(int width, int height) {
+  return buffers_.setWindowInfo(width, height);
 }
 
 int FlickerPlatformAdapter::getFLKStatConfig(flk_stat_config* out) {
@@ -413,103 +247,8 @@ int FlickerPlatformAdapter::getSensorMode(int sensorMode, int /*unused*/, int* /
   return 0;
 }
 
-// `stats` is the caller's statistics block; its size is not passed, so the
-// caller must supply the bytes of the path's layout: 8 x 18 x win_h_ on the
-// generic path (at least 144 bytes in auto-test mode), 4 x 150 or 4 x 201 for
-// sensor 8581 and 4 x 384 for sensor 1398.
-int FlickerPlatformAdapter::setBuf(int sensorPath, const void* stats, int bufIndex, int* outX,
-                                   int* outW, int* outH) {
-  if (column_vector_data_1_ == nullptr || column_vector_data_2_ == nullptr) {
-    FLK_LOGE("column_vector_data_1_ or column_vector_data_2_ is NULL.");
-    return -1;
-  }
-  if (stats == nullptr || outX == nullptr || outW == nullptr || outH == nullptr) {
-    FLK_LOGE("null argument: stats(%p) outX(%p) outW(%p) outH(%p).", stats,
-             static_cast<void*>(outX), static_cast<void*>(outW), static_cast<void*>(outH));
-    return -1;
-  }
-
-  // Decide the conversion before anything is written, so that a window that
-  // does not fit the buffers leaves the adapter untouched.
-  enum class Conversion { kCopy64, kCopy32, kWiden32, kNone };
-  const int32_t sensorId = sensor_id_;
-  const bool autoTest = auto_test_ == 1;
-  const int32_t winH = win_h_;
-  int64_t count = static_cast<int64_t>(kEntriesPerWindowRow) * winH;
-  Conversion conversion = Conversion::kNone;
-  if (sensorPath == 0) {
-    conversion = Conversion::kCopy64;
-    if (autoTest && count < kMinAutoTestEntries) {
-      count = kMinAutoTestEntries;
-    }
-  } else if (sensorId == kSensorId8581) {
-    conversion = Conversion::kCopy32;
-    count = sensor_mode_ == 0 ? kStatCount8581Mode0 : kStatCount8581Other;
-  } else if (sensorId == kSensorId1398) {
-    conversion = Conversion::kWiden32;
-    count = kStatCount1398;
-  }
-  if (count < 0 || count > kBufEntries) {
-    FLK_LOGE("statistics count(%lld) of window height(%d) outside [0, %d].",
-             static_cast<long long>(count), winH, kBufEntries);
-    return -1;
-  }
-
-  buf_index_ = bufIndex;
-  int64_t* dst = bufIndex == 0 ? column_vector_data_1_ : column_vector_data_2_;
-  *outX = 0;
-  *outW = tg_img_width_;
-  *outH = tg_img_height_;
-  stat_count_ = static_cast<int32_t>(count);
-
-  const auto* src = static_cast<const uint8_t*>(stats);
-  // Auto-test self-check: clear the destination and compare it with the
-  // source, i.e. test whether the hardware delivered all zeros.
-  auto allZero = [dst, src, autoTest](size_t bytes) {
-    if (!autoTest) {
-      return false;
-    }
-    memset(dst, 0, bytes);
-    return memcmp(dst, src, bytes) == 0;
-  };
-  bool zeroStats = false;
-  switch (conversion) {
-    case Conversion::kCopy64: {
-      const size_t bytes = static_cast<size_t>(count) * sizeof(int64_t);
-      zeroStats = allZero(bytes);
-      memcpy(dst, src, bytes);
-      break;
-    }
-    case Conversion::kCopy32: {
-      // 32-bit entries packed as they are, not widened.
-      const size_t bytes = static_cast<size_t>(count) * sizeof(int32_t);
-      zeroStats = allZero(bytes);
-      memcpy(dst, src, bytes);
-      break;
-    }
-    case Conversion::kWiden32: {
-      zeroStats = allZero(kAutoTestBytes1398);
-      for (int k = 0; k < kWords1398; ++k) {
-        int32_t word;
-        memcpy(&word, src + k * sizeof(int32_t), sizeof(word));  // the block may be unaligned
-        dst[k] = word;
-      }
-      break;
-    }
-    case Conversion::kNone:
-      break;
-  }
-
-  if (flicker_log::debugOn(g_adapterLogLevel, 2)) {
-    const int32_t imgH = tg_img_height_;
-    for (int row = 0; row < imgH && kTraceEntriesPerRow * row + 2 < kBufEntries;
-         row += kTraceRowStep) {
-      const int64_t* at = dst + static_cast<ptrdiff_t>(kTraceEntriesPerRow) * row;
-      FLK_LOGD("sta row =%d, %lld %lld %lld", row, static_cast<long long>(at[0]),
-               static_cast<long long>(at[1]), static_cast<long long>(at[2]));
-    }
-  }
-  return zeroStats ? -1 : 0;
+int FlickerPlatformAdapter::setBuf(int sensorPath, const void* stats, int bufIndex) {
+  return buffers_.setBuf(sensorPath, sensor_id_, sensor_mode_, auto_test_, stats, bufIndex);
 }
 
 // ---- Detection step ----
@@ -527,12 +266,13 @@ int FlickerPlatformAdapter::detectFlicker() {
   FlkDetectPara para;
   memset(&para, 0, sizeof(para));
   para.sensorPath = FLK_PATH_GENERIC;
-  para.statsSlot1 = column_vector_data_2_;
-  para.statsSlot0 = column_vector_data_1_;
+  const FlickerStatWindow window = buffers_.window();
+  para.statsSlot1 = buffers_.slot(1);
+  para.statsSlot0 = buffers_.slot(0);
   para.windowRows = kDetectRows;
   para.windowCols = kDetectColsGeneric;
-  para.winValue1 = win_w_;
-  para.winValue2 = win_h_;
+  para.winValue1 = window.winW;
+  para.winValue2 = window.winH;
   para.freq = freq_;
   para.pixelClk = pixel_clk_;
   para.lineLength = line_length_;
@@ -567,7 +307,7 @@ int FlickerPlatformAdapter::detectFlicker() {
   }
 
   if (NSCam::Utils::Properties::property_get_int32(kPropDump, 0) != 0) {
-    dumpFLKO(para, aux);
+    FlickerDumpWriter::dumpFLKO(para, aux, buffers_.statCount());
   }
 
   FLK_TRACE_BEGIN("FLK algo");
@@ -579,75 +319,4 @@ int FlickerPlatformAdapter::detectFlicker() {
   FLK_LOGD("detect flicker win(%d,%d), exp(%d), freq(%d)+.", para.winValue1, para.winValue2,
            para.exposure, para.freq);
   return result.state;
-}
-
-// Writes the detection input into the next numbered folder of the dump tree.
-// Every failure is logged here (so the lines name this step) and ends the
-// dump; detection goes on regardless.
-void FlickerPlatformAdapter::dumpFLKO(const FlkDetectPara& para, const int32_t* aux) {
-  char hostPath[kHostPathSize];
-  if (!flicker_map_data_path(kDumpCounterFile, hostPath, sizeof(hostPath))) {
-    FLK_LOGE("failed to map data path(%s).", kDumpCounterFile);
-    return;
-  }
-  int counter = 0;
-  (void)getFileCount(hostPath, &counter, 0);  // missing or garbage: folder 000
-  if (counter == INT_MAX) {
-    FLK_LOGE("dump counter(%d) exhausted.", counter);
-    return;
-  }
-  // The number advances before the dump, so a failed dump still uses it up.
-  (void)setFileCount(hostPath, counter + 1);
-
-  if (!flicker_map_data_path(kDumpRoot, hostPath, sizeof(hostPath))) {
-    FLK_LOGE("failed to map data path(%s).", kDumpRoot);
-    return;
-  }
-  if (createDir(hostPath) != 0 && errno != EEXIST) {
-    const ErrorText error(errno);
-    FLK_LOGE("failed to createDir(/data/vendor/flicker/flko/): %s.", error.text);
-    return;
-  }
-
-  char devicePath[kDumpPathSize];
-  int length = snprintf(devicePath, sizeof(devicePath), "%s%03d", kDumpRoot, counter);
-  if (length < 0 || static_cast<size_t>(length) >= sizeof(devicePath) ||
-      !flicker_map_data_path(devicePath, hostPath, sizeof(hostPath))) {
-    FLK_LOGE("failed to build dump folder path for counter(%d).", counter);
-    return;
-  }
-  if (createDir(hostPath) != 0 && errno != EEXIST) {
-    const ErrorText error(errno);
-    FLK_LOGE("failed to createDir(%s): %s.", devicePath, error.text);
-    return;
-  }
-
-  const int32_t count = stat_count_;
-  if (count < 0 || count > kBufEntries) {
-    FLK_LOGE("statistics count(%d) outside [0, %d].", count, kBufEntries);
-    return;
-  }
-  const char* const names[] = {"flk.raw", "flk_pure.raw"};
-  for (int pure = 0; pure < 2; ++pure) {
-    if (pure == 1 && NSCam::Utils::Properties::property_get_int32(kPropDumpPure, 0) == 0) {
-      return;
-    }
-    length = snprintf(devicePath, sizeof(devicePath), "%s%03d/%s", kDumpRoot, counter, names[pure]);
-    if (length < 0 || static_cast<size_t>(length) >= sizeof(devicePath) ||
-        !flicker_map_data_path(devicePath, hostPath, sizeof(hostPath))) {
-      FLK_LOGE("failed to build dump file path for counter(%d).", counter);
-      return;
-    }
-    FILE* file = fopen(hostPath, "wb");
-    if (file == nullptr) {
-      FLK_LOGE("failed to open file(%s).", devicePath);
-      return;
-    }
-    const bool written =
-        pure == 0 ? writeFlkRaw(file, count, para, aux) : writeFlkPureRaw(file, count, para);
-    if (fclose(file) != 0 || !written) {
-      FLK_LOGE("failed to write file(%s).", devicePath);
-      return;
-    }
-  }
 }

@@ -1,8 +1,7 @@
 // FlickerPlatformAdapter: the per-sensor bridge between the flicker manager
-// and the detection algorithm (flk_SendCmd). It owns the sensor's two
-// statistics buffers, the statistics window, the conversion of each frame's
-// statistics block into the algorithm's column vectors, the algorithm commands
-// and the detection step with its optional debug dump.
+// and the detection algorithm (flk_SendCmd): the algorithm commands and the
+// detection step with its optional debug dump. The sensor's statistics
+// buffers, window and conversion are its FlickerStatBuffers.
 //
 // One adapter per sensor index, created on first use and kept until process
 // exit. The adapter has no lock: the manager serialises configuration and the
@@ -17,6 +16,7 @@
 #include <cstdint>
 
 #include "flicker_algo_cmd.h"
+#include "flicker_stat_buffers.h"
 
 // Statistics-hardware configuration handed to the manager (seventeen words).
 struct flk_stat_config {
@@ -27,10 +27,10 @@ static_assert(sizeof(flk_stat_config) == 68, "seventeen int32 words");
 class FlickerPlatformAdapter {
  public:
   static constexpr int kMaxSensors = 20;
-  static constexpr int kBufEntries = 36000;  // int64 entries per statistics buffer
-  static constexpr int kBufBytes = kBufEntries * 8;
-  static constexpr int kSensorId1398 = 1398;
-  static constexpr int kSensorId8581 = 8581;
+  static constexpr int kBufEntries = FlickerStatBuffers::kBufEntries;
+  static constexpr int kBufBytes = FlickerStatBuffers::kBufBytes;
+  static constexpr int kSensorId1398 = FlickerStatBuffers::kSensorId1398;
+  static constexpr int kSensorId8581 = FlickerStatBuffers::kSensorId8581;
 
   // The adapter of sensor index 0..19, created once; null for any other index.
   static FlickerPlatformAdapter* getInstance(int sensorIdx);
@@ -40,11 +40,10 @@ class FlickerPlatformAdapter {
   FlickerPlatformAdapter(const FlickerPlatformAdapter&) = delete;
   FlickerPlatformAdapter& operator=(const FlickerPlatformAdapter&) = delete;
 
-  // Instances and buffers.
+  // Instances and buffers: init allocates the statistics buffers (a failure
+  // is logged, and every setBuf then fails), uninit frees them.
   int init(int sensorDev, int sensorId);
   int uninit();
-  int createBuf();
-  int releaseBuf();
   int setFlickerAutoTest(int enable);
 
   // Algorithm commands.
@@ -59,20 +58,17 @@ class FlickerPlatformAdapter {
   int getFrameRateType(_EFLKDecreaseFrameRateType* out);
   int getFlickerScore(int* score50, int* score60);
 
-  // Statistics window and conversion.
-  // Entries of the generic path's statistics block for a frame of the given
-  // size (18 per window row); 0 when the size leaves no window to read.
-  static int32_t statEntries(int width, int height);
-  int setWindowInfo(int* imgW, int* imgH, int* winW, int* winH, int width, int height);
+  // Statistics window and conversion (see FlickerStatBuffers).
+  int setWindowInfo(int width, int height);
+  FlickerStatWindow statWindow() const { return buffers_.window(); }
   int getFLKStatConfig(flk_stat_config* out);
+  // Keeps the sensor mode, which picks sensor 8581's constants; the other two
+  // arguments are not used.
   int getSensorMode(int sensorMode, int unused, int* out);
   // Copies one frame's statistics block into slot `bufIndex` (0: buffer 1,
-  // else buffer 2). The block's size is not passed: the caller must supply
-  // stat-count x entry-size bytes, i.e. 8 x 18 x win_h_ on the generic path
-  // (at least 144 in auto-test mode), 4 x 150 (sensor mode 0) or 4 x 201 for
-  // sensor 8581 and 4 x 384 for sensor 1398. 0, or -1 on failure or on an
+  // else buffer 2) on the sensor's path; 0, or -1 on failure or on an
   // all-zero block in auto-test mode.
-  int setBuf(int sensorPath, const void* stats, int bufIndex, int* outX, int* outW, int* outH);
+  int setBuf(int sensorPath, const void* stats, int bufIndex);
 
   // Detection step.
   void setDetectInfo(int path, int freq, int exposure, long aux);
@@ -82,30 +78,17 @@ class FlickerPlatformAdapter {
   template <typename T>
   using Relaxed = std::atomic<T>;  // read on the worker, written on the 3A thread
 
-  void dumpFLKO(const FlkDetectPara& para, const int32_t* aux);
-
-  int32_t sensor_dev_ = 0;
+  const int32_t sensor_idx_;
   Relaxed<int32_t> sensor_id_{0};
   Relaxed<int32_t> sensor_mode_{0};
-  int32_t sensor_idx_ = 0;
-  int64_t* column_vector_data_1_ = nullptr;
-  int64_t* column_vector_data_2_ = nullptr;
-  Relaxed<int32_t> tg_img_width_{0};
-  Relaxed<int32_t> tg_img_height_{0};
-  Relaxed<int32_t> win_w_{0};
-  Relaxed<int32_t> win_h_{0};
-  Relaxed<int32_t> stat_count_{0};
+  FlickerStatBuffers buffers_;
   Relaxed<int32_t> pixel_clk_{0};
   Relaxed<uint32_t> line_length_{0};
-  int32_t buf_index_ = 0;
-  int32_t twin_type_ = 1;  // the only non-zero default
-  int32_t twin_win_x_ = 0;
-  int32_t twin_win_y_ = 0;
   Relaxed<int32_t> flicker_score_50_{0};
   Relaxed<int32_t> flicker_score_60_{0};
   Relaxed<int32_t> exposure_{0};
   Relaxed<int32_t> detect_path_{0};
   Relaxed<int32_t> freq_{0};
   Relaxed<int64_t> detect_aux_{0};
-  Relaxed<int32_t> auto_test_{0};
+  Relaxed<bool> auto_test_{false};  // setFlickerAutoTest(1): setBuf checks for all-zero blocks
 };
