@@ -311,8 +311,8 @@ bool ScenarioBuilder::selectPreset(const std::string& name, std::string* error) 
 }
 
 bool ScenarioBuilder::set(const std::string& key, const std::string& value, std::string* error) {
-  const KeySpec* spec = findKey(key);
-  if (spec == nullptr) {
+  const KeySpec* keySpec = findKey(key);
+  if (keySpec == nullptr) {
     if (error != nullptr) {
       *error = "unknown key '" + key + "'";
     }
@@ -321,27 +321,27 @@ bool ScenarioBuilder::set(const std::string& key, const std::string& value, std:
   long n = 0;
   double x = 0;
   bool valid = true;
-  switch (spec->kind) {
+  switch (keySpec->kind) {
     case KeyKind::kPreset:
       return selectPreset(value, error);
     case KeyKind::kWhole:
-      valid = parseInt(value, static_cast<long>(spec->lo), static_cast<long>(spec->hi), &n);
+      valid = parseInt(value, static_cast<long>(keySpec->lo), static_cast<long>(keySpec->hi), &n);
       x = static_cast<double>(n);
       break;
     case KeyKind::kReal:
-      valid = parseReal(value, spec->lo, spec->hi, &x);
+      valid = parseReal(value, keySpec->lo, keySpec->hi, &x);
       break;
     case KeyKind::kChoice:
     case KeyKind::kLamp: {
-      const std::vector<std::string> w = choices(*spec);
+      const std::vector<std::string> w = choices(*keySpec);
       valid = std::find(w.begin(), w.end(), value) != w.end();
       x = atof(value.c_str());  // the numeric choices (mains); 0 for words
       break;
     }
   }
   if (!valid) {
-    const std::string unit = spec->unit[0] != '\0' ? " (" + std::string(spec->unit) + ")" : "";
-    return bad(error, key, value, allowed(*spec) + unit);
+    const std::string unit = keySpec->unit[0] != '\0' ? " (" + std::string(keySpec->unit) + ")" : "";
+    return bad(error, key, value, allowed(*keySpec) + unit);
   }
   if (key == "frames") {
     options_.frames = static_cast<int>(n);
