@@ -110,8 +110,8 @@ class RippleAnalyzer {
   // Candidate models of the difference with one second harmonic.
   int altModel_[kRipples] = {};
   int altModels_ = 0;
-  bool lone_ = false;                // the difference carries one ripple alone
-  double inflation_[kRipples] = {};  // variance inflation of the difference's ripples
+  bool lone_ = false;                    // the difference carries one ripple alone
+  double inflation_[kRipples] = {};      // variance inflation of the difference's ripples
   WindowFit fits_[2][kMaxWindows] = {};  // the frames' own fits
   WindowFit altFits_[kMaxWindows] = {};
   ReferenceKey reference_{};

@@ -120,8 +120,7 @@ ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& 
   // a bin the estimate leaves its linear range (a textureless scene gives
   // wild ones), and a real shift that large is a scene change.
   const double lines = std::min<double>(
-      binner.binLines(),
-      (remove ? kRemovedShare : 1.0) * std::fabs(s) + kLeakErrors * out.error);
+      binner.binLines(), (remove ? kRemovedShare : 1.0) * std::fabs(s) + kLeakErrors * out.error);
   for (int f = 0; f < kRipples; ++f) {
     const double re = WindowCombiner::median(gradRe[f], usedWindows);
     const double im = WindowCombiner::median(gradIm[f], usedWindows);

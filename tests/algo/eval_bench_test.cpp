@@ -22,7 +22,8 @@ TEST(EvalCells, FormerFailuresStayFixed) {
       // must be fitted, or it leaks into the cancelled 120 Hz column and
       // vetoes the switch pair after pair.
       {"short readout, distorted ripple",
-       {"fluorescent", 0.5, "50", "long", 25, "normal", "still", "natural", "1920x1080@12.5us", 60, 4},
+       {"fluorescent", 0.5, "50", "long", 25, "normal", "still", "natural", "1920x1080@12.5us", 60,
+        4},
        2},
       // Right from the switch on, then a pan: the harmonic column must not
       // lend motion the coherence of a ripple and switch back and forth.
@@ -33,20 +34,20 @@ TEST(EvalCells, FormerFailuresStayFixed) {
       // the shake enters the difference alike at both frequencies, and must
       // not win the vote through 120 Hz's lower visibility at 35 ms.
       {"shake, cancelled probe",
-       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "natural", "1920x1080@12.5us", 50,
-        442},
+       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "natural", "1920x1080@12.5us",
+        50, 442},
        -1},
       // Hand shake over a short readout with a 1 % ripple: the shake's
       // vertical part is removed from the difference as one shift, so the
       // lock comes with the second moving pair (it took five).
       {"shake, small ripple",
-       {"incandescent", 1, "50", "long", 29.97, "normal", "handheld", "natural", "1920x1080@12.5us", 60,
-        54},
+       {"incandescent", 1, "50", "long", 29.97, "normal", "handheld", "natural", "1920x1080@12.5us",
+        60, 54},
        2},
       // A grating near the 100 Hz band period, shaken: never a switch.
       {"shaken grating",
-       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "grating", "1920x1080@12.5us", 50,
-        245},
+       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "grating", "1920x1080@12.5us",
+        50, 245},
        -1},
       // A 1.25 % ripple under a pan, 100 Hz cancelled: no single pair reaches
       // the vote level, but pair after pair 120 Hz beats the probe column, and
@@ -64,7 +65,8 @@ TEST(EvalCells, FormerFailuresStayFixed) {
       // the longer band period); it must not leave the right state. Seed of
       // a set the algorithm was not tuned on.
       {"pan in the right state, 120 Hz probe",
-       {"incandescent", 1, "60", "long", 29.97, "dim", "pan", "natural", "1920x1080@12.5us", 60, 10126},
+       {"incandescent", 1, "60", "long", 29.97, "dim", "pan", "natural", "1920x1080@12.5us", 60,
+        10126},
        -1},
       // A pan without flicker whose 120 Hz column beats the probe in runs of
       // pairs (consecutive pairs see similar texture): never a switch.

@@ -121,9 +121,9 @@ void printKeys(const flicker_loop::ScenarioBuilder& builder, std::ostream& out) 
   }
   for (const auto& k : rows) {
     out << std::left << std::setw(static_cast<int>(name)) << k.name << "  "
-        << std::setw(static_cast<int>(value)) << k.value << "  " << std::setw(static_cast<int>(unit))
-        << k.unit << "  " << std::setw(static_cast<int>(allowed)) << k.allowed << "  " << k.meaning
-        << "\n";
+        << std::setw(static_cast<int>(value)) << k.value << "  "
+        << std::setw(static_cast<int>(unit)) << k.unit << "  "
+        << std::setw(static_cast<int>(allowed)) << k.allowed << "  " << k.meaning << "\n";
   }
 }
 

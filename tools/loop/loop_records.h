@@ -41,7 +41,7 @@ struct PairRow {
   // Frame interval the manager handed the algorithm for this pair, computed
   // its way: |(sof - exposure) of the later - (sof - exposure) of the earlier|.
   int64_t intervalNs = 0;
-  bool switched = false;  // the state after this analysis differs from the one before
+  bool switched = false;   // the state after this analysis differs from the one before
   double gain = 1.0;       // analog gain of the later frame
   double meanLevel = 0.0;  // its mean pixel value as a fraction of full scale
 };

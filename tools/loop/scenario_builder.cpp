@@ -138,12 +138,14 @@ const KeySpec kKeys[] = {
      "line length, blanking included"},
     {"binning", KeyKind::kWhole, 1, 8, "", "", "the sensor's own binning factor"},
     {"sensor_mode", KeyKind::kWhole, 0, 34, "", "", "sensor mode (row of the tuning table)"},
-    {"light", KeyKind::kLamp, 0, 0, "", "", "lamp type, or a lamp modelled on published measurements"},
+    {"light", KeyKind::kLamp, 0, 0, "", "",
+     "lamp type, or a lamp modelled on published measurements"},
     {"mains", KeyKind::kChoice, 0, 0, kMainsChoices, "Hz", "mains of the lamp (0: steady)"},
     {"level", KeyKind::kReal, 1, 1e9, "", "e-/s/pixel", "light level"},
     {"depth", KeyKind::kReal, 0, 2.5, "", "", "scale of the lamp's ripple"},
     {"ripple", KeyKind::kReal, 0, 1, "", "",
-     "depth of the ripple at twice the mains (0: the lamp's own); harmonics keep their proportions"},
+     "depth of the ripple at twice the mains (0: the lamp's own); harmonics keep their "
+     "proportions"},
     {"drift", KeyKind::kReal, -2, 2, "", "Hz", "offset of the mains frequency"},
     {"pwm_hz", KeyKind::kReal, 1, 100000, "", "Hz", "PWM frequency of light = pwm"},
     {"mix_mains", KeyKind::kChoice, 0, 0, kMainsChoices, "Hz",
@@ -163,7 +165,8 @@ const KeySpec kKeys[] = {
     {"pan_y", KeyKind::kReal, -100, 100, "", "frames/s", "vertical pan speed"},
     {"shake", KeyKind::kReal, -100, 100, "", "frames", "hand-shake amplitude"},
     {"shake_hz", KeyKind::kReal, -100, 100, "", "Hz", "hand-shake frequency"},
-    {"lines_per_frame", KeyKind::kReal, -100, 100, "", "lines/frame", "vertical drift of the scene"},
+    {"lines_per_frame", KeyKind::kReal, -100, 100, "", "lines/frame",
+     "vertical drift of the scene"},
     {"object", KeyKind::kChoice, 0, 0, "none highlight", "",
      "a bright object crossing the frame (highlight) or none"},
     {"screen_hz", KeyKind::kReal, 0, 100000, "", "Hz",
@@ -340,7 +343,8 @@ bool ScenarioBuilder::set(const std::string& key, const std::string& value, std:
     }
   }
   if (!valid) {
-    const std::string unit = keySpec->unit[0] != '\0' ? " (" + std::string(keySpec->unit) + ")" : "";
+    const std::string unit =
+        keySpec->unit[0] != '\0' ? " (" + std::string(keySpec->unit) + ")" : "";
     return bad(error, key, value, allowed(*keySpec) + unit);
   }
   if (key == "frames") {
