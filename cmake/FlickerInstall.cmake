@@ -94,6 +94,7 @@ install(TARGETS ${FLICKER_INSTALLED_TARGETS}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 flicker_install_headers(aaa/common/flicker "")
+flicker_install_headers(aaa/common/flicker/zone "")
 flicker_install_headers(aaa/common/flicker/platform "/platform")
 flicker_install_headers(camera_stack/include "")
 flicker_install_headers(camera_stack/host "/host")

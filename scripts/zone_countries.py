@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes aaa/common/flicker/flicker_zone_countries.inc: the country of every
+"""Writes aaa/common/flicker/zone/flicker_zone_countries.inc: the country of every
 IANA time zone name, for flicker_mains_hz_of_time_zone.
 
 Sources, both from the IANA time zone database (tzdata; Debian installs them
@@ -20,7 +20,7 @@ import sys
 
 zoneinfo = sys.argv[1] if len(sys.argv) > 1 else "/usr/share/zoneinfo"
 root = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..")
-out_path = os.path.join(root, "aaa/common/flicker/flicker_zone_countries.inc")
+out_path = os.path.join(root, "aaa/common/flicker/zone/flicker_zone_countries.inc")
 
 # Old names linked to a zone of another country, with their own country.
 OWN_COUNTRY = {
