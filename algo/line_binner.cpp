@@ -9,24 +9,48 @@ namespace {
 // A ripple needs at least three bins per period to be told from the trend.
 constexpr double kMinBinsPerRipplePeriod = 3.0;
 
+// An entry is in range when floorSum < v < clipSum, i.e. low <= v <= top with
+// low = floorSum + 1 >= 1 and top = clipSum - 1 (`any`: top >= low).
+struct EntryRange {
+  uint64_t low;
+  uint64_t top;
+  uint64_t span;      // top - low + 1; 0 when no entry can be in range
+  uint64_t clipTest;  // entries at or over it (as unsigned) read as clipped
+  bool any;
+};
+
+// One unsigned comparison: entries under the floor, and negative ones, wrap
+// to distances of at least span.
+bool outOfRange(uint64_t v, const EntryRange& range) {
+  return v - range.low >= range.span;
+}
+
+// The same test without a comparison, for a loop the compiler can vectorise
+// (64-bit unsigned compares are not in the baseline x86-64 vector set): with
+// 1 <= low <= top < 2^63, the top bit of (v - low) | (top - v) is set exactly
+// when v is out of range. In range both differences lie in [0, span). Over
+// the top, top - v is negative. Under the floor, v - low is negative, unless
+// it wraps (v within low of the most negative value), and then top - v wraps
+// past 2^63 and is negative in turn.
+uint64_t rangeBits(uint64_t v, const EntryRange& range) {
+  return (v - range.low) | (range.top - v);
+}
+
 // Sums `lines` rows of windows [first, first + G) of rows `stride` entries
-// long, into local accumulators: the statistics (int64_t) may alias the
-// caller's sums (uint64_t), and six windows' sums and counts would not fit
-// the registers at once. An entry is in range when floorSum < v < clipSum,
-// tested as one unsigned comparison; entries at or over the clip (and
-// negative ones, which wrap to huge values) are counted as well. The sums
-// wrap harmlessly in unsigned arithmetic: a bin with such an entry is not
-// used.
+// long, counting per window the entries out of range and those at or over
+// the clip (negative ones, which wrap to huge values, included). This is the
+// slow path, for rows where some entry is out of range. The sums wrap
+// harmlessly in unsigned arithmetic: a bin with such an entry is not used.
 template <int G>
-void sumGroup(const int64_t* row, int lines, int stride, int first, uint64_t floorSum,
-              uint64_t span, uint64_t clipSum, uint64_t* acc, int* bad, int* high) {
+void countGroup(const int64_t* row, int lines, int stride, int first, const EntryRange& range,
+                uint64_t* acc, int* bad, int* high) {
   uint64_t a[G] = {}, b[G] = {}, h[G] = {};
   row += first;
   for (int l = 0; l < lines; ++l, row += stride) {
     for (int w = 0; w < G; ++w) {
       const uint64_t v = static_cast<uint64_t>(row[w]);
-      b[w] += (v - floorSum - 1) >= span ? 1 : 0;
-      h[w] += v >= clipSum ? 1 : 0;  // negative entries wrap to huge values
+      b[w] += outOfRange(v, range) ? 1 : 0;
+      h[w] += v >= range.clipTest ? 1 : 0;
       a[w] += v;
     }
   }
@@ -37,46 +61,59 @@ void sumGroup(const int64_t* row, int lines, int stride, int first, uint64_t flo
   }
 }
 
-// The common case: only sums, and per window the largest distance of an
-// entry above the range's low end (an entry at or over the clip, or under the
-// floor, which wraps to a huge distance, is out of range). False, with
-// nothing added, when any entry is out of range: the rows are then counted
-// entry by entry. Independent maxima keep the loop free of one long chain.
-template <int G>
-bool sumInRange(const int64_t* row, int lines, int stride, int first, uint64_t floorSum,
-                uint64_t span, uint64_t* acc) {
-  const uint64_t low = floorSum + 1;
-  uint64_t a[G] = {}, m[G] = {};
-  row += first;
-  for (int l = 0; l < lines; ++l, row += stride) {
-    for (int w = 0; w < G; ++w) {
+// The common case: `lines` whole rows of W windows. Per window a sum and an
+// OR of the entries' out-of-range bits: the same branch-free operations on
+// every window of a row, which the compiler turns into vector operations over
+// the windows (two 64-bit lanes on the baseline x86-64 and on 64-bit Arm).
+// False, with nothing added, when any entry is out of range.
+template <int W>
+bool sumInRange(const int64_t* row, int lines, const EntryRange& range, uint64_t* acc) {
+  uint64_t a[W] = {}, bits[W] = {};
+  for (int l = 0; l < lines; ++l, row += W) {
+    for (int w = 0; w < W; ++w) {
       const uint64_t v = static_cast<uint64_t>(row[w]);
-      m[w] = std::max(m[w], v - low);
       a[w] += v;
+      bits[w] |= rangeBits(v, range);
     }
   }
-  for (int w = 0; w < G; ++w) {
-    if (m[w] >= span) {
-      return false;
-    }
+  uint64_t out = 0;
+  for (int w = 0; w < W; ++w) {
+    out |= bits[w];
   }
-  for (int w = 0; w < G; ++w) {
-    acc[first + w] += a[w];
+  if ((out >> 63) != 0) {
+    return false;
+  }
+  for (int w = 0; w < W; ++w) {
+    acc[w] += a[w];
   }
   return true;
 }
 
-void sumRows(const int64_t* row, int lines, int windows, uint64_t floorSum, uint64_t span,
-             uint64_t clipSum, uint64_t* acc, int* bad, int* high) {
+template <int W>
+void sumRows(const int64_t* row, int lines, const EntryRange& range, uint64_t* acc, int* bad,
+             int* high) {
+  if (range.any && sumInRange<W>(row, lines, range, acc)) {
+    return;
+  }
   int w = 0;
-  for (; w + 3 <= windows; w += 3) {
-    if (!sumInRange<3>(row, lines, windows, w, floorSum, span, acc)) {
-      sumGroup<3>(row, lines, windows, w, floorSum, span, clipSum, acc, bad, high);
-    }
+  for (; w + 3 <= W; w += 3) {
+    countGroup<3>(row, lines, W, w, range, acc, bad, high);
   }
-  for (; w < windows; ++w) {
-    sumGroup<1>(row, lines, windows, w, floorSum, span, clipSum, acc, bad, high);
+  for (; w < W; ++w) {
+    countGroup<1>(row, lines, W, w, range, acc, bad, high);
   }
+}
+
+using RowSummer = void (*)(const int64_t*, int, const EntryRange&, uint64_t*, int*, int*);
+
+// The window count is a template argument, so the rows' layout is known to
+// the compiler. (The whole frame's loop specialised the same way was slower:
+// the compiler then no longer vectorised the rows' loop inside it.)
+RowSummer rowSummer(int windows) {
+  static_assert(kMaxWindows == 6, "one row summer per window count");
+  static constexpr RowSummer kSummers[kMaxWindows] = {sumRows<1>, sumRows<2>, sumRows<3>,
+                                                      sumRows<4>, sumRows<5>, sumRows<6>};
+  return kSummers[std::clamp(windows, 1, kMaxWindows) - 1];
 }
 
 int analysedLines(const PairInput& in, int searchRange) {
@@ -128,7 +165,10 @@ void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame) {
   const int64_t clipSum = static_cast<int64_t>(knobs.clipFraction * knobs.fullScale * in.winWidth);
   // In range: floorSum < v < clipSum, i.e. v - floorSum - 1 in [0, span).
   const uint64_t span = clipSum > floorSum + 1 ? static_cast<uint64_t>(clipSum - floorSum - 1) : 0;
-  const uint64_t clipTest = static_cast<uint64_t>(std::max<int64_t>(clipSum, 1));
+  const uint64_t low = static_cast<uint64_t>(floorSum) + 1;
+  const EntryRange range{low, low + span - 1, span,
+                         static_cast<uint64_t>(std::max<int64_t>(clipSum, 1)), span > 0};
+  const RowSummer sumRows = rowSummer(windows);
   const int64_t* data = in.frame[frame];
   const double logLines = std::log(static_cast<double>(binLines_));
   // One pass over the lines serves the bins and the sub-bins: running sums,
@@ -145,9 +185,9 @@ void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame) {
   for (int line = 0; line < end;) {
     const int next = std::min(nextBin, nextSub);
     const int64_t* row = data + static_cast<size_t>(line) * windows;
-    sumRows(row, next - line, windows, floorSum, span, clipTest, run, runBad, runHigh);
+    sumRows(row, next - line, range, run, runBad, runHigh);
     if (next == nextBin) {
-      storeBin(frame, next / binLines_ - 1, windows, logLines, clipTest, run, runBad, runHigh,
+      storeBin(frame, next / binLines_ - 1, windows, logLines, range.clipTest, run, runBad, runHigh,
                binMark, binMarkBad, binMarkHigh);
       nextBin = next + binLines_ <= binEnd ? next + binLines_ : end + 1;
     }
