@@ -8,6 +8,8 @@
 #   FLICKER_BENCH_JOBS=N   parallel build jobs (default: 2)
 #   FLICKER_BENCH_REPS=N   repetitions of every benchmark (default: 3; the
 #                          aggregates then include mean, median and stddev)
+#   FLICKER_BENCH_CPU=N    run the benchmarks on CPU N only (taskset): on a
+#                          virtual machine the CPUs may differ in speed
 # The figures of BENCHMARKS.md come from this script on a quiet machine; the
 # machine, compiler and load average of the run are written beside them.
 set -euo pipefail
@@ -39,7 +41,12 @@ mkdir -p "$out"
 
 # The library's log lines (e.g. the tuning check of the simulated sensors) go
 # to stderr; keep them apart from the table.
-"$build/bench/flicker_bench" \
+pin=()
+if [[ -n "${FLICKER_BENCH_CPU:-}" ]]; then
+  pin=(taskset -c "$FLICKER_BENCH_CPU")
+  echo "pinned to CPU: $FLICKER_BENCH_CPU" | tee -a "$out/machine.txt"
+fi
+"${pin[@]}" "$build/bench/flicker_bench" \
   --benchmark_repetitions="$reps" \
   --benchmark_out="$out/bench.json" --benchmark_out_format=json \
   "$@" 2>"$out/bench.log" | tee "$out/bench.txt"
