@@ -176,12 +176,8 @@ bool RippleLeastSquares::usable(int key) {
       // product instead of two triangular solves and their divisions.
       for (int j = 0; j < kFitParams; ++j) {
         double e[kFitParams] = {};
-        double column[kFitParams];
         e[j] = 1.0;
-        cholSolve(chol, e, column);
-        for (int i = 0; i < kFitParams; ++i) {
-          fullInverse_[key][i][j] = column[i];
-        }
+        cholSolve(chol, e, fullInverse_[key][j]);
       }
       for (int j = 0; j < kRippleCols; ++j) {
         fullVar_[key][j] = fullInverse_[key][kMaxTrendTerms + j][kMaxTrendTerms + j];
@@ -254,13 +250,18 @@ bool RippleLeastSquares::solve(const double* y, const uint8_t* ok, int key, Solu
   if (chol != nullptr) {
     cholSolve(chol, rhs, sol->beta);
   } else {
-    for (int i = 0; i < kFitParams; ++i) {
-      double v = 0.0;
-      for (int j = 0; j < kFitParams; ++j) {
-        v += fullInverse_[key][i][j] * rhs[j];
+    // Column by column: every coefficient still sums its terms in the order
+    // of the columns, but the coefficients are independent sums the compiler
+    // computes side by side in vector registers, not one chain of additions
+    // after another.
+    double beta[kFitParams] = {};
+    for (int j = 0; j < kFitParams; ++j) {
+      const double* column = fullInverse_[key][j];
+      for (int i = 0; i < kFitParams; ++i) {
+        beta[i] += column[i] * rhs[j];
       }
-      sol->beta[i] = v;
     }
+    std::copy(beta, beta + kFitParams, sol->beta);
   }
   double explained = 0.0;
   for (int j = 0; j < kFitParams; ++j) {

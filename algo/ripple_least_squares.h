@@ -92,8 +92,8 @@ class RippleLeastSquares {
   bool basisValid_ = false;
   double basis_[kMaxBins][kFitParams] = {};
   double gram_[kFitParams][kFitParams] = {};  // all-bins normal matrix, every column
-  // Per model key: inverse normal matrix and ripple-coefficient variances of
-  // the all-bins fit.
+  // Per model key: inverse normal matrix (column by column: [key][column][row])
+  // and ripple-coefficient variances of the all-bins fit.
   double fullInverse_[kModels][kFitParams][kFitParams] = {};
   double fullVar_[kModels][kRippleCols] = {};
   bool fullOk_[kModels] = {};
