@@ -38,9 +38,11 @@ constexpr double kLeakHigh = 3.0;
 // it: the phase of a frozen ripple creeps (mains drift, a frame rate a hair
 // off) and would in time come round a whole cycle.
 constexpr int kMaxReferenceAge = 48;
-// Sub-bins searched around the scene's expected shift against the reference
-// beyond how far it moved since the last comparison.
-constexpr int kEdgeReach = 8;
+// Sub-bins searched around the scene's expected shift against the reference,
+// beyond how far its pace moved it since it was last found: at its first
+// finding (the pace unknown), and after.
+constexpr int kFirstEdgeReach = 8;
+constexpr int kEdgeReach = 4;
 // A harmonic needs this many bins per 120 Hz period (three per period of
 // 240 Hz) to be told from the trend.
 constexpr double kMinBinsPerHarmonicPeriod = 6.0;
@@ -311,7 +313,8 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
                          binner_.subBins(),
                          0,
                          0,
-                         0};
+                         0,
+                         0.0};
   if (!reference_.sameAs(key) || reference_.age >= kMaxReferenceAge) {
     binner_.keepReference(1, in.windows);
     reference_ = key;
@@ -348,15 +351,18 @@ int RippleAnalyzer::lineUpWithReference(const PairInput& in, const AlgoKnobs& kn
   // ripple's own frequency (a cancelled ripple has no bands to show). The
   // scene's pace so far tells where to look.
   ReferenceKey& ref = reference_;
-  const int expected = ref.shiftAge > 0
-                           ? static_cast<int>(std::lround(static_cast<double>(ref.shiftLines) *
-                                                          ref.age / ref.shiftAge))
-                           : 0;
-  const int reach = kEdgeReach + std::abs(expected - ref.shiftLines) / binner_.subLines();
+  if (!out->shiftRemoved && ref.shiftLines == 0) {
+    return 1;  // nothing moved between the pair's frames, nor since the reference
+  }
+  const double moved = ref.pace * (ref.age - ref.shiftAge);
+  const int expected = ref.shiftLines + static_cast<int>(std::lround(moved));
+  const int reach = (ref.shiftAge > 0 ? kEdgeReach : kFirstEdgeReach) +
+                    static_cast<int>(std::fabs(moved)) / binner_.subLines();
   int lines = 0;
   if (!shift_.matchEdges(binner_, in.windows, LineBinner::kReference, 1, expected, reach, &lines)) {
     return 1;
   }
+  ref.pace = static_cast<double>(lines - ref.shiftLines) / (ref.age - ref.shiftAge);
   ref.shiftLines = lines;
   ref.shiftAge = ref.age;
   if (lines == 0) {

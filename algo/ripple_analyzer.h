@@ -72,8 +72,10 @@ class RippleAnalyzer {
     double lineTime, exposure;
     int searchRange, bins, binLines, subBins;
     int age;  // detections since it was kept
-    // Lines by which the scene was last lined up with it, at which age.
+    // Lines by which the scene was last lined up with it, at which age, and
+    // its pace since (lines per detection).
     int shiftLines, shiftAge;
+    double pace;
     bool sameAs(const ReferenceKey& k) const {
       return valid && k.valid && lines == k.lines && windows == k.windows &&
              winWidth == k.winWidth && lineTime == k.lineTime && exposure == k.exposure &&

@@ -168,6 +168,7 @@ double ShiftEstimator::buildEdges(const LineBinner& binner, int windows, int fra
   double energy = 0.0;
   for (int w = 0; w < windows; ++w) {
     double* e = edges_[slot][w];
+    double* sq = edgeSquares_[slot][w];
     double total = 0.0;
     int kept = 0;
     for (int j = 0; j < n; ++j) {
@@ -185,10 +186,43 @@ double ShiftEstimator::buildEdges(const LineBinner& binner, int windows, int fra
       e[j] = ok ? scale * (binner.subSum(frame, w, j + 1) - 2.0 * binner.subSum(frame, w, j) +
                            binner.subSum(frame, w, j - 1))
                 : 0.0;
-      energy += e[j] * e[j];
     }
+    // Running sums of squares give each lag's overlap its energy at once.
+    sq[0] = 0.0;
+    for (int j = 0; j < n; ++j) {
+      sq[j + 1] = sq[j] + e[j] * e[j];
+    }
+    energy += sq[n];
   }
   return energy;
+}
+
+double ShiftEstimator::edgeMatch(int windows, int n, int k) const {
+  // Edges of frame `from` at j against those of frame `to` at j + k, over
+  // the sub-bins both hold; four partial sums keep the loop free of one
+  // long chain.
+  const int j0 = std::max(0, -k);
+  const int j1 = std::min(n, n - k);
+  double xy = 0.0, xx = 0.0, yy = 0.0;
+  for (int w = 0; w < windows; ++w) {
+    const double* x = edges_[0][w];
+    const double* y = edges_[1][w] + k;
+    double p[4] = {};
+    int j = j0;
+    for (; j + 4 <= j1; j += 4) {
+      p[0] += x[j] * y[j];
+      p[1] += x[j + 1] * y[j + 1];
+      p[2] += x[j + 2] * y[j + 2];
+      p[3] += x[j + 3] * y[j + 3];
+    }
+    for (; j < j1; ++j) {
+      p[0] += x[j] * y[j];
+    }
+    xy += (p[0] + p[1]) + (p[2] + p[3]);
+    xx += edgeSquares_[0][w][j1] - edgeSquares_[0][w][j0];
+    yy += edgeSquares_[1][w][j1 + k] - edgeSquares_[1][w][j0 + k];
+  }
+  return xx > 0.0 && yy > 0.0 ? xy / std::sqrt(xx * yy) : 0.0;
 }
 
 bool ShiftEstimator::matchEdges(const LineBinner& binner, int windows, int from, int to, int center,
@@ -199,50 +233,34 @@ bool ShiftEstimator::matchEdges(const LineBinner& binner, int windows, int from,
       !(buildEdges(binner, windows, to, 1) > 0.0)) {
     return false;
   }
-  // Normalised correlation of the edges of `from` with those of `to` k
-  // sub-bins further down, over the sub-bins both hold.
-  const auto match = [&](int k) {
-    double xy = 0.0, xx = 0.0, yy = 0.0;
-    const int j0 = std::max(0, -k);
-    const int j1 = std::min(n, n - k);
-    for (int w = 0; w < windows; ++w) {
-      const double* x = edges_[0][w];
-      const double* y = edges_[1][w] + k;
-      for (int j = j0; j < j1; ++j) {
-        xy += x[j] * y[j];
-        xx += x[j] * x[j];
-        yy += y[j] * y[j];
-      }
-    }
-    return xx > 0.0 && yy > 0.0 ? xy / std::sqrt(xx * yy) : 0.0;
-  };
   // The overlap must keep most of the frame.
   const int limit = n / 4;
   const int sub = binner.subLines();
-  const int middle = static_cast<int>(std::lround(static_cast<double>(center) / sub));
-  const int lo = std::max(-limit, middle - reach);
-  const int hi = std::min(limit, middle + reach);
-  double best = -1.0;
-  int bestLag = 0;
+  reach = std::clamp(reach, 1, kMaxEdgeReach);
+  const int middle =
+      std::clamp(static_cast<int>(std::lround(static_cast<double>(center) / sub)), -limit, limit);
+  // Every lag of the range with a neighbour on either side.
+  const int lo = std::max(-limit, middle - reach) - 1;
+  const int hi = std::min(limit, middle + reach) + 1;
+  double score[2 * kMaxEdgeReach + 3];
+  int best = lo + 1;
   for (int k = lo; k <= hi; ++k) {
-    const double m = match(k);
-    if (m > best) {
-      best = m;
-      bestLag = k;
+    score[k - lo] = edgeMatch(windows, n, k);
+    if (k > lo && k < hi && score[k - lo] > score[best - lo]) {
+      best = k;
     }
   }
-  if (best < kMinEdgeMatch) {
-    return false;
-  }
-  if (bestLag != 0 && best < match(0) + kEdgeMatchMargin) {
+  const double peak = score[best - lo];
+  const double still = lo <= 0 && 0 <= hi ? score[-lo] : edgeMatch(windows, n, 0);
+  if (peak < kMinEdgeMatch || (best != 0 && peak < still + kEdgeMatchMargin)) {
     return false;
   }
   // The peak of a parabola through the best lag and its neighbours.
-  const double before = match(bestLag - 1);
-  const double after = match(bestLag + 1);
-  const double curve = before - 2.0 * best + after;
+  const double before = score[best - 1 - lo];
+  const double after = score[best + 1 - lo];
+  const double curve = before - 2.0 * peak + after;
   const double part = curve < 0.0 ? std::clamp(0.5 * (before - after) / curve, -0.5, 0.5) : 0.0;
-  *lines = static_cast<int>(std::lround((bestLag + part) * sub));
+  *lines = static_cast<int>(std::lround((best + part) * sub));
   return true;
 }
 

@@ -51,13 +51,16 @@ struct ShiftResult {
 
 class ShiftEstimator {
  public:
+  static constexpr int kMaxEdgeReach = 16;
+
   // Estimates the shift between frames `from` and `to` from difference
   // series `series` (fitted under `model`), bounds its leak, and removes it
   // from the series when it qualifies.
   ShiftResult removeShift(LineBinner& binner, RippleLeastSquares& fitter, int model, int windows,
                           int series, int from, int to);
   // The lines by which frame `to`'s scene lies further down than frame
-  // `from`'s, searched within `reach` sub-bins of `center` lines; false when
+  // `from`'s, searched within `reach` sub-bins (at most kMaxEdgeReach) of
+  // `center` lines; false when
   // the frames' edges match clearly at no lag in that range. The best lag in
   // whole sub-bins is refined between its neighbours.
   bool matchEdges(const LineBinner& binner, int windows, int from, int to, int center, int reach,
@@ -72,9 +75,12 @@ class ShiftEstimator {
   // sub-bins, relative to each window's mean level (0 where a sub-bin is
   // dark, clipped or beyond the frame); returns their sum of squares.
   double buildEdges(const LineBinner& binner, int windows, int frame, int slot);
+  // Normalised correlation of the edges of the two frames at lag k sub-bins.
+  double edgeMatch(int windows, int n, int k) const;
 
   double grad_[kMaxWindows][kMaxBins] = {};
   double edges_[2][kMaxWindows][LineBinner::kMaxSubBins] = {};
+  double edgeSquares_[2][kMaxWindows][LineBinner::kMaxSubBins + 1] = {};
 };
 
 }  // namespace open_algo
