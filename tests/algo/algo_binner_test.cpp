@@ -2,7 +2,8 @@
 // lines, and a bin with a dark, clipped or broken entry is flagged so, in the
 // window that holds it and in no other. Checked against sums and flags
 // computed here entry by entry, for frames with no such entry (the common
-// case, summed without per-entry tests) and with one in various windows.
+// case, summed without per-entry tests) and with one in various windows, and
+// for a frame binned some lines on, whose bins beyond it are flagged outside.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -29,6 +30,7 @@ struct OddEntry {
 struct BinCase {
   const char* name;
   std::vector<OddEntry> odd;
+  int offset;  // bin line y reads line y + offset (into the shifted frame when not 0)
 };
 
 class LineBinnerTest : public ::testing::TestWithParam<BinCase> {};
@@ -53,10 +55,18 @@ TEST_P(LineBinnerTest, SumsAndFlagsEveryBinAsItsEntriesAre) {
   LineBinner binner;
   ASSERT_TRUE(binner.plan(in, 0, 14, 0.5));
   binner.planSubBins(in, 0);
-  binner.bin(in, knobs, 0);
+  const int offset = GetParam().offset;
+  const int frameIndex = offset == 0 ? 0 : LineBinner::kShifted;
+  binner.bin(in, knobs, 0, frameIndex, offset);
 
-  // Sum and flags of lines [first, first + count) of window w, entry by entry.
+  // Sum and flags of lines [first, first + count) of window w, entry by
+  // entry; lines beyond the frame flag it outside.
   auto expected = [&](int first, int count, int w, double* sum) {
+    first += offset;
+    if (first < 0 || first + count > kLines) {
+      *sum = 0.0;
+      return LineBinner::kOutside;
+    }
     uint64_t acc = 0;
     bool dark = false, clipped = false;
     for (int l = first; l < first + count; ++l) {
@@ -74,12 +84,14 @@ TEST_P(LineBinnerTest, SumsAndFlagsEveryBinAsItsEntriesAre) {
       SCOPED_TRACE("window " + std::to_string(w) + " bin " + std::to_string(b));
       double sum = 0;
       const uint8_t level = expected(b * binner.binLines(), binner.binLines(), w, &sum);
-      EXPECT_EQ(binner.level(0, w, b), level);
-      EXPECT_EQ(binner.kept(0, w)[b], level == 0 ? 1 : 0);
+      EXPECT_EQ(binner.level(frameIndex, w, b), level);
       if ((level & LineBinner::kClipped) == 0) {
-        EXPECT_EQ(binner.sum(0, w, b), sum);
+        EXPECT_EQ(binner.sum(frameIndex, w, b), sum);
       }
-      if (level == 0) {
+      if (frameIndex == 0) {
+        EXPECT_EQ(binner.kept(0, w)[b], level == 0 ? 1 : 0);
+      }
+      if (level == 0 && frameIndex == 0) {
         EXPECT_NEAR(binner.profile(0, w)[b], std::log(sum / binner.binLines()), 1e-12);
       }
     }
@@ -87,20 +99,22 @@ TEST_P(LineBinnerTest, SumsAndFlagsEveryBinAsItsEntriesAre) {
       SCOPED_TRACE("window " + std::to_string(w) + " sub-bin " + std::to_string(k));
       double sum = 0;
       const uint8_t level = expected(k * binner.subLines(), binner.subLines(), w, &sum);
-      EXPECT_EQ(binner.subLevel(0, w, k), level);
-      EXPECT_EQ(binner.subSum(0, w, k), sum);
+      EXPECT_EQ(binner.subLevel(frameIndex, w, k), level);
+      EXPECT_EQ(binner.subSum(frameIndex, w, k), sum);
     }
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Table, LineBinnerTest,
-    ::testing::Values(BinCase{"clean", {}},
-                      BinCase{"dark_in_the_last_window", {{130, kWindows - 1, 0}}},
-                      BinCase{"clipped_in_the_first_group", {{131, 1, 1023}}},
-                      BinCase{"negative_entry", {{402, 0, -5}}},
-                      BinCase{"dark_and_clipped_in_one_bin", {{10, 3, 1}, {11, 3, 1023}}},
-                      BinCase{"last_line", {{kLines - 1, 2, 0}}}),
+    ::testing::Values(BinCase{"clean", {}, 0},
+                      BinCase{"dark_in_the_last_window", {{130, kWindows - 1, 0}}, 0},
+                      BinCase{"clipped_in_the_first_group", {{131, 1, 1023}}, 0},
+                      BinCase{"negative_entry", {{402, 0, -5}}, 0},
+                      BinCase{"dark_and_clipped_in_one_bin", {{10, 3, 1}, {11, 3, 1023}}, 0},
+                      BinCase{"last_line", {{kLines - 1, 2, 0}}, 0},
+                      BinCase{"shifted_down_past_the_end", {{140, 4, 0}}, 37},
+                      BinCase{"shifted_up_before_the_start", {{500, 0, 1023}}, -50}),
     [](const ::testing::TestParamInfo<BinCase>& info) { return std::string(info.param.name); });
 
 }  // namespace
