@@ -25,9 +25,9 @@
 // the edges of the scene and drop a band pattern (whose curvature over a
 // sub-bin is a few thousandths of its depth), and the lag at which the two
 // frames' edges match best, refined between its neighbours, is the scene's
-// shift. The frame is binned again
-// that many lines on, so its scene lines up with the reference, and the
-// rest of the shift, under a sub-bin, is removed as above.
+// shift. The frame is binned again that many lines on, so its scene lines up
+// with the reference, and the rest of the shift, under a sub-bin, is removed
+// as above.
 //
 // Threading: owns its arrays; one thread at a time. Never allocates.
 #pragma once
@@ -60,9 +60,9 @@ class ShiftEstimator {
                           int series, int from, int to);
   // The lines by which frame `to`'s scene lies further down than frame
   // `from`'s, searched within `reach` sub-bins (at most kMaxEdgeReach) of
-  // `center` lines; false when
-  // the frames' edges match clearly at no lag in that range. The best lag in
-  // whole sub-bins is refined between its neighbours.
+  // `center` lines; false when the frames' edges match clearly at no lag in
+  // that range. The best lag in whole sub-bins is refined between its
+  // neighbours.
   bool matchEdges(const LineBinner& binner, int windows, int from, int to, int center, int reach,
                   int* lines);
 
@@ -73,7 +73,8 @@ class ShiftEstimator {
 
   // Fills edges_[slot] with the second differences of frame `frame`'s
   // sub-bins, relative to each window's mean level (0 where a sub-bin is
-  // dark, clipped or beyond the frame); returns their sum of squares.
+  // dark, clipped or beyond the frame) and edgeSquares_[slot] with their
+  // running sums of squares; returns the sum of squares.
   double buildEdges(const LineBinner& binner, int windows, int frame, int slot);
   // Normalised correlation of the edges of the two frames at lag k sub-bins.
   double edgeMatch(int windows, int n, int k) const;
