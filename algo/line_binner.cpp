@@ -158,7 +158,8 @@ void LineBinner::planSubBins(const PairInput& in, int searchRange) {
   subBins_ = std::min(kMaxSubBins, lines / subLines);
 }
 
-void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame) {
+void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame, int target,
+                     int offset) {
   const int windows = in.windows;
   // Entries are sums of winWidth pixels: compare against summed levels.
   const int64_t floorSum =
@@ -181,29 +182,39 @@ void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame) {
   uint64_t run[kMaxWindows] = {}, binMark[kMaxWindows] = {}, subMark[kMaxWindows] = {};
   int runBad[kMaxWindows] = {}, binMarkBad[kMaxWindows] = {}, subMarkBad[kMaxWindows] = {};
   int runHigh[kMaxWindows] = {}, binMarkHigh[kMaxWindows] = {}, subMarkHigh[kMaxWindows] = {};
+  // Lines read beyond the frame, running and at the last bin's and sub-bin's end.
+  int runOut = 0, binMarkOut = 0, subMarkOut = 0;
   int nextBin = binEnd > 0 ? binLines_ : end + 1;
   int nextSub = subEnd > 0 ? subLines_ : end + 1;
   for (int line = 0; line < end;) {
     const int next = std::min(nextBin, nextSub);
-    const int64_t* row = data + static_cast<size_t>(line) * windows;
-    sumRows(row, next - line, range, run, runBad, runHigh);
+    const int first = std::clamp(line + offset, 0, in.lines);
+    const int last = std::clamp(next + offset, 0, in.lines);
+    runOut += (next - line) - (last - first);
+    if (last > first) {
+      const int64_t* row = data + static_cast<size_t>(first) * windows;
+      sumRows(row, last - first, range, run, runBad, runHigh);
+    }
     if (next == nextBin) {
-      storeBin(frame, next / binLines_ - 1, windows, logLines, range.clipTest, run, runBad, runHigh,
-               binMark, binMarkBad, binMarkHigh);
+      storeBin(target, next / binLines_ - 1, windows, logLines, range.clipTest, runOut != binMarkOut,
+               run, runBad, runHigh, binMark, binMarkBad, binMarkHigh);
+      binMarkOut = runOut;
       nextBin = next + binLines_ <= binEnd ? next + binLines_ : end + 1;
     }
     if (next == nextSub) {
       const int k = next / subLines_ - 1;
+      const uint8_t outside = runOut != subMarkOut ? kOutside : 0;
       for (int w = 0; w < windows; ++w) {
         const int bad = runBad[w] - subMarkBad[w];
         const int high = runHigh[w] - subMarkHigh[w];
-        subSum_[frame][w][k] = static_cast<double>(run[w] - subMark[w]);
-        subLevel_[frame][w][k] =
-            static_cast<uint8_t>((high != 0 ? kClipped : 0) | (bad > high ? kDark : 0));
+        subSum_[target][w][k] = outside != 0 ? 0.0 : static_cast<double>(run[w] - subMark[w]);
+        subLevel_[target][w][k] =
+            static_cast<uint8_t>(outside | (high != 0 ? kClipped : 0) | (bad > high ? kDark : 0));
         subMark[w] = run[w];
         subMarkBad[w] = runBad[w];
         subMarkHigh[w] = runHigh[w];
       }
+      subMarkOut = runOut;
       nextSub = next + subLines_ <= subEnd ? next + subLines_ : end + 1;
     }
     line = next;
@@ -211,20 +222,25 @@ void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame) {
 }
 
 void LineBinner::storeBin(int frame, int b, int windows, double logLines, uint64_t clipTest,
-                          const uint64_t* run, const int* runBad, const int* runHigh,
+                          bool outside, const uint64_t* run, const int* runBad, const int* runHigh,
                           uint64_t* mark, int* markBad, int* markHigh) {
   for (int w = 0; w < windows; ++w) {
     const uint64_t acc = run[w] - mark[w];
     const int bad = runBad[w] - markBad[w];
     const int high = runHigh[w] - markHigh[w];
-    ok_[frame][w][b] = bad != 0 ? 0 : 1;
-    profile_[frame][w][b] = bad != 0 ? 0.0 : std::log(static_cast<double>(acc)) - logLines;
+    // Only the two slots have log profiles of their own (series 0 and 1).
+    if (frame < kDiff) {
+      ok_[frame][w][b] = bad != 0 || outside ? 0 : 1;
+      profile_[frame][w][b] =
+          bad != 0 || outside ? 0.0 : std::log(static_cast<double>(acc)) - logLines;
+    }
     // For the difference a bin with clipped (or broken, negative) entries
     // reads as saturated; dark entries keep their sum.
-    sum_[frame][w][b] =
-        high != 0 ? static_cast<double>(clipTest) * binLines_ : static_cast<double>(acc);
-    level_[frame][w][b] =
-        static_cast<uint8_t>((high != 0 ? kClipped : 0) | (bad > high ? kDark : 0));
+    sum_[frame][w][b] = outside     ? 0.0
+                        : high != 0 ? static_cast<double>(clipTest) * binLines_
+                                    : static_cast<double>(acc);
+    level_[frame][w][b] = static_cast<uint8_t>(
+        (outside ? kOutside : 0) | (high != 0 ? kClipped : 0) | (bad > high ? kDark : 0));
     mark[w] = run[w];
     markBad[w] = runBad[w];
     markHigh[w] = runHigh[w];
@@ -232,13 +248,15 @@ void LineBinner::storeBin(int frame, int b, int windows, double logLines, uint64
 }
 
 void LineBinner::buildDifference(int windows, int series, int from, int to) {
-  // A bin dark in both frames, or clipped in both, says nothing.
+  // A bin dark in both frames, or clipped in both, says nothing, and one
+  // beyond either frame holds nothing to compare.
   for (int w = 0; w < windows; ++w) {
     for (int b = 0; b < bins_; ++b) {
       const double a = sum_[from][w][b];
       const double c = sum_[to][w][b];
       const int both = level_[from][w][b] & level_[to][w][b];
-      const bool ok = a + c > 0.0 && both == 0;
+      const int outside = (level_[from][w][b] | level_[to][w][b]) & kOutside;
+      const bool ok = a + c > 0.0 && both == 0 && outside == 0;
       ok_[series][w][b] = ok ? 1 : 0;
       profile_[series][w][b] = ok ? 2.0 * (c - a) / (c + a) : 0.0;
     }

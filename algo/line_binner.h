@@ -17,7 +17,10 @@
 // It keeps bins with dark entries and reads a bin with a clipped (or negative,
 // broken) entry as saturated; only a bin dark in both frames, or clipped in
 // both, is masked. A frame's sums may be kept as a reference for later pairs:
-// the difference of a later frame against it spans a long time.
+// the difference of a later frame against it spans a long time. A frame may
+// also be binned a whole number of lines further down (or up), so that a
+// scene that moved since the reference lines up with it again; bins that
+// reach beyond the frame are flagged outside and masked in any difference.
 //
 // Threading: owns its arrays; one thread at a time. Never allocates.
 #pragma once
@@ -31,9 +34,11 @@ namespace open_algo {
 
 class LineBinner {
  public:
-  // Frames: 0 = slot 0, 1 = slot 1, 2 = the kept reference.
-  static constexpr int kFrames = 3;
+  // Frames: 0 = slot 0, 1 = slot 1, 2 = the kept reference, 3 = a frame
+  // binned with a line offset.
+  static constexpr int kFrames = 4;
   static constexpr int kReference = 2;
+  static constexpr int kShifted = 3;
   // Series: 0 = frame slot 0, 1 = frame slot 1 (log profiles), 2 = their
   // difference (1 - 0), 3 = slot 1 against the reference.
   static constexpr int kSeries = 4;
@@ -43,6 +48,8 @@ class LineBinner {
   // Level flags of a bin or sub-bin in one frame.
   static constexpr uint8_t kDark = 1;
   static constexpr uint8_t kClipped = 2;
+  // Some of its lines lie beyond the frame (a frame binned with an offset).
+  static constexpr uint8_t kOutside = 4;
   // Bins per 120 Hz band period: the box average keeps 99 % of the ripple.
   static constexpr int kBinsPerPeriod = 12;
   // Sub-bins per 120 Hz band period.
@@ -60,7 +67,12 @@ class LineBinner {
   void dropSubBins() { subBins_ = 0; }
 
   // Bins one frame, and its sub-bins, in one pass over its lines.
-  void bin(const PairInput& in, const AlgoKnobs& knobs, int frame);
+  void bin(const PairInput& in, const AlgoKnobs& knobs, int frame) {
+    bin(in, knobs, frame, frame, 0);
+  }
+  // Bins input frame `frame` into frame `target`, bin line y reading line
+  // y + `offset` of the input.
+  void bin(const PairInput& in, const AlgoKnobs& knobs, int frame, int target, int offset);
   // Builds difference series `series` of frame `to` against frame `from`
   // from their bin sums.
   void buildDifference(int windows, int series, int from, int to);
@@ -85,7 +97,7 @@ class LineBinner {
  private:
   // Stores bin `b` of `frame` from the running sums less their marks at the
   // bin's start, and moves the marks to its end.
-  void storeBin(int frame, int b, int windows, double logLines, uint64_t clipTest,
+  void storeBin(int frame, int b, int windows, double logLines, uint64_t clipTest, bool outside,
                 const uint64_t* run, const int* runBad, const int* runHigh, uint64_t* mark,
                 int* markBad, int* markHigh);
 

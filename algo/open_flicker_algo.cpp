@@ -250,10 +250,11 @@ void OpenFlickerAlgo::logEvidence() const {
   }
   if (e.longTested) {
     ALGO_LOGV(log_,
-              "reference of age %d: residual(%.4f) 100 Hz amp(%.4f) snr(%.1f) ev(%.2f) | 120 Hz "
-              "amp(%.4f) snr(%.1f) ev(%.2f)",
-              e.longAge, e.longResidual, e.longRipple[0].amplitude, e.longRipple[0].snr,
-              e.longEvidence[0], e.longRipple[1].amplitude, e.longRipple[1].snr, e.longEvidence[1]);
+              "reference of age %d: lined up %d lines, residual(%.4f) 100 Hz amp(%.4f) snr(%.1f) "
+              "ev(%.2f) | 120 Hz amp(%.4f) snr(%.1f) ev(%.2f)",
+              e.longAge, e.longLines, e.longResidual, e.longRipple[0].amplitude,
+              e.longRipple[0].snr, e.longEvidence[0], e.longRipple[1].amplitude,
+              e.longRipple[1].snr, e.longEvidence[1]);
   }
   for (int f = 0; f < kRipples; ++f) {
     ALGO_LOGV(log_,

@@ -99,12 +99,16 @@ struct PairEvidence {
   double shiftLeak[kRipples];
   // A ripple frozen in this pair with the other cancelled, against a
   // reference frame of an earlier pair (same exposure and geometry): whether
-  // the comparison ran, the reference's age in detections, each ripple as
+  // the comparison ran, the reference's age in detections, the lines the
+  // scene was lined up by (below), each ripple as
   // that difference shows it (amplitude: at least half the phasor, the
   // phase having crept an unknown amount), its residual, and the evidence
   // for the frozen ripple (0 for the other).
   bool longTested;
   int longAge;
+  // Lines by which slot 1 was binned further down to line its scene up with
+  // the reference's (0: not moved, or no clear match of their edges).
+  int longLines;
   RippleSummary longRipple[kRipples];
   double longResidual;
   double longEvidence[kRipples];

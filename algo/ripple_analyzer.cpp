@@ -38,6 +38,11 @@ constexpr double kLeakHigh = 3.0;
 // it: the phase of a frozen ripple creeps (mains drift, a frame rate a hair
 // off) and would in time come round a whole cycle.
 constexpr int kMaxReferenceAge = 48;
+// Sub-bins searched around the scene's expected shift against the reference,
+// beyond how far its pace moved it since it was last found: at its first
+// finding (the pace unknown), and after.
+constexpr int kFirstEdgeReach = 8;
+constexpr int kEdgeReach = 4;
 // A harmonic needs this many bins per 120 Hz period (three per period of
 // 240 Hz) to be told from the trend.
 constexpr double kMinBinsPerHarmonicPeriod = 6.0;
@@ -306,19 +311,23 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
                          binner_.bins(),
                          binner_.binLines(),
                          binner_.subBins(),
-                         0};
+                         0,
+                         0,
+                         0,
+                         0.0};
   if (!reference_.sameAs(key) || reference_.age >= kMaxReferenceAge) {
     binner_.keepReference(1, in.windows);
     reference_ = key;
     return;
   }
   ++reference_.age;
+  const int to = lineUpWithReference(in, knobs, out);
   // The reference's phase lies an unknown number of cycles back: the pair's
   // ripple is at least half of what the difference shows.
   const double scale[kRipples] = {0.5, 0.5};
   DifferenceReading r;
-  binner_.buildDifference(in.windows, LineBinner::kLong, LineBinner::kReference, 1);
-  readDifference(LineBinner::kLong, LineBinner::kReference, 1, scale, in.windows, knobs, &r);
+  binner_.buildDifference(in.windows, LineBinner::kLong, LineBinner::kReference, to);
+  readDifference(LineBinner::kLong, LineBinner::kReference, to, scale, in.windows, knobs, &r);
   out->longTested = true;
   out->longAge = reference_.age;
   out->longResidual = r.residual;
@@ -331,6 +340,37 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
     binner_.keepReference(1, in.windows);
     reference_ = key;
   }
+}
+
+int RippleAnalyzer::lineUpWithReference(const PairInput& in, const AlgoKnobs& knobs,
+                                        PairEvidence* out) {
+  // A scene drifting a few lines a frame has moved past the linear range of
+  // the shift's removal after a few detections. Lined up on its edges, the
+  // scene cancels again; bands, which stay on the sensor's lines, then show
+  // both as they moved against the scene and as they crept, both at the
+  // ripple's own frequency (a cancelled ripple has no bands to show). The
+  // scene's pace so far tells where to look.
+  ReferenceKey& ref = reference_;
+  if (!out->shiftRemoved && ref.shiftLines == 0) {
+    return 1;  // nothing moved between the pair's frames, nor since the reference
+  }
+  const double moved = ref.pace * (ref.age - ref.shiftAge);
+  const int expected = ref.shiftLines + static_cast<int>(std::lround(moved));
+  const int reach = (ref.shiftAge > 0 ? kEdgeReach : kFirstEdgeReach) +
+                    static_cast<int>(std::fabs(moved)) / binner_.subLines();
+  int lines = 0;
+  if (!shift_.matchEdges(binner_, in.windows, LineBinner::kReference, 1, expected, reach, &lines)) {
+    return 1;
+  }
+  ref.pace = static_cast<double>(lines - ref.shiftLines) / (ref.age - ref.shiftAge);
+  ref.shiftLines = lines;
+  ref.shiftAge = ref.age;
+  if (lines == 0) {
+    return 1;
+  }
+  out->longLines = lines;
+  binner_.bin(in, knobs, 1, LineBinner::kShifted, lines);
+  return LineBinner::kShifted;
 }
 
 void RippleAnalyzer::summariseSpatial(const PairInput& in, const AlgoKnobs& knobs,

@@ -72,6 +72,10 @@ class RippleAnalyzer {
     double lineTime, exposure;
     int searchRange, bins, binLines, subBins;
     int age;  // detections since it was kept
+    // Lines by which the scene was last lined up with it, at which age, and
+    // its pace since (lines per detection).
+    int shiftLines, shiftAge;
+    double pace;
     bool sameAs(const ReferenceKey& k) const {
       return valid && k.valid && lines == k.lines && windows == k.windows &&
              winWidth == k.winWidth && lineTime == k.lineTime && exposure == k.exposure &&
@@ -100,6 +104,9 @@ class RippleAnalyzer {
   // A frozen ripple with the other cancelled: slot 1 against the reference
   // frame, which is kept or renewed as needed.
   void compareWithReference(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
+  // Bins slot 1 again with its scene lined up with the reference's, when the
+  // scene has moved; returns the frame to compare with the reference.
+  int lineUpWithReference(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
 
   LineBinner binner_;
   RippleLeastSquares fitter_;

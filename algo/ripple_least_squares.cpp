@@ -119,6 +119,7 @@ void RippleLeastSquares::setLayout(int bins, int binLines, double lineTime) {
     binLines_ = binLines;
     lineTime_ = lineTime;
     basisValid_ = false;
+    own_.valid = false;
   }
   if (!basisValid_) {
     buildBasis();
@@ -196,6 +197,40 @@ double RippleLeastSquares::inflation(int key, int component) {
   return 0.25 * bins_ * (var[0] + var[1]);
 }
 
+bool RippleLeastSquares::solveOwn(const uint8_t* ok, int key, Solution* sol) {
+  // The windows of a pair mostly share their masked bins (the bins a frame
+  // binned with an offset lost at the edge), and a window's difference and
+  // its gradient share the model: the last factorisation serves again.
+  if (own_.valid && own_.key == key && std::equal(ok, ok + bins_, own_.mask)) {
+    std::copy(&own_.chol[0][0], &own_.chol[0][0] + kFitParams * kFitParams, &sol->ownChol[0][0]);
+    std::copy(own_.var, own_.var + kRippleCols, sol->ownVar);
+    return true;
+  }
+  Matrix g = {};
+  for (int b = 0; b < bins_; ++b) {
+    if (ok[b] == 0) {
+      continue;
+    }
+    for (int i = 0; i < kFitParams; ++i) {
+      for (int j = 0; j <= i; ++j) {
+        g[i][j] += basis_[b][i] * basis_[b][j];
+      }
+    }
+  }
+  maskUnused(g, key);
+  if (!cholesky(g, sol->ownChol)) {
+    own_.valid = false;
+    return false;
+  }
+  rippleVariances(sol->ownChol, sol->ownVar);
+  own_.valid = true;
+  own_.key = key;
+  std::copy(ok, ok + bins_, own_.mask);
+  std::copy(&sol->ownChol[0][0], &sol->ownChol[0][0] + kFitParams * kFitParams, &own_.chol[0][0]);
+  std::copy(sol->ownVar, sol->ownVar + kRippleCols, own_.var);
+  return true;
+}
+
 bool RippleLeastSquares::solve(const double* y, const uint8_t* ok, int key, Solution* sol) {
   int n = 0;
   double mean = 0.0;
@@ -212,22 +247,9 @@ bool RippleLeastSquares::solve(const double* y, const uint8_t* ok, int key, Solu
   const double(*chol)[kFitParams] = nullptr;
   sol->var = fullVar_[key];
   if (n != bins_ || !usable(key)) {
-    Matrix g = {};
-    for (int b = 0; b < bins_; ++b) {
-      if (ok[b] == 0) {
-        continue;
-      }
-      for (int i = 0; i < kFitParams; ++i) {
-        for (int j = 0; j <= i; ++j) {
-          g[i][j] += basis_[b][i] * basis_[b][j];
-        }
-      }
-    }
-    maskUnused(g, key);
-    if (!cholesky(g, sol->ownChol)) {
+    if (!solveOwn(ok, key, sol)) {
       return false;
     }
-    rippleVariances(sol->ownChol, sol->ownVar);
     chol = sol->ownChol;
     sol->var = sol->ownVar;
   }

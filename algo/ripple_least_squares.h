@@ -8,7 +8,9 @@
 // from Legendre polynomials, which keep the columns well conditioned. The
 // normal matrix of a model over all bins is shared by every window without
 // masked bins: it is factored on first use and its inverse cached while the
-// bin layout stays the same; a window with masked bins is solved on its own.
+// bin layout stays the same; a window with masked bins is solved on its own,
+// and the last such factorisation is kept for the next window with the same
+// masked bins.
 //
 // Threading: owns its arrays; one thread at a time. Never allocates.
 #pragma once
@@ -85,6 +87,9 @@ class RippleLeastSquares {
  private:
   using Matrix = double[kFitParams][kFitParams];
   void buildBasis();
+  // Factors the normal matrix of the kept bins `ok` under model `key` into
+  // sol->ownChol and sol->ownVar; false when it is not positive definite.
+  bool solveOwn(const uint8_t* ok, int key, Solution* sol);
 
   int bins_ = 0;
   int binLines_ = 0;
@@ -98,6 +103,15 @@ class RippleLeastSquares {
   double fullVar_[kModels][kRippleCols] = {};
   bool fullOk_[kModels] = {};
   bool fullBuilt_[kModels] = {};
+  // The last factorisation of a fit with masked bins.
+  struct OwnFactor {
+    bool valid;
+    int key;
+    uint8_t mask[kMaxBins];
+    double chol[kFitParams][kFitParams];
+    double var[kRippleCols];
+  };
+  OwnFactor own_{};
 };
 
 }  // namespace open_algo

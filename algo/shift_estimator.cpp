@@ -20,6 +20,10 @@ constexpr double kMinShiftShare = 0.5;
 // slope, and texture finer than a few shifts bends it.
 constexpr double kLeakErrors = 2.0;
 constexpr double kRemovedShare = 0.25;
+// Two frames' edges match at a lag when their correlation there reaches this,
+// and clearly better than without a shift (by this much).
+constexpr double kMinEdgeMatch = 0.4;
+constexpr double kEdgeMatchMargin = 0.2;
 
 }  // namespace
 
@@ -27,7 +31,11 @@ bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, in
   const int subBins = binner.subBins();
   const int subLines = binner.subLines();
   const int binLines = binner.binLines();
-  const auto levelAt = [&](int line, bool* fine) {
+  constexpr uint8_t kOutside = LineBinner::kOutside;
+  // The level at a line from the sub-bins around it; a sub-bin beyond a
+  // frame binned with an offset gives way to its neighbour (*beyond when
+  // neither holds the line).
+  const auto levelAt = [&](int line, bool* fine, bool* beyond) {
     const double x = (line - 0.5 * subLines) / subLines;
     int j0 = static_cast<int>(std::floor(x));
     double frac = x - j0;
@@ -39,24 +47,39 @@ bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, in
       j0 = subBins - 1;
       frac = 0.0;
     }
-    const int j1 = std::min(j0 + 1, subBins - 1);
-    const int flags = binner.subLevel(from, w, j0) | binner.subLevel(to, w, j0) |
-                      binner.subLevel(from, w, j1) | binner.subLevel(to, w, j1);
-    *fine = *fine && flags == 0;
+    int j1 = std::min(j0 + 1, subBins - 1);
+    const auto flags = [&](int j) {
+      return binner.subLevel(from, w, j) | binner.subLevel(to, w, j);
+    };
+    if ((flags(j0) & kOutside) != 0) {
+      j0 = j1;
+      frac = 0.0;
+    } else if ((flags(j1) & kOutside) != 0) {
+      j1 = j0;
+    }
+    const int both = flags(j0) | flags(j1);
+    *beyond = *beyond || (both & kOutside) != 0;
+    *fine = *fine && (both & ~kOutside) == 0;
     const double v0 = binner.subSum(from, w, j0) + binner.subSum(to, w, j0);
     const double v1 = binner.subSum(from, w, j1) + binner.subSum(to, w, j1);
     return ((1.0 - frac) * v0 + frac * v1) / subLines;
   };
   bool fine = true;
-  double start = levelAt(0, &fine);
+  bool beyondStart = false;
+  double start = levelAt(0, &fine, &beyondStart);
   for (int b = 0; b < binner.bins(); ++b) {
-    const double end = levelAt((b + 1) * binLines, &fine);
+    bool beyondEnd = false;
+    const double end = levelAt((b + 1) * binLines, &fine, &beyondEnd);
+    const int levels = binner.level(from, w, b) | binner.level(to, w, b);
     const double bin = binner.sum(from, w, b) + binner.sum(to, w, b);
-    fine = fine && (binner.level(from, w, b) | binner.level(to, w, b)) == 0 && bin > 0.0;
+    // A bin beyond a frame is masked in the difference and gains nothing.
+    const bool beyond = beyondStart || beyondEnd || (levels & kOutside) != 0;
+    fine = fine && (beyond || (levels == 0 && bin > 0.0));
     // The difference 2 (c - a) / (c + a) of a bin changed by s (end - start)
     // per frame.
-    grad_[w][b] = fine ? (end - start) / bin : 0.0;
+    grad_[w][b] = fine && !beyond ? (end - start) / bin : 0.0;
     start = end;
+    beyondStart = beyondEnd;
   }
   return fine;
 }
@@ -138,6 +161,107 @@ ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& 
     }
   }
   return out;
+}
+
+double ShiftEstimator::buildEdges(const LineBinner& binner, int windows, int frame, int slot) {
+  const int n = binner.subBins();
+  double energy = 0.0;
+  for (int w = 0; w < windows; ++w) {
+    double* e = edges_[slot][w];
+    double* sq = edgeSquares_[slot][w];
+    double total = 0.0;
+    int kept = 0;
+    for (int j = 0; j < n; ++j) {
+      if (binner.subLevel(frame, w, j) == 0) {
+        total += binner.subSum(frame, w, j);
+        ++kept;
+      }
+    }
+    const double scale = total > 0.0 ? kept / total : 0.0;
+    e[0] = 0.0;
+    e[n - 1] = 0.0;
+    for (int j = 1; j + 1 < n; ++j) {
+      const bool ok = (binner.subLevel(frame, w, j - 1) | binner.subLevel(frame, w, j) |
+                       binner.subLevel(frame, w, j + 1)) == 0;
+      e[j] = ok ? scale * (binner.subSum(frame, w, j + 1) - 2.0 * binner.subSum(frame, w, j) +
+                           binner.subSum(frame, w, j - 1))
+                : 0.0;
+    }
+    // Running sums of squares give each lag's overlap its energy at once.
+    sq[0] = 0.0;
+    for (int j = 0; j < n; ++j) {
+      sq[j + 1] = sq[j] + e[j] * e[j];
+    }
+    energy += sq[n];
+  }
+  return energy;
+}
+
+double ShiftEstimator::edgeMatch(int windows, int n, int k) const {
+  // Edges of frame `from` at j against those of frame `to` at j + k, over
+  // the sub-bins both hold; four partial sums keep the loop free of one
+  // long chain.
+  const int j0 = std::max(0, -k);
+  const int j1 = std::min(n, n - k);
+  double xy = 0.0, xx = 0.0, yy = 0.0;
+  for (int w = 0; w < windows; ++w) {
+    const double* x = edges_[0][w];
+    const double* y = edges_[1][w] + k;
+    double p[4] = {};
+    int j = j0;
+    for (; j + 4 <= j1; j += 4) {
+      p[0] += x[j] * y[j];
+      p[1] += x[j + 1] * y[j + 1];
+      p[2] += x[j + 2] * y[j + 2];
+      p[3] += x[j + 3] * y[j + 3];
+    }
+    for (; j < j1; ++j) {
+      p[0] += x[j] * y[j];
+    }
+    xy += (p[0] + p[1]) + (p[2] + p[3]);
+    xx += edgeSquares_[0][w][j1] - edgeSquares_[0][w][j0];
+    yy += edgeSquares_[1][w][j1 + k] - edgeSquares_[1][w][j0 + k];
+  }
+  return xx > 0.0 && yy > 0.0 ? xy / std::sqrt(xx * yy) : 0.0;
+}
+
+bool ShiftEstimator::matchEdges(const LineBinner& binner, int windows, int from, int to, int center,
+                                int reach, int* lines) {
+  *lines = 0;
+  const int n = binner.subBins();
+  if (n < 3 || !(buildEdges(binner, windows, from, 0) > 0.0) ||
+      !(buildEdges(binner, windows, to, 1) > 0.0)) {
+    return false;
+  }
+  // The overlap must keep most of the frame.
+  const int limit = n / 4;
+  const int sub = binner.subLines();
+  reach = std::clamp(reach, 1, kMaxEdgeReach);
+  const int middle =
+      std::clamp(static_cast<int>(std::lround(static_cast<double>(center) / sub)), -limit, limit);
+  // Every lag of the range with a neighbour on either side.
+  const int lo = std::max(-limit, middle - reach) - 1;
+  const int hi = std::min(limit, middle + reach) + 1;
+  double score[2 * kMaxEdgeReach + 3];
+  int best = lo + 1;
+  for (int k = lo; k <= hi; ++k) {
+    score[k - lo] = edgeMatch(windows, n, k);
+    if (k > lo && k < hi && score[k - lo] > score[best - lo]) {
+      best = k;
+    }
+  }
+  const double peak = score[best - lo];
+  const double still = lo <= 0 && 0 <= hi ? score[-lo] : edgeMatch(windows, n, 0);
+  if (peak < kMinEdgeMatch || (best != 0 && peak < still + kEdgeMatchMargin)) {
+    return false;
+  }
+  // The peak of a parabola through the best lag and its neighbours.
+  const double before = score[best - 1 - lo];
+  const double after = score[best + 1 - lo];
+  const double curve = before - 2.0 * peak + after;
+  const double part = curve < 0.0 ? std::clamp(0.5 * (before - after) / curve, -0.5, 0.5) : 0.0;
+  *lines = static_cast<int>(std::lround((best + part) * sub));
+  return true;
 }
 
 }  // namespace open_algo

@@ -19,6 +19,16 @@
 // times the gradient's own ripple phasor, and a ripple must stand above that
 // leak to count.
 //
+// Against a reference frame many detections old, a moving scene has moved
+// further than one bin, beyond the linear range. Its edges then tell the
+// shift in whole sub-bins: the second differences of the sub-bin sums keep
+// the edges of the scene and drop a band pattern (whose curvature over a
+// sub-bin is a few thousandths of its depth), and the lag at which the two
+// frames' edges match best, refined between its neighbours, is the scene's
+// shift. The frame is binned again that many lines on, so its scene lines up
+// with the reference, and the rest of the shift, under a sub-bin, is removed
+// as above.
+//
 // Threading: owns its arrays; one thread at a time. Never allocates.
 #pragma once
 
@@ -41,18 +51,37 @@ struct ShiftResult {
 
 class ShiftEstimator {
  public:
+  static constexpr int kMaxEdgeReach = 16;
+
   // Estimates the shift between frames `from` and `to` from difference
   // series `series` (fitted under `model`), bounds its leak, and removes it
   // from the series when it qualifies.
   ShiftResult removeShift(LineBinner& binner, RippleLeastSquares& fitter, int model, int windows,
                           int series, int from, int to);
+  // The lines by which frame `to`'s scene lies further down than frame
+  // `from`'s, searched within `reach` sub-bins (at most kMaxEdgeReach) of
+  // `center` lines; false when the frames' edges match clearly at no lag in
+  // that range. The best lag in whole sub-bins is refined between its
+  // neighbours.
+  bool matchEdges(const LineBinner& binner, int windows, int from, int to, int center, int reach,
+                  int* lines);
 
  private:
   // Builds the change of each difference bin of `window` that a shift of one
   // line brings; false when the window's levels do not allow it.
   bool buildGradient(const LineBinner& binner, int window, int from, int to);
 
+  // Fills edges_[slot] with the second differences of frame `frame`'s
+  // sub-bins, relative to each window's mean level (0 where a sub-bin is
+  // dark, clipped or beyond the frame) and edgeSquares_[slot] with their
+  // running sums of squares; returns the sum of squares.
+  double buildEdges(const LineBinner& binner, int windows, int frame, int slot);
+  // Normalised correlation of the edges of the two frames at lag k sub-bins.
+  double edgeMatch(int windows, int n, int k) const;
+
   double grad_[kMaxWindows][kMaxBins] = {};
+  double edges_[2][kMaxWindows][LineBinner::kMaxSubBins] = {};
+  double edgeSquares_[2][kMaxWindows][LineBinner::kMaxSubBins + 1] = {};
 };
 
 }  // namespace open_algo

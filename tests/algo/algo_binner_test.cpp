@@ -5,7 +5,8 @@
 // case, summed without per-entry tests) and with one in various windows, at
 // and beside the range's ends and at the extremes of the entries' type, for
 // every window count (odd groups of windows) and line counts that leave a
-// partial bin or sub-bin at the end.
+// partial bin or sub-bin at the end; and for a frame binned some lines on,
+// whose bins beyond it are flagged outside.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -38,6 +39,7 @@ struct BinCase {
   std::vector<OddEntry> odd;
   int windows = kMaxWindows;
   int lines = 900;
+  int offset = 0;  // bin line y reads line y + offset (into the shifted frame when not 0)
 };
 
 class LineBinnerTest : public ::testing::TestWithParam<BinCase> {};
@@ -71,10 +73,18 @@ TEST_P(LineBinnerTest, SumsAndFlagsEveryBinAsItsEntriesAre) {
   LineBinner binner;
   ASSERT_TRUE(binner.plan(in, 0, 14, 0.5));
   binner.planSubBins(in, 0);
-  binner.bin(in, knobs, 0);
+  const int offset = GetParam().offset;
+  const int frameIndex = offset == 0 ? 0 : LineBinner::kShifted;
+  binner.bin(in, knobs, 0, frameIndex, offset);
 
-  // Sum and flags of lines [first, first + count) of window w, entry by entry.
+  // Sum and flags of lines [first, first + count) of window w, entry by
+  // entry; lines beyond the frame flag it outside.
   auto expected = [&](int first, int count, int w, double* sum) {
+    first += offset;
+    if (first < 0 || first + count > lines) {
+      *sum = 0.0;
+      return LineBinner::kOutside;
+    }
     uint64_t acc = 0;
     bool dark = false, clipped = false;
     for (int l = first; l < first + count; ++l) {
@@ -92,12 +102,14 @@ TEST_P(LineBinnerTest, SumsAndFlagsEveryBinAsItsEntriesAre) {
       SCOPED_TRACE("window " + std::to_string(w) + " bin " + std::to_string(b));
       double sum = 0;
       const uint8_t level = expected(b * binner.binLines(), binner.binLines(), w, &sum);
-      EXPECT_EQ(binner.level(0, w, b), level);
-      EXPECT_EQ(binner.kept(0, w)[b], level == 0 ? 1 : 0);
+      EXPECT_EQ(binner.level(frameIndex, w, b), level);
       if ((level & LineBinner::kClipped) == 0) {
-        EXPECT_EQ(binner.sum(0, w, b), sum);
+        EXPECT_EQ(binner.sum(frameIndex, w, b), sum);
       }
-      if (level == 0) {
+      if (frameIndex == 0) {
+        EXPECT_EQ(binner.kept(0, w)[b], level == 0 ? 1 : 0);
+      }
+      if (level == 0 && frameIndex == 0) {
         EXPECT_NEAR(binner.profile(0, w)[b], std::log(sum / binner.binLines()), 1e-12);
       }
     }
@@ -105,8 +117,8 @@ TEST_P(LineBinnerTest, SumsAndFlagsEveryBinAsItsEntriesAre) {
       SCOPED_TRACE("window " + std::to_string(w) + " sub-bin " + std::to_string(k));
       double sum = 0;
       const uint8_t level = expected(k * binner.subLines(), binner.subLines(), w, &sum);
-      EXPECT_EQ(binner.subLevel(0, w, k), level);
-      EXPECT_EQ(binner.subSum(0, w, k), sum);
+      EXPECT_EQ(binner.subLevel(frameIndex, w, k), level);
+      EXPECT_EQ(binner.subSum(frameIndex, w, k), sum);
     }
   }
 }
@@ -133,7 +145,10 @@ INSTANTIATE_TEST_SUITE_P(
         BinCase{"five_windows", {{5, 4, 1023}, {6, 3, 0, Level::kLeast}}, 5},
         BinCase{"two_windows_odd_lines", {{990, 1, 0, Level::kFloor}}, 2, 1000},
         BinCase{"four_windows_partial_end", {{993, 3, 1023}, {996, 0, 0}}, 4, 1000},
-        BinCase{"six_windows_sub_bins_past_the_bins", {{995, 5, 0, Level::kClip}}, 6, 1000}),
+        BinCase{"six_windows_sub_bins_past_the_bins", {{995, 5, 0, Level::kClip}}, 6, 1000},
+        // Binned some lines on: bins beyond the frame are flagged outside.
+        BinCase{"shifted_down_past_the_end", {{140, 4, 0}}, kMaxWindows, 900, 37},
+        BinCase{"shifted_up_before_the_start", {{500, 0, 1023}}, kMaxWindows, 900, -50}),
     [](const ::testing::TestParamInfo<BinCase>& info) { return std::string(info.param.name); });
 
 }  // namespace

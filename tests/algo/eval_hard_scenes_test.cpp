@@ -118,6 +118,28 @@ TEST(HardScenes, PiecewiseDrift) {
   });
 }
 
+// The same drift while the lamp's ripple stands still between the frames and
+// the state cancels the other: the bands show only against an older frame,
+// which the scene has left by more than a bin, as they creep and as the
+// scene moves across them; lined up on the scene's edges, they show.
+TEST(HardScenes, PiecewiseDriftFrozen) {
+  const char* frozen = "exposure=long timing=fixed texture=piecewise light=fluorescent ";
+  expectLocks({
+      {"100 Hz frozen at 25 fps, 1 line per frame, 1080p",
+       cell(std::string(frozen) + "mains=50 fps=25 motion=v1 geometry=1920x1080@10us start=60",
+            1546),
+       8},
+      {"100 Hz frozen at 25 fps, 2 lines per frame, 4000x3000",
+       cell(std::string(frozen) + "mains=50 fps=25 motion=v2 geometry=4000x3000@10us start=60",
+            1562),
+       18},
+      {"120 Hz frozen at 30 fps, 3 lines per frame, 8160x6144",
+       cell(std::string(frozen) + "mains=60 fps=30 motion=v3 geometry=8160x6144@5us start=50",
+            1587),
+       32},
+  });
+}
+
 // 2 % lamps (incandescent) from the wrong state.
 TEST(HardScenes, WeakLamps) {
   const char* weak = "light=incandescent ripple=0.02 mains=50 start=60 exposure=long ";
