@@ -91,7 +91,6 @@ TEST_F(AdapterTest, DumpFilesHoldTheDetectionInputFieldByField) {
   ASSERT_EQ(setBuf(0, slot0.data(), 0) + setBuf(0, slot1.data(), 1), 0);
   adapter_->init_algo(0x89ABCDEFu, 1, 1, 0x1'0000'0042L, 0);
   adapter_->setDetectInfo(0, 60, 8333, 99);
-  fp::setProperty("vendor.debug.flk_dump_pure", 1);
   const flicker_dump::FlkRawDump dump = detectWithDump();
   EXPECT_EQ(dump.count, kEntries);
   EXPECT_EQ(dump.slot1, slot1);  // slot 1's column first
@@ -100,12 +99,6 @@ TEST_F(AdapterTest, DumpFilesHoldTheDetectionInputFieldByField) {
       std::vector<int64_t>({dump.winValue1, dump.winValue2, dump.freq, dump.pixelClk,
                             dump.lineLength, dump.exposure, std::count(dump.aux, dump.aux + 9, 0)}),
       std::vector<int64_t>({20, 10, 60, 0x42, 0x89ABCDEF, 8333, 9}));
-  // flk_pure.raw: the two columns only, in the same order.
-  flicker_dump::FlkPureDump pure;
-  std::string error;
-  EXPECT_TRUE(
-      flicker_dump::readFlkPureRaw(dumpFile("000", "flk_pure.raw"), kEntries, &pure, &error));
-  EXPECT_TRUE(pure.slot1 == slot1 && pure.slot0 == slot0) << error;
 }
 
 // ---- Dump helpers ----

@@ -36,6 +36,17 @@ inline void writeText(const std::string& path, const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
 }
 
+// The dump tree under the fake's data root.
+inline std::string dumpRoot() {
+  return fp::hostPath("/data/vendor/flicker/flko");
+}
+inline std::string counterFile() {
+  return dumpRoot() + "/flicker_file_cnt.txt";
+}
+inline std::string dumpFile(const std::string& folder, const char* name = "flk.raw") {
+  return dumpRoot() + "/" + folder + "/" + name;
+}
+
 // The record of the `index`-th call of `cmd` (-1: the last), as the fake
 // recorded it; its size must be the record's.
 template <typename Record>
@@ -91,13 +102,6 @@ class AdapterTest : public ::testing::Test {
 
   int setBuf(int path, const void* stats, int index) {
     return adapter_->setBuf(path, stats, index);
-  }
-
-  // The dump tree under the fake's data root.
-  static std::string dumpRoot() { return fp::hostPath("/data/vendor/flicker/flko"); }
-  static std::string counterFile() { return dumpRoot() + "/flicker_file_cnt.txt"; }
-  static std::string dumpFile(const std::string& folder, const char* name = "flk.raw") {
-    return dumpRoot() + "/" + folder + "/" + name;
   }
 
   // The folders above the dump root exist on a device; build them under the

@@ -3,40 +3,13 @@
 // tools' reader.
 #include "flicker_dump_writer.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include "fake_platform.h"
-#include "flicker_dump_reader.h"
+#include "adapter_test_support.h"
 #include "flicker_log.h"
 
+namespace adapter_test {
 namespace {
 
-namespace fp = fake_platform;
-
 constexpr int32_t kCount = 180;
-
-std::string readText(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
-
-std::string dumpRoot() {
-  return fp::hostPath("/data/vendor/flicker/flko");
-}
-std::string counterFile() {
-  return dumpRoot() + "/flicker_file_cnt.txt";
-}
-std::string dumpFile(const std::string& folder, const char* name = "flk.raw") {
-  return dumpRoot() + "/" + folder + "/" + name;
-}
 
 class FlickerDumpWriterTest : public ::testing::Test {
  protected:
@@ -129,9 +102,10 @@ TEST_F(FlickerDumpWriterTest, FilesHoldCountColumnsAndTrailer) {
             std::vector<int64_t>({666, 984, 60, -5, 0x89ABCDEF, 8333, aux_[8]}));
 
   // flk_pure.raw: the two columns only, in the same order.
-  const std::string pure = readText(dumpFile("000", "flk_pure.raw"));
-  ASSERT_EQ(pure.size(), 16u * kCount);
-  EXPECT_EQ(pure, raw.substr(4, 16 * kCount));
+  EXPECT_EQ(readText(dumpFile("000", "flk_pure.raw")), raw.substr(4, 16 * kCount));
+  flicker_dump::FlkPureDump pure;
+  ASSERT_TRUE(flicker_dump::readFlkPureRaw(dumpFile("000", "flk_pure.raw"), kCount, &pure, &error));
+  EXPECT_TRUE(pure.slot1 == slot1_ && pure.slot0 == slot0_);
 }
 
 TEST_F(FlickerDumpWriterTest, CountOutsideTheBuffersWritesNoFile) {
@@ -145,3 +119,4 @@ TEST_F(FlickerDumpWriterTest, CountOutsideTheBuffersWritesNoFile) {
 }
 
 }  // namespace
+}  // namespace adapter_test

@@ -2,33 +2,18 @@
 // slot on each sensor path, on the buffers alone (no adapter, no algorithm).
 #include "flicker_stat_buffers.h"
 
-#include <gtest/gtest.h>
-
 #include <climits>
-#include <cstring>
 #include <utility>
-#include <vector>
 
-#include "fake_platform.h"
+#include "adapter_test_support.h"
 #include "flicker_log.h"
 #include "iflicker_mgr.h"
 
+namespace adapter_test {
 namespace {
 
-namespace fp = fake_platform;
-
 constexpr int kPathGeneric = 0, kPathSensor = 1;
-constexpr int kGeneric = 5000;  // a sensor without a path of its own
-// A 120 x 75 image gives W 120, H 30, winW 20, winH 10: 180 generic entries.
-constexpr int kSmallW = 120, kSmallH = 75, kEntries = 180;
 constexpr int64_t kMarker = 0x7F7E7D7C7B7A7978;
-
-// 64-bit statistics with negative and large values, distinct per seed.
-std::vector<int64_t> pattern64(size_t n, int64_t seed) {
-  std::vector<int64_t> v(n);
-  for (size_t i = 0; i < n; ++i) v[i] = (static_cast<int64_t>(i) - 7) * 1000003 + (seed << 40);
-  return v;
-}
 
 class FlickerStatBuffersTest : public ::testing::Test {
  protected:
@@ -217,3 +202,4 @@ TEST_F(FlickerStatBuffersTest, BadInputFailsWithAnError) {
 }
 
 }  // namespace
+}  // namespace adapter_test

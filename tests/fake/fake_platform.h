@@ -110,8 +110,6 @@ std::string hostPath(const std::string& devicePath);
 // ---- Allocation failure (malloc and calloc of the linked code) ----
 // The n-th allocation from now (1 = the next) returns null; 0 disarms.
 void failNthAllocation(int n);
-// Every allocation of exactly `size` bytes fails, `count` times (-1: always).
-void failAllocationsOfSize(size_t size, int count);
 int failedAllocations();
 
 }  // namespace fake_platform

@@ -46,8 +46,6 @@ const TraceRow kTraceRows[] = {
     // Every frame: the buffer slot follows the cycle position, every frame
     // after the first completes a pair.
     {"every frame t0", 3, 0, false, "1111111", {{3, 4}, {5, 4}, {5, 6}, {7, 6}}, kTakeOver, 1},
-    // AE's cycle behaves like the product's own, starting at its take-over.
-    {"AE 4 t0", 3, 0, false, "444444444", {{4, 5}, {8, 9}}, kTakeOver, 1},
     // A closed gate with rate type 1 pauses until AE drops its request.
     {"pause", 3, 0, true, "..x..q..", {{7, 8}}, kNone, 1},
     // AE takes over at frame 3 and gives up at 7; a negative AE cycle is
@@ -113,46 +111,23 @@ MGR_ROWS(TraceTest, kTraceRows);
 
 // ---- Automatic state switch ----
 
-// Initial mode (1 forces 50 Hz first, 2 forces 60 Hz; then automatic
-// detection), the algorithm's decision, the switch property (-1: not set),
-// the expected state.
-struct SwitchRow {
-  int initialMode, answer, switchProperty, expectState;
-};
-
-// (The analysis' own rules are in flicker_analysis_test.cpp; here the
-// worker's analysis moves the state end to end.)
-const SwitchRow kSwitchRows[] = {
-    {2, FLK_FREQ_50HZ, -1, 50},  // 60 -> 50
-    {1, FLK_FREQ_60HZ, -1, 60},  // 50 -> 60
-    {2, FLK_FREQ_50HZ, 0, 60},   // frozen by the property
-};
-
-class SwitchTest : public CalcTest, public ::testing::WithParamInterface<int> {};
-
-TEST_P(SwitchTest, MovesTheProcessWideState) {
-  const SwitchRow& row = kSwitchRows[GetParam()];
-  if (row.switchProperty >= 0)
-    fp::setProperty("vendor.debug.flk_switch_en", row.switchProperty);
-  fp::scriptDetectResults({{row.answer, 5, 6}});
-  SensorRig rig(17);  // rows share the instance: each forces its own state
-  rig.bringUp(makeConfig(), makeInput(row.initialMode, 1));
+// The worker's analysis moves the process-wide state end to end (the
+// analysis' own rules are in flicker_analysis_test.cpp): from 60 Hz to the
+// algorithm's 50 Hz, told to the algorithm, whose history restarts from it.
+TEST_F(CalcTest, AnalysisMovesTheProcessWideState) {
+  fp::scriptDetectResults({{FLK_FREQ_50HZ, 5, 6}});
+  SensorRig rig(17);
+  rig.bringUp(makeConfig(), makeInput(FLICKER_MODE_60HZ, 1));
   rig.mgr().SetParam(makeInput(FLICKER_MODE_AUTO, 1));
   fp::clearAlgoCalls();
   DetectRecorder recorder;
   rig.frames(4);  // type 1: frames 3 and 4 form the pair
   ASSERT_TRUE(recorder.waitFor(1));
   ASSERT_TRUE(rig.mgr().Stop());  // the analysis has ended when the worker is joined
-
-  EXPECT_EQ(FlickerMgr::flickerState(), row.expectState);
-  // The algorithm is told a new state and restarts its history from it.
-  const bool changed = row.expectState != (row.initialMode == FLICKER_MODE_60HZ ? 60 : 50);
-  const int32_t code = row.expectState == 60 ? FLK_FREQ_60HZ : FLK_FREQ_50HZ;
-  EXPECT_EQ(codes(FLK_CMD_SET_STATE),
-            changed ? std::vector<int32_t>{code} : std::vector<int32_t>{});
-  EXPECT_EQ(codes(FLK_CMD_RESET_QUEUE), codes(FLK_CMD_SET_STATE));
+  EXPECT_EQ(FlickerMgr::flickerState(), 50);
+  EXPECT_EQ(codes(FLK_CMD_SET_STATE), std::vector<int32_t>{FLK_FREQ_50HZ});
+  EXPECT_EQ(codes(FLK_CMD_RESET_QUEUE), std::vector<int32_t>{FLK_FREQ_50HZ});
   rig.mgr().Uninit();
 }
-MGR_ROWS(SwitchTest, kSwitchRows);
 
 }  // namespace

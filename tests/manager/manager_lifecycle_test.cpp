@@ -25,8 +25,9 @@ TEST_F(LifecycleTest, InstanceTable) {
 }
 
 // The table is loaded by the first Init only, with its sensor id and the
-// fixed totals, also when NVRAM fails (the table's own checks are in
-// flicker_tuning_table_test.cpp).
+// fixed totals, also when NVRAM fails (the table's own checks, storage that
+// fails included, are in flicker_tuning_table_test.cpp; the manager's zero
+// record when no row can be selected in manager_setup_test.cpp).
 TEST_F(LifecycleTest, TuningLoad) {
   fp::setNvramResult(-5);
   FlickerMgr* mgr = FlickerMgr::GetInstance(1);
@@ -40,22 +41,6 @@ TEST_F(LifecycleTest, TuningLoad) {
   EXPECT_EQ(std::make_tuple(c.sensorId, c.sensorDev, c.modeTotal, c.ratioTotal),
             std::make_tuple(321u, 4, 70, 2));
   EXPECT_EQ(fp::countLogged("nvGetFlickerParaAll fail."), 1);
-}
-
-TEST_F(LifecycleTest, MissingTuningRowSkipsNvramAndSelection) {
-  // The first row block (2 x 168 bytes) of a new instance cannot be allocated.
-  fp::failAllocationsOfSize(2 * sizeof(FLICKER_CUST_PARA), 1);
-  SensorRig rig(5);
-  EXPECT_TRUE(fp::loggedError("Can not locate memory for parameters."));
-  fp::setNvramFill([](int, int, FLICKER_CUST_PARA& rec) { rec.flickerFreq[0] = 42; });
-  rig.bringUp();
-  EXPECT_TRUE(fp::nvramCalls().empty());
-  // Sensor mode 0 selects the missing row: reported, and the algorithm gets a
-  // zero record instead of a crash.
-  rig.frames(3);
-  EXPECT_EQ(lastInput(FLK_CMD_SET_EXT_PARA), std::vector<uint8_t>(sizeof(FlkExtParaCmd), 0));
-  EXPECT_TRUE(fp::loggedError("no tuning record for scenario(0)"));
-  rig.shutDown();
 }
 
 TEST_F(LifecycleTest, AttachAllowsOneSensorAtATime) {

@@ -12,6 +12,7 @@ namespace {
 
 using namespace mgr_test;
 constexpr int kRange = 100;  // search range of every record
+constexpr uint32_t k600M = 600000000;
 
 // NVRAM gives every record an id in its first word, 1000 + 10 x row + column,
 // and the timing of a 600 MHz sensor with 5000 clocks per line and 275 lines
@@ -36,10 +37,9 @@ std::vector<int32_t> extWords() {
 
 // Brings a sensor up and sends frames until its first collected frame has set
 // the algorithm up (frame 3), then shuts it down.
-void setUpAlgorithm(int idx, int sensorType, int sensorMode, int frameHeight, int tgHeight = 300,
-                    uint32_t pixelsInLine = 5000, uint32_t pclk = 600000000) {
+void setUpAlgorithm(int idx, int sensorType, int sensorMode, int frameHeight, int tgHeight = 300) {
   SensorRig rig(idx);
-  rig.bringUp(makeConfig(sensorMode, frameHeight, pixelsInLine, tgHeight, pclk),
+  rig.bringUp(makeConfig(sensorMode, frameHeight, 5000, tgHeight),
               makeInput(FLICKER_MODE_AUTO, sensorType, sensorMode));
   FrameSetup params;
   params.height = frameHeight;
@@ -47,49 +47,42 @@ void setUpAlgorithm(int idx, int sensorType, int sensorMode, int frameHeight, in
   rig.shutDown();
 }
 
-// Columns: sensor type and mode, frame height (the HBIN height at the intake;
-// the statistics grab height is 45 less), TG height, line length and pixel
-// clock of the sensor, ratio property (0: not set), sensor binning; expected
-// record id (0: zero record), line value of the init record (the second
-// sensor type goes sensor 1398's path: 22 lines), search range, log line.
+// The arithmetic of each part is in its own test (flicker_algo_setup_test.cpp,
+// flicker_tuning_table_test.cpp); the rows here show that the manager hands
+// each part the right inputs. Columns: sensor type and mode, frame height (the HBIN height at the
+// intake; the statistics grab height is 45 less), TG height (a 600 MHz sensor with 5000 clocks per
+// line), ratio property (0: not set), sensor binning; expected record id (0: zero record), line
+// value of the init record (the second sensor type goes sensor 1398's path: 22 lines), search
+// range, log line.
 struct SetupRow {
   int sensorType, sensorMode, frameHeight, tgHeight;
-  uint32_t pixelsInLine, pixelClk;
   int ratioProperty, sensorBinning, expectId;
   uint32_t expectLine;
   int expectRange;
   const char* expectLog;
 };
 
-constexpr uint32_t k600M = 600000000;
 const char* const kPass = "[CAT][flicker] FlickerSensorSettingCheck:Pass";
 
 // clang-format off
 const SetupRow kSetupRows[] = {
     // Ratio 1: column 0; the record fits, with 20 lines of blanking allowed.
-    {0, 0,  300, 300, 5000,    k600M,  0, 1, 1000, 5000,   kRange, kPass},
+    {0, 0,  300, 300, 0, 1, 1000, 5000,   kRange, kPass},
     // Ratio 2: column 1, a statistics line spans two sensor lines.
-    {0, 0,  600, 300, 5000,    k600M,  0, 1, 1001, 10000,  kRange, nullptr},
+    {0, 0,  600, 300, 0, 1, 1001, 10000,  kRange, nullptr},
     // Resizing scales the line and the search range.
-    {0, 0,  450, 300, 5000,    k600M,  0, 1, 1000, 7500,   150,    nullptr},
-    // No TG height: ratio 0 is reported, column 0, line and range kept.
-    {0, 0,  300, 0,   5000,    k600M,  0, 1, 1000, 5000,   kRange, "bin ratio(0) is wrong."},
+    {0, 0,  450, 300, 0, 1, 1000, 7500,   150,    nullptr},
     // The sensor's own binning multiplies on top; the column follows ratio 2.
-    {0, 0,  600, 300, 5000,    k600M,  0, 2, 1001, 20000,  kRange, nullptr},
+    {0, 0,  600, 300, 0, 2, 1001, 20000,  kRange, nullptr},
     // The second sensor type's rows start at 35.
-    {1, 0,  300, 300, 5000,    k600M,  0, 1, 1350, 110000, kRange, nullptr},
-    {1, 3,  300, 300, 5000,    k600M,  0, 1, 1380, 110000, kRange, nullptr},
+    {1, 0,  300, 300, 0, 1, 1350, 110000, kRange, nullptr},
     // Mode 35 of the second type lies past the table: zero record.
-    {1, 35, 300, 300, 5000,    k600M,  0, 1, 0,    110000, 0,      "has no tuning row"},
-    // A negative ratio from the property: column 0, reported.
-    {0, 2,  300, 300, 5000,    k600M, -1, 1, 1020, 5000,   kRange, "bin ratio(-1) is wrong."},
+    {1, 35, 300, 300, 0, 1, 0,    110000, 0,      "has no tuning row"},
     // Ratio 3 has no column: refused, zero record.
-    {0, 0,  900, 300, 5000,    k600M,  3, 1, 0,    15000,  0,      "scenario(0) column(2)"},
-    // Sensor-setting check: a grab height equal to the column length, or one
-    // line less blanking, is a mismatch. Only reported: the set-up goes on
-    // with the live values.
-    {0, 0, 320, 320, 5000, k600M, 0, 1, 1000, 5000, kRange, "(parameter:275/received:275)"},
-    {0, 0,  301, 301, 5000,    k600M,  0, 1, 1000, 5000,   kRange, "column length mismatch"},
+    {0, 0,  900, 300, 3, 1, 0,    15000,  0,      "scenario(0) column(2)"},
+    // Sensor-setting check: a grab height equal to the column length is a
+    // mismatch. Only reported: the set-up goes on with the live values.
+    {0, 0, 320, 320, 0, 1, 1000, 5000, kRange, "(parameter:275/received:275)"},
 };
 // clang-format on
 
@@ -102,8 +95,7 @@ TEST_P(SetupTest, SelectsTheRecordAndHandsOverTheLineTiming) {
   if (row.ratioProperty != 0)
     fp::setProperty("vendor.debug.flk_ratio", row.ratioProperty);
   fp::setSensorBinningRatio(row.sensorBinning);
-  setUpAlgorithm(GetParam(), row.sensorType, row.sensorMode, row.frameHeight, row.tgHeight,
-                 row.pixelsInLine, row.pixelClk);
+  setUpAlgorithm(GetParam(), row.sensorType, row.sensorMode, row.frameHeight, row.tgHeight);
   ASSERT_EQ(extWords().size(), 35u);
   EXPECT_EQ(extWords()[0], row.expectId);
   EXPECT_EQ(extWords()[10], row.expectRange);
@@ -112,7 +104,7 @@ TEST_P(SetupTest, SelectsTheRecordAndHandsOverTheLineTiming) {
   FlkInitPara para;
   memcpy(&para, init.data(), sizeof(para));
   EXPECT_EQ(para.lineLength, row.expectLine);
-  EXPECT_EQ(para.pixelClk, row.pixelClk);
+  EXPECT_EQ(para.pixelClk, k600M);
   EXPECT_TRUE(row.expectLog == nullptr || fp::logged(row.expectLog)) << row.expectLog;
 }
 MGR_ROWS(SetupTest, kSetupRows);

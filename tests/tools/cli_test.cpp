@@ -81,7 +81,6 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{{"eval", "--seconds", "0"}, nullptr, "bad value '0' for --seconds"},
         UsageCase{{"eval", "--seed-base", "-1"}, nullptr, "bad value '-1' for --seed-base"},
         UsageCase{{"eval", "--soak-hours", "0"}, nullptr, "bad value '0' for --soak-hours"},
-        UsageCase{{"eval", "--jobs", "0"}, nullptr, "bad value '0' for --jobs: expected 1..256"},
         UsageCase{{"eval", "--jobs", "two"}, nullptr, "bad value 'two' for --jobs"},
         UsageCase{{"eval", "--timing-runs", "-5"}, nullptr, "bad value '-5' for --timing-runs"},
         UsageCase{{"eval", "--trace", "t.json", "--jobs", "2"}, nullptr, "--trace needs the cells"},
@@ -148,11 +147,8 @@ TEST(CliTest, KeysShowTheScenariosDefaults) {
 TEST(CliTest, RunOutputs) {
   tools_test::TempDir dir;
   auto run = [](std::vector<std::string> more) {
-    std::vector<std::string> args = {"run", "office-50hz", "--frames", "40", "--start_state", "60"};
-    for (const auto& kv : tools_test::smallGeometry())
-      args.insert(args.end(), {"--" + kv.first, kv.second});
-    args.insert(args.end(), more.begin(), more.end());
-    return runFlickerSim(args);
+    more.insert(more.begin(), {"--frames", "40", "--start_state", "60"});
+    return runFlickerSim(tools_test::smallRunArgs("office-50hz", more));
   };
   const tools_test::CommandOutput csv = run({"--csv"});
   ASSERT_EQ(csv.status, 0) << csv.err;
@@ -181,20 +177,18 @@ TEST(CliTest, RunOutputs) {
   ASSERT_EQ(text.status, 0) << text.err;
   EXPECT_NE(text.out.find("locked 50 Hz at frame"), std::string::npos) << text.out;
   EXPECT_NE(text.out.find("-> right"), std::string::npos) << text.out;
-  std::stringstream picture;
-  picture << std::ifstream(dir.path() + "/run.svg").rdbuf();
-  EXPECT_EQ(picture.str().rfind("<svg", 0), 0u);
+  const std::string svg = tools_test::readFile(dir.path() + "/run.svg");
+  EXPECT_EQ(svg.rfind("<svg", 0), 0u);
   // The profile drawn is the pair that switched, named and marked; counts
   // agree with their nouns.
-  EXPECT_NE(picture.str().find("The pair that switched to 50 Hz (frame"), std::string::npos);
-  EXPECT_NE(picture.str().find("100 Hz fit"), std::string::npos);
-  const std::string svg = picture.str();
+  EXPECT_NE(svg.find("The pair that switched to 50 Hz (frame"), std::string::npos);
+  EXPECT_NE(svg.find("100 Hz fit"), std::string::npos);
   size_t marks = 0;
   for (size_t at = svg.find("deciding pair: switch"); at != std::string::npos;
        at = svg.find("deciding pair: switch", at + 1))
     ++marks;
   EXPECT_EQ(marks, 2u) << "marked on the state and the score panels";
-  EXPECT_NE(picture.str().find("1 switch,"), std::string::npos);
+  EXPECT_NE(svg.find("1 switch,"), std::string::npos);
 
   const tools_test::CommandOutput unwritable = run({"--plot", "/nonexistent-folder/x.svg"});
   EXPECT_EQ(unwritable.status, 1);
@@ -207,13 +201,10 @@ TEST(CliTest, RunOutputs) {
 TEST(CliTest, TraceShowsEachFrameAndEachAnalysis) {
   tools_test::TempDir dir;
   const std::string file = dir.path() + "/trace.json";
-  std::vector<std::string> args = {"run", "office-50hz", "--frames", "12", "--start_state",
-                                   "60",  "--csv",       "--trace",  file};
-  for (const auto& kv : tools_test::smallGeometry())
-    args.insert(args.end(), {"--" + kv.first, kv.second});
   char before[16] = {};
   prctl(PR_GET_NAME, before, 0, 0, 0);
-  const tools_test::CommandOutput r = runFlickerSim(args);
+  const tools_test::CommandOutput r = runFlickerSim(tools_test::smallRunArgs(
+      "office-50hz", {"--frames", "12", "--start_state", "60", "--csv", "--trace", file}));
   flicker_host::setTraceFile("");  // closes the file, as the program's exit does
   flicker_host::clearProperty("debug.atrace.tags.enableflags");
   ASSERT_EQ(r.status, 0) << r.err;
@@ -222,9 +213,7 @@ TEST(CliTest, TraceShowsEachFrameAndEachAnalysis) {
   EXPECT_STREQ(after, before) << "the caller's thread gets its name back";
   const size_t pairs = static_cast<size_t>(std::count(r.out.begin(), r.out.end(), '\n')) - 1;
 
-  std::stringstream text;
-  text << std::ifstream(file).rdbuf();
-  const trace_test::TraceFile trace = trace_test::readTraceEvents(text.str());
+  const trace_test::TraceFile trace = trace_test::readTraceEvents(tools_test::readFile(file));
   ASSERT_EQ(trace.error, "");
   std::map<std::string, std::vector<trace_test::Slice>> byThread;  // "thread/slice" -> slices
   for (const trace_test::Slice& s : trace.slices) {

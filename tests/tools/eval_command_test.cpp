@@ -1,6 +1,6 @@
 // The evaluation from the command line: worker processes give the serial
-// run's results to the byte, tuning fields set by name reach the runs with
-// their warnings, the progress bar tells the time left, and a comparison
+// run's results to the byte (tuning fields set by name are tuning_test.cpp's),
+// the progress bar tells the time left, and a comparison
 // names the cells a tuning change flipped with the options that run each
 // again.
 #include <gtest/gtest.h>
@@ -15,13 +15,8 @@
 
 namespace {
 
+using tools_test::readFile;
 using tools_test::runFlickerSim;
-
-std::string readFile(const std::string& path) {
-  std::stringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 // The text without its last line (the wall time and worker count).
 std::string withoutLastLine(const std::string& text) {
@@ -47,34 +42,6 @@ TEST(EvalCommand, WorkersGiveTheSerialRunsResults) {
   EXPECT_EQ(readFile(dir.path() + "/3.csv"), rows);
   EXPECT_EQ(withoutLastLine(parallel.out), withoutLastLine(serial.out));
   EXPECT_NE(parallel.out.find("3 worker processes"), std::string::npos) << parallel.out;
-}
-
-// --set takes the names `flicker-sim tuning` lists, warns about a value the
-// algorithm reads otherwise and hands every record over as set.
-TEST(EvalCommand, SetsTuningFieldsByName) {
-  tools_test::useOpenTuning();
-  const tools_test::CommandOutput r = runFlickerSim({"eval",          "--quick",
-                                                     "--only",        "mains=50",
-                                                     "--only",        "fps=25",
-                                                     "--only",        "start=60",
-                                                     "--only",        "motion=still",
-                                                     "--seconds",     "1",
-                                                     "--jobs",        "1",
-                                                     "--timing-runs", "0",
-                                                     "--set",         "min_past_frames=3",
-                                                     "--set",         "switch_score=400"});
-  ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_NE(r.err.find("flicker-sim: warning: switch_score (flickerGradThreshold) = 400 is read "
-                       "as 100"),
-            std::string::npos)
-      << r.err;
-  EXPECT_NE(r.out.find("tuning open, min_past_frames=3, switch_score=400 (words"),
-            std::string::npos)
-      << r.out;
-  for (const FLICKER_CUST_PARA& record : tools_test::loadedRecords()) {
-    ASSERT_EQ(tools_test::fieldOf(record, "min_past_frames"), 3);
-    ASSERT_EQ(tools_test::fieldOf(record, "switch_score"), 400);
-  }
 }
 
 // A soak is planned as runs of the scenes without flicker and shared among

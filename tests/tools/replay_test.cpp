@@ -106,9 +106,8 @@ TEST_F(ReplayTest, DumpsOfALiveRunReplayToItsVerdictsAndItsCsv) {
   for (const char* series : {"ratio", "band100", "band120"})
     EXPECT_EQ(profile.at(series).size(), points) << series;
   EXPECT_GT(profile.at("amplitude100").get<double>(), 5 * profile.at("amplitude120").get<double>());
-  std::stringstream svg;
-  svg << std::ifstream(picture).rdbuf();
-  EXPECT_NE(svg.str().find("verdict 50 Hz against the recorded 60 Hz: fitted 100 Hz band"),
+  EXPECT_NE(tools_test::readFile(picture).find(
+                "verdict 50 Hz against the recorded 60 Hz: fitted 100 Hz band"),
             std::string::npos);
 }
 

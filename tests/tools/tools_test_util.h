@@ -1,12 +1,10 @@
-// Support of the tool tests: a temporary folder, small fast scenarios, and
-// flicker-sim's commands run in-process.
+// Support of the tool tests: small fast scenarios, flicker-sim's commands run
+// in-process, and temporary files (temp_files.h).
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -16,6 +14,7 @@
 #include "host_log.h"
 #include "host_nvram.h"
 #include "scenario_builder.h"
+#include "temp_files.h"
 #include "tuning_choice.h"
 #include "tuning_fields.h"
 
@@ -23,26 +22,9 @@ namespace tools_test {
 
 using Settings = std::vector<std::pair<std::string, std::string>>;
 
-// A fresh folder under the test's temporary folder, removed with its
-// contents on destruction.
-class TempDir {
- public:
-  TempDir() {
-    std::string name = ::testing::TempDir() + "flicker-tools-test-XXXXXX";
-    if (mkdtemp(&name[0]) != nullptr)
-      path_ = name;
-  }
-  ~TempDir() {
-    if (!path_.empty())
-      (void)system(("rm -rf '" + path_ + "'").c_str());
-  }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
+using test_files::readFile;
+using test_files::TempDir;
+using test_files::writeFile;
 
 // 960 statistics lines x 31.25 us (15000 clocks at 480 MHz): a 30 ms
 // readout, three 100 Hz band periods like the full-size presets, in a
@@ -113,8 +95,13 @@ inline int64_t fieldOf(const FLICKER_CUST_PARA& record, const std::string& name)
   return field == nullptr ? 0 : flicker_loop::TuningFields::get(record, *field);
 }
 
-inline void writeFile(const std::string& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
+// flicker-sim's arguments for a run of `preset` at smallGeometry(), then `more`.
+inline std::vector<std::string> smallRunArgs(const std::string& preset,
+                                             const std::vector<std::string>& more) {
+  std::vector<std::string> args = {"run", preset};
+  for (const auto& kv : smallGeometry()) args.insert(args.end(), {"--" + kv.first, kv.second});
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
 }
 
 }  // namespace tools_test

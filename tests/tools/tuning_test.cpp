@@ -169,24 +169,48 @@ TEST_F(TuningImageTest, WrittenImageReadsBackEverywhere) {
   EXPECT_EQ(algo.EV50_L60.b_r, -3);
 }
 
-// A run hands the manager its tuning with the settings in every record, and
-// says which value the algorithm will not take as given.
-TEST_F(TuningImageTest, RunHandsOverTheSettings) {
+struct SetCase {
+  const char* name;
+  std::vector<std::string> args;
+  const char* out;  // part of the output
+};
+
+// Test names read as the case, not as its bytes.
+void PrintTo(const SetCase& c, std::ostream* os) {
+  *os << c.name;
+}
+
+class SetOptionTest : public ::testing::TestWithParam<SetCase> {};
+
+// A run or an evaluation hands the manager its tuning with the settings in
+// every record, and says which value the algorithm will not take as given.
+TEST_P(SetOptionTest, HandsEveryRecordOverAsSet) {
   tools_test::useOpenTuning();
-  std::vector<std::string> args = {"run",   "daylight",          "--frames", "4",
-                                   "--set", "min_past_frames=3", "--set",    "switch_score=400",
-                                   "--csv"};
-  for (const auto& kv : tools_test::smallGeometry())
-    args.insert(args.end(), {"--" + kv.first, kv.second});
+  std::vector<std::string> args = GetParam().args;
+  args.insert(args.end(), {"--set", "min_past_frames=3", "--set", "switch_score=400"});
   const tools_test::CommandOutput r = tools_test::runFlickerSim(args);
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_NE(r.err.find("warning: switch_score (flickerGradThreshold) = 400 is read as 100"),
+  EXPECT_NE(r.err.find("flicker-sim: warning: switch_score (flickerGradThreshold) = 400 is read "
+                       "as 100"),
             std::string::npos)
       << r.err;
+  EXPECT_NE(r.out.find(GetParam().out), std::string::npos) << r.out;
   for (const FLICKER_CUST_PARA& record : loadedRecords()) {
     ASSERT_EQ(fieldOf(record, "min_past_frames"), 3);
     ASSERT_EQ(fieldOf(record, "switch_score"), 400);
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Commands, SetOptionTest,
+    ::testing::Values(
+        SetCase{"Run", tools_test::smallRunArgs("daylight", {"--frames", "4", "--csv"}),
+                "frame,sensor,"},
+        // One cell of the quick grid, in a run of a second.
+        SetCase{"Eval",
+                {"eval", "--quick", "--only", "mains=50", "--only", "fps=25", "--only", "start=60",
+                 "--only", "motion=still", "--seconds", "1", "--jobs", "1", "--timing-runs", "0"},
+                "tuning open, min_past_frames=3, switch_score=400 (words"}),
+    [](const ::testing::TestParamInfo<SetCase>& info) { return info.param.name; });
 
 }  // namespace
