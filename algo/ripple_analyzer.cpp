@@ -381,6 +381,10 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
     out->frozen[f] = v < knobs.minVisibility;
     out->still[f] = out->frozen[f] && v < kStillVisibility;
   }
+  const int moving = onlyRippleInDifference(*out);
+  if (moving >= 0 && out->still[1 - moving]) {
+    out->stillLeftover = 2.0 * out->visibility[1 - moving] * kDeepestFrameRipple;
+  }
   // With one ripple cancelled a readout shorter than one period may still
   // show the other; chooseModels() decides how short.
   const bool oneCancelled = out->cancelled[0] != out->cancelled[1];
@@ -410,10 +414,6 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   binner_.bin(in, knobs, 0);
   binner_.bin(in, knobs, 1);
   binner_.buildDifference(in.windows, LineBinner::kDiff, 0, 1);
-  const int moving = onlyRippleInDifference(*out);
-  if (moving >= 0 && out->still[1 - moving]) {
-    out->stillLeftover = 2.0 * out->visibility[1 - moving] * kDeepestFrameRipple;
-  }
   for (int k = 0; k < 2; ++k) {
     if (frameModel_ >= 0) {
       fitSeries(k, in.windows, frameModel_, fits_[k]);
