@@ -237,9 +237,10 @@ void OpenFlickerAlgo::logEvidence() const {
   const PairEvidence& e = evidence_;
   ALGO_LOGV(log_,
             "analysable(%d) bins(%d x %d lines) residual(%.4f of %.4f) lone(%.2f) change(%d) "
-            "shift(%.2f +- %.2f lines%s)",
+            "shift(%.2f +- %.2f lines%s) still(left %.4f)",
             e.analysable, e.bins, e.binLines, e.sceneResidual, e.differenceSigma, e.loneExplained,
-            e.sceneChange, e.shift, e.shiftError, e.shiftRemoved ? ", removed" : "");
+            e.sceneChange, e.shift, e.shiftError, e.shiftRemoved ? ", removed" : "",
+            e.stillLeftover);
   if (e.periodTested) {
     ALGO_LOGV(log_,
               "period: 100 Hz ccc(%.2f) spread(%.3f) win(%d) | 120 Hz ccc(%.2f) spread(%.3f) "

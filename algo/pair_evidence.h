@@ -45,6 +45,10 @@ struct PairEvidence {
   double exposureGain[kRipples];  // |sinc(f_r x exposure)|: ripple left by the exposure
   double visibility[kRipples];    // |sin(pi f_r x interval)|
   bool frozen[kRipples];          // visibility below the knob: no temporal evidence
+  // The frame interval holds a whole number of the ripple's periods to within
+  // a few hundredths of a cycle: neither the ripple nor any of its harmonics
+  // is in the difference, whatever the lamp's waveform.
+  bool still[kRipples];
   // The exposure integrates whole periods of the ripple (and so of all its
   // harmonics): no frame can show it, and its harmonic is not fitted.
   bool cancelled[kRipples];
@@ -88,6 +92,10 @@ struct PairEvidence {
   double halfPeriodicity[kRipples];
   // Ripple whose period alone explains the difference, -1 when none does.
   int periodRipple;
+  // When one ripple is still and the other can be in the difference: what
+  // the still one's creep may have left there at most (2 v of the deepest
+  // frame ripple), in the difference's units; 0 otherwise.
+  double stillLeftover;
   // Vertical scene shift between the frames (lines, frame 1 against frame 0,
   // shared by the windows), its standard error, and whether it was removed
   // from the difference before the difference's fit.

@@ -36,9 +36,10 @@ bool PeriodTest::plan(double lineTime, int subLines, int subBins) {
   for (int f = 0; f < kRipples; ++f) {
     periodSub_[f] = static_cast<int>(std::lround(1.0 / (kRippleHz[f] * lineTime * subLines)));
     halfSub_[f] = static_cast<int>(std::lround(0.5 / (kRippleHz[f] * lineTime * subLines)));
+    comparable_[f] = periodSub_[f] >= kCombSubBins &&
+                     periodSub_[f] + kMinPeriodSamples * kCombSubBins <= subBins;
   }
-  return periodSub_[0] >= kCombSubBins &&
-         periodSub_[0] + kMinPeriodSamples * kCombSubBins <= subBins;
+  return comparable_[0];
 }
 
 bool PeriodTest::isDeep(const LineBinner& binner, int windows) {

@@ -26,6 +26,10 @@ class PeriodTest {
   // seconds; false when the sub-bins cannot hold a 100 Hz period and enough
   // compared bins beyond it.
   bool plan(double lineTime, int subLines, int subBins);
+  // The sub-bins hold ripple `f`'s period and enough compared bins beyond it
+  // (after plan()). When only the 120 Hz period fits, the test still tells
+  // whether a difference that can only hold 120 Hz light repeats with it.
+  bool comparable(int f) const { return comparable_[f]; }
   // The difference's spread over the bins (median over the windows) is deep
   // enough for the test.
   static bool isDeep(const LineBinner& binner, int windows);
@@ -42,6 +46,7 @@ class PeriodTest {
 
   int periodSub_[kRipples] = {};
   int halfSub_[kRipples] = {};
+  bool comparable_[kRipples] = {};
 };
 
 }  // namespace open_algo

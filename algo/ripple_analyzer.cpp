@@ -60,6 +60,16 @@ constexpr double kCancelledGain = 0.01;
 constexpr double kHarmonicResidualShare = 0.9;
 // ... and its own evidence across the windows reaches this.
 constexpr double kHarmonicEvidence = 0.5;
+// A ripple whose phase advances at most this visibility between the frames
+// (|sin(pi f_r dt)|, 0.016 cycles) stands still: it leaves at most twice
+// this share of the frame ripple in the difference while the exposure stays
+// (PairEvidence::stillLeftover). The frame interval comes in nanoseconds, and
+// a mains drift of a few hundredths of a hertz moves a ripple by less.
+constexpr double kStillVisibility = 0.05;
+// The deepest ripple a frame can carry, in log units: a lamp dark for part of
+// its cycle under a short exposure (the bounded difference saturates at 2).
+// A still ripple's creep of visibility v leaves up to 2 v of it.
+constexpr double kDeepestFrameRipple = 1.0;
 // Residual rms of the frame difference (log units) over which temporal
 // evidence fades out: a static scene leaves well under 1 %.
 constexpr double kResidualLow = 0.02;
@@ -79,6 +89,14 @@ double sincAbs(double x) {
     return 1.0;
   }
   return std::fabs(std::sin(kPi * x) / (kPi * x));
+}
+
+// The one ripple that can be in the pair's difference, the other being
+// cancelled or still; -1 when both can, or neither.
+int onlyRippleInDifference(const PairEvidence& e) {
+  const bool out0 = e.cancelled[0] || e.still[0];
+  const bool out1 = e.cancelled[1] || e.still[1];
+  return out0 == out1 ? -1 : (out0 ? 1 : 0);
 }
 
 }  // namespace
@@ -255,11 +273,8 @@ void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& kno
                                        PairEvidence* out) {
   double scale[kRipples];
   for (int f = 0; f < kRipples; ++f) {
-    const double v = std::fabs(std::sin(kPi * kRippleHz[f] * in.interval));
-    out->visibility[f] = v;
-    out->frozen[f] = v < knobs.minVisibility;
     // The difference holds the frame ripple times 2 v.
-    scale[f] = out->frozen[f] ? 0.0 : 0.5 / v;
+    scale[f] = out->frozen[f] ? 0.0 : 0.5 / out->visibility[f];
   }
   DifferenceReading r;
   readDifference(LineBinner::kDiff, 0, 1, scale, in.windows, knobs, &r);
@@ -401,6 +416,14 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   for (int f = 0; f < kRipples; ++f) {
     out->exposureGain[f] = sincAbs(kRippleHz[f] * in.exposure);
     out->cancelled[f] = out->exposureGain[f] < kCancelledGain;
+    const double v = std::fabs(std::sin(kPi * kRippleHz[f] * in.interval));
+    out->visibility[f] = v;
+    out->frozen[f] = v < knobs.minVisibility;
+    out->still[f] = out->frozen[f] && v < kStillVisibility;
+  }
+  const int moving = onlyRippleInDifference(*out);
+  if (moving >= 0 && out->still[1 - moving]) {
+    out->stillLeftover = 2.0 * out->visibility[1 - moving] * kDeepestFrameRipple;
   }
   // With one ripple cancelled a readout shorter than one period may still
   // show the other; chooseModels() decides how short.
@@ -421,7 +444,13 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   out->bins = binner_.bins();
   out->binLines = binner_.binLines();
   binner_.planSubBins(in, knobs.searchRange);
-  const bool periodsFit = periods_.plan(in.lineTime, binner_.subLines(), binner_.subBins());
+  // Over a readout too short for the 100 Hz period (1920 x 1080 at 10 us
+  // lines), a difference that can only hold the 120 Hz ripple is still
+  // tested for that period alone (and the reverse, should the 120 Hz one
+  // ever be the only period that fits).
+  bool periodsFit = periods_.plan(in.lineTime, binner_.subLines(), binner_.subBins());
+  const int oneSided = periodsFit ? -1 : onlyRippleInDifference(*out);
+  periodsFit = periodsFit || (oneSided >= 0 && periods_.comparable(oneSided));
   binner_.bin(in, knobs, 0);
   binner_.bin(in, knobs, 1);
   binner_.buildDifference(in.windows, LineBinner::kDiff, 0, 1);
@@ -440,7 +469,15 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   out->periodRipple = -1;
   if (periodsFit && PeriodTest::isDeep(binner_, in.windows)) {
     periods_.run(binner_, in.windows, out);
-    const int f = PeriodTest::periodicRipple(*out, in.windows);
+    int f = PeriodTest::periodicRipple(*out, in.windows);
+    if (f >= 0 && f == oneSided && out->periodSpread[f] < out->stillLeftover) {
+      // What the still ripple's creep left may make the difference deep.
+      // Where the exposure changed between the frames, a still ripple also
+      // leaves a pattern of its own period; one period of the other ripple
+      // on, it is a sixth of its period out (1.67 ms at 100 Hz), which the
+      // concordance does not pass.
+      f = -1;
+    }
     out->periodRipple = f;
     if (f >= 0) {
       // The ripple's period explains the difference, whatever its shape: not

@@ -19,7 +19,7 @@ constexpr double kFps2997 = 1 / 29.97;  // freezes the 120 Hz phase
 // Light of a rectified LED on `mainsHz` (0: steady) averaged over the
 // exposure, by the midpoint rule, relative to its peak; dark for 41 % of
 // every half cycle, about 0.32 on average.
-double ledLight(double mainsHz, double t, double exposure) {
+double ledLight(double mainsHz, double t, double exposure, double threshold = kLedThreshold) {
   if (mainsHz <= 0) {
     return 0.32;
   }
@@ -27,21 +27,22 @@ double ledLight(double mainsHz, double t, double exposure) {
   double sum = 0.0;
   for (int i = 0; i < kSteps; ++i) {
     const double s = t + (i + 0.5) * exposure / kSteps;
-    sum += std::max(0.0, std::fabs(std::sin(2 * kPi * mainsHz * s)) - kLedThreshold);
+    sum += std::max(0.0, std::fabs(std::sin(2 * kPi * mainsHz * s)) - threshold);
   }
-  return sum / kSteps / (1.0 - kLedThreshold);
+  return sum / kSteps / (1.0 - threshold);
 }
 
 // Statistics of a 1920 x 1080 frame: six windows of 320 pixels, three rows.
 std::vector<int64_t> ledFrame(double mainsHz, double start, double exposure, double gain,
-                              const Scene& scene, int index) {
+                              const Scene& scene, int index, double lineTime, double threshold) {
   return synthFrame(
-      kShortLines, kShortWinW, kShortLineTime, start,
-      [&](double t) { return ledLight(mainsHz, t, exposure); }, gain, 6.0, scene, index);
+      kShortLines, kShortWinW, lineTime, start,
+      [&](double t) { return ledLight(mainsHz, t, exposure, threshold); }, gain, 6.0, scene, index);
 }
 
-FlkInitPara shortInit() {
-  FlkInitPara init = genericInit(6000, 480e6);  // 12.5 us per line
+// 12.5 us per line by default; 10 us (1.03 periods of 100 Hz) for 4800.
+FlkInitPara shortInit(uint32_t lineLength = 6000) {
+  FlkInitPara init = genericInit(lineLength, 480e6);
   init.statLineCount = kShortLines;
   init.statWidth = kShortWinW;
   return init;
@@ -52,14 +53,17 @@ struct PairSpec {
   double interval;
   double exposure0, exposure1;  // the frames' exposures (the record carries the second)
   Scene scene;
+  double lineTime = kShortLineTime;
+  double threshold = kLedThreshold;  // of the LED string
 };
 
 Outcome detectLed(Driver& d, const PairSpec& p, double t) {
   const double gain = 900.0;
   const int index = static_cast<int>(t / 9e-3);
-  const auto s0 = ledFrame(p.mainsHz, t, p.exposure0, gain, p.scene, index);
+  const auto s0 =
+      ledFrame(p.mainsHz, t, p.exposure0, gain, p.scene, index, p.lineTime, p.threshold);
   const auto s1 = ledFrame(p.mainsHz, t + p.interval, p.exposure1, gain * p.exposure0 / p.exposure1,
-                           p.scene, index + 1);
+                           p.scene, index + 1, p.lineTime, p.threshold);
   FlkDetectPara rec = Driver::record(s0.data(), s1.data(), d.hz(), std::lround(p.exposure1 * 1e6),
                                      std::llround(p.interval * 1e9));
   rec.winValue1 = kShortWinW;
@@ -112,6 +116,54 @@ TEST(RectifiedLed, FrozenPairWithExposureChangeNeverBacksTheOtherRipple) {
     const Outcome o = detectLed(d, {60, kFps2997, 0.3e-3, e1, flat()}, 0.0);
     ASSERT_EQ(o.rc, 0);
     EXPECT_NE(o.aux[1], FLK_FREQ_50HZ);
+  }
+}
+
+// 1920 x 1080 at 10 us lines: the readout (10.3 ms) holds 1.24 periods of
+// 120 Hz but no 100 Hz period and enough bins beyond it to compare. At
+// 25 fps the 100 Hz ripple stands still between the frames, so a difference
+// that repeats with the 120 Hz period can only be 120 Hz light; a still
+// 100 Hz lamp leaves nothing, or, when the exposure changed, a pattern of its
+// own period that must not pass for the other one.
+TEST(RectifiedLed, OnePeriodReadoutAt25FpsBacksOnlyTheMovingRipple) {
+  constexpr double kOnePeriodLineTime = 10e-6;
+  constexpr double k25Fps = 0.04;
+  // A string that conducts above 0.3 of the peak: dark for a fifth of every
+  // half cycle, so that few bins are dark in both frames of a pair.
+  constexpr double kShallowLed = 0.3;
+  struct Row {
+    const char* what;
+    PairSpec pair;
+    int vote;  // the frequency code the pair must back, or FLK_FREQ_NONE
+  } rows[] = {
+      {"60 Hz lamp",
+       {60, k25Fps, 0.3e-3, 0.3e-3, flat(), kOnePeriodLineTime, kShallowLed},
+       FLK_FREQ_60HZ},
+      {"60 Hz lamp on texture",
+       {60, k25Fps, 0.3e-3, 0.3e-3, textured(), kOnePeriodLineTime, kShallowLed},
+       FLK_FREQ_60HZ},
+      {"50 Hz lamp, same exposure",
+       {50, k25Fps, 0.3e-3, 0.3e-3, flat(), kOnePeriodLineTime, kShallowLed},
+       FLK_FREQ_NONE},
+      {"50 Hz lamp, exposure up a third",
+       {50, k25Fps, 0.3e-3, 0.4e-3, flat(), kOnePeriodLineTime, kShallowLed},
+       FLK_FREQ_NONE},
+      {"50 Hz lamp, exposure doubled",
+       {50, k25Fps, 0.3e-3, 0.6e-3, flat(), kOnePeriodLineTime, kShallowLed},
+       FLK_FREQ_NONE},
+      {"steady light, pan",
+       {0, k25Fps, 0.3e-3, 0.3e-3, textured(40), kOnePeriodLineTime, kShallowLed},
+       FLK_FREQ_NONE},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    Driver d(FlickerExtPara{}, 50, shortInit(4800));
+    const Outcome o = detectLed(d, row.pair, 0.0);
+    ASSERT_EQ(o.rc, 0);
+    EXPECT_EQ(o.aux[1] == FLK_FREQ_60HZ, row.vote == FLK_FREQ_60HZ);
+    if (row.vote == FLK_FREQ_60HZ) {
+      EXPECT_NE(o.aux[0] & kTemporalFlag, 0);
+    }
   }
 }
 

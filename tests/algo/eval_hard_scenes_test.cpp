@@ -80,7 +80,8 @@ TEST(HardScenes, FixedRateVideo) {
 }
 
 // Readouts of about one 100 Hz period (1080p at 10 us lines) and of half a
-// period: the ripple the state cancels cannot be what is seen.
+// period: the ripple the state cancels, or one that stands still between the
+// frames, cannot be what is seen.
 TEST(HardScenes, OnePeriodReadouts) {
   expectLocks({
       {"1080p, 50 Hz from 60, hand-held",
@@ -93,6 +94,18 @@ TEST(HardScenes, OnePeriodReadouts) {
             "start=60",
             1532),
        2},
+      // A floodlight's exposure cancels nothing, and at 25 fps the 100 Hz
+      // ripple stands still: what repeats with the 120 Hz period is 120 Hz.
+      {"1080p floodlight, rectified LED, 60 Hz from 50 at 25 fps",
+       cell("light=led depth=0.5 mains=60 exposure=short fps=25 timing=fixed "
+            "geometry=1920x1080@10us start=50",
+            1365),
+       2},
+      {"1080p floodlight, dark then 60 Hz at 25 fps",
+       cell("light=fluorescent mains=dark>60 exposure=short fps=25 timing=fixed "
+            "geometry=1920x1080@10us start=50",
+            1691),
+       3},
   });
 }
 
