@@ -22,6 +22,9 @@ constexpr double kMinLoneExplained = 2.0;
 // Residual rms of the difference under which the scene counts as still
 // enough to show a weak ripple (the vote's evidence starts to fade there).
 constexpr double kMaxResidual = 0.02;
+// Visibility |sin(pi f dt)| under which a ripple stands still between the
+// frames: the difference keeps under a fifth of it.
+constexpr double kStillVisibility = 0.1;
 // Banding above this is no weak lamp: single pairs decide it.
 constexpr double kMaxWeakAmplitude = 0.02;
 // A pair that could show the ripple and gives it an SNR under this speaks
@@ -55,11 +58,23 @@ WeakSample WeakEvidence::sampleOf(const PairEvidence& ev, int applied, double ri
     return s;
   }
   // Only a cancelled applied ripple makes the comparison unambiguous, and
-  // only a moving, fitted ripple can be seen in the difference.
-  if (!ev.cancelled[applied] || ev.cancelled[f] || ev.frozen[f] || !ev.differenceFitted) {
+  // only a fitted difference shows anything.
+  if (!ev.cancelled[applied] || ev.cancelled[f] || !ev.differenceFitted) {
     return s;
   }
   const RippleSummary& t = ev.temporal[f];
+  if (ev.frozen[f]) {
+    // The ripple cannot move between these frames, so what its column shows
+    // is something else: what the exposure leaves of a deep applied lamp
+    // (|sinc| under 0.01 is not zero, and over a readout of one period the
+    // columns take each other's ripple), or texture. The run's steadiness
+    // may be that leftover's.
+    const bool still = ev.visibility[f] < kStillVisibility;
+    s.kind = still && t.snr >= knobs.snrThreshold && t.agreement >= kMinAgreement
+                 ? WeakSample::kBreak
+                 : WeakSample::kAbstains;
+    return s;
+  }
   const double amplitude = ev.temporalAmplitude[f];
   s.snr = static_cast<float>(t.snr);
   s.amplitude = static_cast<float>(amplitude);
@@ -72,6 +87,11 @@ WeakSample WeakEvidence::sampleOf(const PairEvidence& ev, int applied, double ri
   s.kind = backs                 ? WeakSample::kBacks
            : t.snr < kAgainstSnr ? WeakSample::kAgainst
                                  : WeakSample::kNeutral;
+  if (s.kind == WeakSample::kAgainst && ev.visibility[applied] < kStillVisibility) {
+    // A clean look: the applied ripple stands still between the frames, so
+    // nothing it leaves can show in the difference, and the ripple did not.
+    s.kind = WeakSample::kBreak;
+  }
   return s;
 }
 

@@ -158,7 +158,8 @@ TEST(WeakEvidence, ClassifiesAPair) {
   steady.differenceFitted = true;
   steady.periodRipple = -1;
   steady.cancelled[1] = true;
-  steady.frozen[1] = true;
+  steady.visibility[0] = 0.8;
+  steady.visibility[1] = 0.5;
   steady.loneExplained = -1.0;
   steady.sceneResidual = 0.004;
   steady.temporal[0] = RippleSummary{0.003, 0.005, 5.0, 0.83, 0.4, 6};
@@ -188,8 +189,25 @@ TEST(WeakEvidence, ClassifiesAPair) {
        WeakSample::kAgainst},
       {"applied ripple not cancelled", with([](PairEvidence& e) { e.cancelled[1] = false; }), 0.0,
        WeakSample::kAbstains},
-      {"phase frozen", with([](PairEvidence& e) { e.frozen[0] = true; }), 0.0,
-       WeakSample::kAbstains},
+      {"phase frozen", with([](PairEvidence& e) {
+         e.frozen[0] = true;
+         e.temporal[0].snr = 1.0;
+       }),
+       0.0, WeakSample::kAbstains},
+      // What a still ripple's column shows is not that ripple: the leftover
+      // of a deep applied lamp, say, whose steadiness must not count.
+      {"phase still, column significant", with([](PairEvidence& e) {
+         e.frozen[0] = true;
+         e.visibility[0] = 0.05;
+       }),
+       0.0, WeakSample::kBreak},
+      // The applied ripple stands still: nothing it leaves can hide the
+      // ripple or fake it, and the ripple is not there.
+      {"a clean look shows nothing", with([](PairEvidence& e) {
+         e.visibility[1] = 0.05;
+         e.temporal[0].snr = 1.0;
+       }),
+       0.0, WeakSample::kBreak},
       {"scene change", with([](PairEvidence& e) { e.sceneChange = true; }), 0.0,
        WeakSample::kBreak},
   };
