@@ -87,9 +87,10 @@ WeakSample WeakEvidence::sampleOf(const PairEvidence& ev, int applied, double ri
   s.kind = backs                 ? WeakSample::kBacks
            : t.snr < kAgainstSnr ? WeakSample::kAgainst
                                  : WeakSample::kNeutral;
-  if (s.kind == WeakSample::kAgainst && ev.visibility[applied] < kStillVisibility) {
+  if (s.kind != WeakSample::kBacks && ev.visibility[applied] < kStillVisibility) {
     // A clean look: the applied ripple stands still between the frames, so
-    // nothing it leaves can show in the difference, and the ripple did not.
+    // nothing it leaves can show in the difference, and the ripple did not
+    // show clearly. What the other pairs saw may have been that leftover.
     s.kind = WeakSample::kBreak;
   }
   return s;

@@ -203,11 +203,13 @@ TEST(WeakEvidence, ClassifiesAPair) {
        0.0, WeakSample::kBreak},
       // The applied ripple stands still: nothing it leaves can hide the
       // ripple or fake it, and the ripple is not there.
-      {"a clean look shows nothing", with([](PairEvidence& e) {
+      {"a clean look shows little", with([](PairEvidence& e) {
          e.visibility[1] = 0.05;
-         e.temporal[0].snr = 1.0;
+         e.temporal[0].snr = 2.5;
        }),
        0.0, WeakSample::kBreak},
+      {"a clean look shows it", with([](PairEvidence& e) { e.visibility[1] = 0.05; }), 0.0,
+       WeakSample::kBacks},
       {"scene change", with([](PairEvidence& e) { e.sceneChange = true; }), 0.0,
        WeakSample::kBreak},
   };
