@@ -10,6 +10,7 @@
 #include "algo_tuning.h"
 #include "probe_comparison.h"
 #include "ripple_analyzer.h"
+#include "weak_evidence.h"
 
 namespace open_algo {
 
@@ -39,6 +40,8 @@ struct EvidenceEntry {
   float creptUpper;
   // The ripple not applied against the cancelled probe, for the slow path.
   ProbeSample probe;
+  // The ripple not applied as a weak lamp would show it, for the weak path.
+  WeakSample weak;
 };
 
 class EvidenceHistory {

@@ -45,6 +45,7 @@ void StateDecider::configure(const AlgoKnobs& knobs) {
 void StateDecider::clearHistory() {
   history_.clear();
   probes_.clear();
+  weak_.clear();
   holdOffLeft_ = 0;
   switchBackLeft_ = 0;
   leftovers_.clear();
@@ -76,11 +77,13 @@ void StateDecider::setApplied(int32_t code) {
   verdictUpper_[0] = verdictUpper_[1] = 0.0;
   applied_ = code;
   probes_.clear();
+  weak_.clear();
 }
 
 void StateDecider::resetTo(int32_t code) {
   history_.clear();
   probes_.clear();
+  weak_.clear();
   setApplied(code);
 }
 
@@ -121,6 +124,7 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   if (!ev.analysable || ev.sceneChange) {
     // A cut or unusable pair backs nothing; a cut still counts against a run
     // of votes (it saw the frames change), an unusable pair abstains.
+    e.weak = WeakEvidence::sampleOf(ev, applied_, 0.0, knobs_);
     e.seen[0] = e.seen[1] = ev.analysable;
     return e;
   }
@@ -168,6 +172,9 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
       }
     }
     e.amplitude[f] = static_cast<float>(amplitude[f]);
+  }
+  if (isFrequency(applied_)) {
+    e.weak = WeakEvidence::sampleOf(ev, applied_, rival(ev, amplitude, 1 - applied_), knobs_);
   }
   for (int f = 0; f < kRipples; ++f) {
     if (ev.temporalEvidence[f] >= kVoteEvidence &&
@@ -265,6 +272,7 @@ bool StateDecider::maySwitchTo(int32_t code, bool holdOff, bool slow, double ban
 Decision StateDecider::decide(const EvidenceEntry& entry) {
   history_.push(entry);
   probes_.push(entry.probe);
+  weak_.push(entry.weak);
   const bool holdOff = holdOffLeft_ > 0;
   holdOffLeft_ = std::max(0, holdOffLeft_ - 1);
   switchBackLeft_ = std::max(0, switchBackLeft_ - 1);
@@ -279,8 +287,9 @@ Decision StateDecider::decide(const EvidenceEntry& entry) {
       continue;
     }
     double slowBanding = 0.0;
-    const bool slow = probes_.backs(code, knobs_, &slowBanding);
-    const double banding = std::max(history_.runBanding(code), slowBanding);
+    double weakBanding = 0.0;
+    const bool slow = probes_.backs(code, knobs_, &slowBanding) || weak_.backs(code, &weakBanding);
+    const double banding = std::max({history_.runBanding(code), slowBanding, weakBanding});
     if (maySwitchTo(code, holdOff, slow, banding)) {
       d.state = code;
       verdictBanding_[code] = banding;

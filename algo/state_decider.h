@@ -17,6 +17,9 @@
 // other ripple above that probe (ProbeComparison) switch even though no single
 // pair reaches the vote level, with the same hold-off and mixed-light rules,
 // never as a return within the switch-back window.
+// Weak path: a shallow ripple that the newest pairs show steadily, with the
+// applied ripple cancelled (WeakEvidence), switches under the same rules as
+// the slow path.
 //
 // Mixed light (lamps on both mains): with whole-period exposures each state
 // cancels its own ripple and shows the other lamp's, so each has a reason to
@@ -33,6 +36,7 @@
 #include "evidence_history.h"
 #include "leftover_memory.h"
 #include "ripple_analyzer.h"
+#include "weak_evidence.h"
 
 namespace open_algo {
 
@@ -78,6 +82,7 @@ class StateDecider {
   AlgoKnobs knobs_ = AlgoTuning::defaults();
   EvidenceHistory history_;
   ProbeComparison probes_;
+  WeakEvidence weak_;
   int32_t applied_ = 2;   // FLK_FREQ_NONE until known
   int32_t previous_ = 2;  // state before the last change
   int holdOffLeft_ = 0;

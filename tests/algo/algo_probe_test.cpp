@@ -1,11 +1,13 @@
-// The slow path's comparison of the ripple that is not applied with the
-// cancelled probe column, sample by sample.
+// The slow paths of the verdict, sample by sample: the ripple that is not
+// applied against the cancelled probe column, and a weak ripple steady over a
+// few pairs.
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "algo_tuning.h"
 #include "probe_comparison.h"
+#include "weak_evidence.h"
 
 namespace open_algo {
 namespace {
@@ -77,6 +79,148 @@ TEST(ProbeComparison, BacksOnlyAConsistentClearRun) {
     EXPECT_FALSE(p.backs(0, knobs, &banding));  // never the probe's own ripple
     p.clear();
     EXPECT_FALSE(p.backs(1, knobs, &banding));
+  }
+}
+
+// A 2 % lamp's 100 Hz ripple seen from state 60 under a 16.7 ms exposure:
+// 0.3 % of banding at SNR 5.
+constexpr WeakSample kWeak{WeakSample::kBacks, 0, 5.0f, 0.003f};
+
+WeakSample weak(WeakSample::Kind kind, float snr = 5.0f, float amplitude = 0.003f) {
+  return WeakSample{kind, 0, snr, amplitude};
+}
+
+std::vector<WeakSample> times(const WeakSample& s, int n) {
+  return std::vector<WeakSample>(static_cast<size_t>(n), s);
+}
+
+std::vector<WeakSample> operator+(std::vector<WeakSample> a, const std::vector<WeakSample>& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+TEST(WeakEvidence, BacksOnlyASteadyRun) {
+  const WeakSample abstains = weak(WeakSample::kAbstains);
+  const WeakSample against = weak(WeakSample::kAgainst, 1.0f);
+  const WeakSample neutral = weak(WeakSample::kNeutral, 2.5f);
+  WeakSample other = kWeak;
+  other.ripple = 1;
+  struct Row {
+    const char* what;
+    std::vector<WeakSample> samples;  // oldest first
+    bool backs100;
+  } rows[] = {
+      {"three steady pairs", times(kWeak, 3), true},
+      {"two pairs are not enough", times(kWeak, 2), false},
+      {"three faint pairs do not add up", times(weak(WeakSample::kBacks, 4.0f), 3), false},
+      {"four faint pairs do", times(weak(WeakSample::kBacks, 4.0f), 4), true},
+      // Each pair's SNR is capped: one clear pair cannot carry two faint ones.
+      {"one clear pair",
+       times(weak(WeakSample::kBacks, 3.0f), 2) + times(weak(WeakSample::kBacks, 40.0f), 1), false},
+      {"frozen pairs in between are passed over",
+       times(kWeak, 1) + times(abstains, 3) + times(kWeak, 2), true},
+      {"one pair against is tolerated", times(kWeak, 2) + times(against, 1) + times(kWeak, 1),
+       true},
+      {"two pairs against are not", times(kWeak, 1) + times(against, 2) + times(kWeak, 2), false},
+      {"the newest pair must show it", times(kWeak, 4) + times(neutral, 1), false},
+      {"a scene change ends the run",
+       times(kWeak, 2) + times(weak(WeakSample::kBreak), 1) + times(kWeak, 2), false},
+      {"a run after the scene change",
+       times(kWeak, 2) + times(weak(WeakSample::kBreak), 1) + times(kWeak, 3), true},
+      // A lamp's banding is steady; texture leaking under motion is not.
+      {"unsteady amplitudes",
+       times(kWeak, 1) + times(weak(WeakSample::kBacks, 5.0f, 0.006f), 1) + times(kWeak, 1), false},
+      {"stale run", times(kWeak, 3) + times(abstains, WeakEvidence::kSpan - 2), false},
+      {"a sample for the other ripple breaks the run",
+       times(kWeak, 2) + times(other, 1) + times(kWeak, 2), false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    WeakEvidence w;
+    for (const WeakSample& s : row.samples) {
+      w.push(s);
+    }
+    double banding = -1.0;
+    EXPECT_EQ(w.backs(0, &banding), row.backs100);
+    if (row.backs100) {
+      EXPECT_NEAR(banding, 0.003, 1e-6);  // the backing pairs' mean amplitude
+    }
+    EXPECT_FALSE(w.backs(1, &banding));
+    w.clear();
+    EXPECT_FALSE(w.backs(0, &banding));
+  }
+}
+
+// What one pair says about a weak 100 Hz ripple while state 60 is applied.
+TEST(WeakEvidence, ClassifiesAPair) {
+  PairEvidence steady{};
+  steady.analysable = true;
+  steady.differenceFitted = true;
+  steady.periodRipple = -1;
+  steady.cancelled[1] = true;
+  steady.visibility[0] = 0.8;
+  steady.visibility[1] = 0.5;
+  steady.loneExplained = -1.0;
+  steady.sceneResidual = 0.004;
+  steady.temporal[0] = RippleSummary{0.003, 0.005, 5.0, 0.83, 0.4, 6};
+  steady.temporalAmplitude[0] = 0.003;
+  const auto with = [&](auto change) {
+    PairEvidence e = steady;
+    change(e);
+    return e;
+  };
+  struct Row {
+    const char* what;
+    PairEvidence ev;
+    double rival;
+    WeakSample::Kind kind;
+  } rows[] = {
+      {"a steady weak ripple", steady, 0.0005, WeakSample::kBacks},
+      {"no more than the cancelled column", steady, 0.002, WeakSample::kNeutral},
+      {"within the shift's leak", with([](PairEvidence& e) { e.shiftLeak[0] = 0.002; }), 0.0,
+       WeakSample::kNeutral},
+      {"the windows disagree", with([](PairEvidence& e) { e.temporal[0].agreement = 0.33; }), 0.0,
+       WeakSample::kNeutral},
+      {"a strong ripple is for the votes",
+       with([](PairEvidence& e) { e.temporalAmplitude[0] = 0.05; }), 0.0, WeakSample::kNeutral},
+      {"a lone fit that explains little", with([](PairEvidence& e) { e.loneExplained = 1.0; }), 0.0,
+       WeakSample::kNeutral},
+      {"seen and not shown", with([](PairEvidence& e) { e.temporal[0].snr = 1.0; }), 0.0,
+       WeakSample::kAgainst},
+      {"applied ripple not cancelled", with([](PairEvidence& e) { e.cancelled[1] = false; }), 0.0,
+       WeakSample::kAbstains},
+      {"phase frozen", with([](PairEvidence& e) {
+         e.frozen[0] = true;
+         e.temporal[0].snr = 1.0;
+       }),
+       0.0, WeakSample::kAbstains},
+      // What a still ripple's column shows is not that ripple: the leftover
+      // of a deep applied lamp, say, whose steadiness must not count.
+      {"phase still, column significant", with([](PairEvidence& e) {
+         e.frozen[0] = true;
+         e.visibility[0] = 0.05;
+       }),
+       0.0, WeakSample::kBreak},
+      // The applied ripple stands still: nothing it leaves can hide the
+      // ripple or fake it, and the ripple is not there.
+      {"a clean look shows little", with([](PairEvidence& e) {
+         e.visibility[1] = 0.05;
+         e.temporal[0].snr = 2.5;
+       }),
+       0.0, WeakSample::kBreak},
+      {"a clean look shows it", with([](PairEvidence& e) { e.visibility[1] = 0.05; }), 0.0,
+       WeakSample::kBacks},
+      {"scene change", with([](PairEvidence& e) { e.sceneChange = true; }), 0.0,
+       WeakSample::kBreak},
+  };
+  const AlgoKnobs knobs = AlgoTuning::defaults();
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    const WeakSample s = WeakEvidence::sampleOf(row.ev, 1, row.rival, knobs);
+    EXPECT_EQ(s.kind, row.kind);
+    if (s.kind != WeakSample::kAbstains) {
+      EXPECT_EQ(s.ripple, 0);
+    }
   }
 }
 

@@ -169,6 +169,23 @@ TEST(HardScenes, WeakLamps) {
                 "fps=30 timing=fixed motion=v1 texture=piecewise geometry=4000x3000@10us",
             1716),
        2},
+      // No single pair reaches the vote level, but the ripple stays, pair
+      // after pair, at the same amplitude.
+      {"2 lines per frame, dim, fixed rate",
+       cell(std::string(weak) +
+                "fps=24 timing=fixed noise=dim motion=v2 texture=natural geometry=1920x1080@12.5us",
+            624),
+       4},
+      {"hand-held, fixed rate",
+       cell(std::string(weak) + "fps=24 timing=fixed noise=normal motion=handheld texture=natural "
+                                "geometry=1920x1080@12.5us",
+            604),
+       6},
+      {"60 Hz from 50, 1 line per frame, dim",
+       cell("light=incandescent ripple=0.02 mains=60 start=50 exposure=long fps=29.97 timing=free "
+            "noise=dim motion=v1 texture=piecewise geometry=1920x1080@10us",
+            657),
+       8},
   });
 }
 

@@ -1,0 +1,144 @@
+#include "weak_evidence.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace open_algo {
+namespace {
+
+// A backing pair: at least half of the windows agree with the combined
+// phasor (a vote needs two thirds for full evidence).
+constexpr double kMinAgreement = 0.5;
+// Its ripple stands this many times above what the scene's vertical shift
+// may have put into its column.
+constexpr double kMinAboveLeak = 3.0;
+// A lone fit (the other ripple cancelled, a short readout) explains the
+// windows' mean difference at least this many times better than the line
+// alone. A weak lamp's ripple is only a few times the noise per bin, so the
+// single pair's test (sixteen times) is out of its reach; the steadiness
+// over several pairs takes its place against a drifting edge or a PWM
+// lamp's bands.
+constexpr double kMinLoneExplained = 2.0;
+// Residual rms of the difference under which the scene counts as still
+// enough to show a weak ripple (the vote's evidence starts to fade there).
+constexpr double kMaxResidual = 0.02;
+// Visibility |sin(pi f dt)| under which a ripple stands still between the
+// frames: the difference keeps under a fifth of it.
+constexpr double kStillVisibility = 0.1;
+// Banding above this is no weak lamp: single pairs decide it.
+constexpr double kMaxWeakAmplitude = 0.02;
+// A pair that could show the ripple and gives it an SNR under this speaks
+// against it.
+constexpr double kAgainstSnr = 2.0;
+// At least this many backing pairs, each SNR capped at kSnrCap, combine to
+// at least kCombinedSnr (root sum of squares, the SNR of their
+// noise-weighted mean): three pairs at 4.6 or four at 4, never fewer than
+// three. The cap keeps one pair (texture that happens to fit) from carrying
+// the run: one pair at the cap with two at the SNR threshold falls short.
+constexpr int kMinBacking = 3;
+constexpr double kSnrCap = 6.0;
+constexpr double kCombinedSnr = 8.0;
+// At most this many pairs of the window speak against it.
+constexpr int kMaxAgainst = 1;
+// A lamp's banding is steady: the backing amplitudes lie within this ratio.
+constexpr double kSteadyRatio = 1.6;
+
+}  // namespace
+
+WeakSample WeakEvidence::sampleOf(const PairEvidence& ev, int applied, double rival,
+                                  const AlgoKnobs& knobs) {
+  WeakSample s{};
+  if (applied < 0 || applied >= kRipples || !ev.analysable || ev.periodRipple >= 0) {
+    return s;
+  }
+  const int f = 1 - applied;
+  s.ripple = static_cast<int8_t>(f);
+  if (ev.sceneChange) {
+    s.kind = WeakSample::kBreak;
+    return s;
+  }
+  // Only a cancelled applied ripple makes the comparison unambiguous, and
+  // only a fitted difference shows anything.
+  if (!ev.cancelled[applied] || ev.cancelled[f] || !ev.differenceFitted) {
+    return s;
+  }
+  const RippleSummary& t = ev.temporal[f];
+  if (ev.frozen[f]) {
+    // The ripple cannot move between these frames, so what its column shows
+    // is something else: what the exposure leaves of a deep applied lamp
+    // (|sinc| under 0.01 is not zero, and over a readout of one period the
+    // columns take each other's ripple), or texture. The run's steadiness
+    // may be that leftover's.
+    const bool still = ev.visibility[f] < kStillVisibility;
+    s.kind = still && t.snr >= knobs.snrThreshold && t.agreement >= kMinAgreement
+                 ? WeakSample::kBreak
+                 : WeakSample::kAbstains;
+    return s;
+  }
+  const double amplitude = ev.temporalAmplitude[f];
+  s.snr = static_cast<float>(t.snr);
+  s.amplitude = static_cast<float>(amplitude);
+  const double leak = ev.shiftLeak[f];
+  const bool backs = t.snr >= knobs.snrThreshold && t.agreement >= kMinAgreement &&
+                     amplitude >= knobs.minAmplitude && amplitude <= kMaxWeakAmplitude &&
+                     (leak <= 0.0 || t.phasor >= kMinAboveLeak * leak) &&
+                     (ev.loneExplained < 0.0 || ev.loneExplained >= kMinLoneExplained) &&
+                     ev.sceneResidual < kMaxResidual && amplitude >= knobs.dominance * rival;
+  s.kind = backs                 ? WeakSample::kBacks
+           : t.snr < kAgainstSnr ? WeakSample::kAgainst
+                                 : WeakSample::kNeutral;
+  if (s.kind != WeakSample::kBacks && ev.visibility[applied] < kStillVisibility) {
+    // A clean look: the applied ripple stands still between the frames, so
+    // nothing it leaves can show in the difference, and the ripple did not
+    // show clearly. What the other pairs saw may have been that leftover.
+    s.kind = WeakSample::kBreak;
+  }
+  return s;
+}
+
+void WeakEvidence::push(const WeakSample& sample) {
+  ring_[next_] = sample;
+  next_ = (next_ + 1) % kSpan;
+  count_ = std::min(count_ + 1, kSpan);
+}
+
+bool WeakEvidence::backs(int ripple, double* banding) const {
+  int seen = 0;
+  int backing = 0;
+  int against = 0;
+  double snr2 = 0.0;
+  double sum = 0.0;
+  double lo = 0.0;
+  double hi = 0.0;
+  for (int age = 0; age < count_ && seen < kPairs; ++age) {
+    const WeakSample& s = ring_[(next_ - 1 - age + kSpan) % kSpan];
+    if (s.kind == WeakSample::kAbstains) {
+      continue;
+    }
+    if (s.kind == WeakSample::kBreak || s.ripple != ripple) {
+      break;  // older samples saw another scene
+    }
+    if (seen == 0 && s.kind != WeakSample::kBacks) {
+      return false;  // the newest pair that could see it must show it
+    }
+    ++seen;
+    if (s.kind == WeakSample::kAgainst) {
+      ++against;
+    } else if (s.kind == WeakSample::kBacks) {
+      const double a = s.amplitude;
+      lo = backing == 0 ? a : std::min(lo, a);
+      hi = backing == 0 ? a : std::max(hi, a);
+      ++backing;
+      snr2 += std::pow(std::min<double>(s.snr, kSnrCap), 2.0);
+      sum += a;
+    }
+  }
+  if (backing < kMinBacking || against > kMaxAgainst || std::sqrt(snr2) < kCombinedSnr ||
+      hi > kSteadyRatio * lo) {
+    return false;
+  }
+  *banding = sum / backing;
+  return true;
+}
+
+}  // namespace open_algo

@@ -1,0 +1,65 @@
+// Weak-evidence path of the verdict: a shallow ripple of the frequency not
+// applied, steady over a few pairs, none of which reaches the vote level.
+//
+// A 2 % lamp under an exposure on whole periods of the other ripple leaves
+// 0.1 to 0.4 % of banding in the frames. Pooled over the statistics lines it
+// stands well above the sensor noise, but hand shake, a vertical drift and a
+// short readout keep each pair's evidence near the SNR threshold, and the
+// windows' agreement wavers from pair to pair: the votes of consecutive pairs
+// rarely line up. What sets such a lamp apart from texture and motion is that
+// it stays: its ripple is seen pair after pair at about the same amplitude,
+// while the applied ripple, cancelled by the exposure, cannot explain it.
+//
+// Each detection gives a sample of the ripple that is not applied: backing
+// (significant, windows agreeing, above the shift's leak, in the range of a
+// weak lamp, dominant over the cancelled column), neutral, against (the pair
+// could show the ripple and did not), a break (a scene change), or an
+// abstention (the pair could not show it: frozen phase, nothing fitted).
+// The newest samples back the ripple when enough of them do, their SNRs
+// combine (each capped, so one clear pair cannot decide alone) to a clear
+// total, their amplitudes agree, and at most one pair spoke against it.
+//
+// Threading: none of its own; its owner serialises access.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "algo_tuning.h"
+#include "pair_evidence.h"
+
+namespace open_algo {
+
+struct WeakSample {
+  enum Kind : int8_t { kAbstains = 0, kBacks, kNeutral, kAgainst, kBreak };
+  int8_t kind;
+  int8_t ripple;    // the ripple not applied: 0 = 100 Hz, 1 = 120 Hz
+  float snr;        // its temporal SNR
+  float amplitude;  // its frame ripple estimated from the difference, log units
+};
+
+class WeakEvidence {
+ public:
+  // Samples that did not abstain taking part in a verdict.
+  static constexpr int kPairs = 6;
+  // Detections a sample stays usable.
+  static constexpr int kSpan = 3 * kPairs;
+
+  // The pair's sample for the ripple not applied (`applied` a frequency
+  // code), `rival` the amplitude that ripple must dominate in a vote.
+  static WeakSample sampleOf(const PairEvidence& ev, int applied, double rival,
+                             const AlgoKnobs& knobs);
+
+  void clear() { count_ = 0; }
+  void push(const WeakSample& sample);
+  // True when the newest samples back `ripple`; `banding` then receives the
+  // mean amplitude of the backing samples.
+  bool backs(int ripple, double* banding) const;
+
+ private:
+  std::array<WeakSample, kSpan> ring_{};
+  int next_ = 0;
+  int count_ = 0;
+};
+
+}  // namespace open_algo
