@@ -25,11 +25,13 @@ ProbeSample with(ProbeSample s, float snr, float probeSnr, float amplitude, floa
   return s;
 }
 
-std::vector<ProbeSample> repeat(const ProbeSample& s, int n) {
-  return std::vector<ProbeSample>(static_cast<size_t>(n), s);
+template <typename Sample>
+std::vector<Sample> repeat(const Sample& s, int n) {
+  return std::vector<Sample>(static_cast<size_t>(n), s);
 }
 
-std::vector<ProbeSample> operator+(std::vector<ProbeSample> a, const std::vector<ProbeSample>& b) {
+template <typename Sample>
+std::vector<Sample> operator+(std::vector<Sample> a, const std::vector<Sample>& b) {
   a.insert(a.end(), b.begin(), b.end());
   return a;
 }
@@ -90,15 +92,6 @@ WeakSample weak(WeakSample::Kind kind, float snr = 5.0f, float amplitude = 0.003
   return WeakSample{kind, 0, snr, amplitude};
 }
 
-std::vector<WeakSample> times(const WeakSample& s, int n) {
-  return std::vector<WeakSample>(static_cast<size_t>(n), s);
-}
-
-std::vector<WeakSample> operator+(std::vector<WeakSample> a, const std::vector<WeakSample>& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-
 TEST(WeakEvidence, BacksOnlyASteadyRun) {
   const WeakSample abstains = weak(WeakSample::kAbstains);
   const WeakSample against = weak(WeakSample::kAgainst, 1.0f);
@@ -110,29 +103,32 @@ TEST(WeakEvidence, BacksOnlyASteadyRun) {
     std::vector<WeakSample> samples;  // oldest first
     bool backs100;
   } rows[] = {
-      {"three steady pairs", times(kWeak, 3), true},
-      {"two pairs are not enough", times(kWeak, 2), false},
-      {"three faint pairs do not add up", times(weak(WeakSample::kBacks, 4.0f), 3), false},
-      {"four faint pairs do", times(weak(WeakSample::kBacks, 4.0f), 4), true},
+      {"three steady pairs", repeat(kWeak, 3), true},
+      {"two pairs are not enough", repeat(kWeak, 2), false},
+      {"three faint pairs do not add up", repeat(weak(WeakSample::kBacks, 4.0f), 3), false},
+      {"four faint pairs do", repeat(weak(WeakSample::kBacks, 4.0f), 4), true},
       // Each pair's SNR is capped: one clear pair cannot carry two faint ones.
       {"one clear pair",
-       times(weak(WeakSample::kBacks, 3.0f), 2) + times(weak(WeakSample::kBacks, 40.0f), 1), false},
+       repeat(weak(WeakSample::kBacks, 3.0f), 2) + repeat(weak(WeakSample::kBacks, 40.0f), 1),
+       false},
       {"frozen pairs in between are passed over",
-       times(kWeak, 1) + times(abstains, 3) + times(kWeak, 2), true},
-      {"one pair against is tolerated", times(kWeak, 2) + times(against, 1) + times(kWeak, 1),
+       repeat(kWeak, 1) + repeat(abstains, 3) + repeat(kWeak, 2), true},
+      {"one pair against is tolerated", repeat(kWeak, 2) + repeat(against, 1) + repeat(kWeak, 1),
        true},
-      {"two pairs against are not", times(kWeak, 1) + times(against, 2) + times(kWeak, 2), false},
-      {"the newest pair must show it", times(kWeak, 4) + times(neutral, 1), false},
+      {"two pairs against are not", repeat(kWeak, 1) + repeat(against, 2) + repeat(kWeak, 2),
+       false},
+      {"the newest pair must show it", repeat(kWeak, 4) + repeat(neutral, 1), false},
       {"a scene change ends the run",
-       times(kWeak, 2) + times(weak(WeakSample::kBreak), 1) + times(kWeak, 2), false},
+       repeat(kWeak, 2) + repeat(weak(WeakSample::kBreak), 1) + repeat(kWeak, 2), false},
       {"a run after the scene change",
-       times(kWeak, 2) + times(weak(WeakSample::kBreak), 1) + times(kWeak, 3), true},
+       repeat(kWeak, 2) + repeat(weak(WeakSample::kBreak), 1) + repeat(kWeak, 3), true},
       // A lamp's banding is steady; texture leaking under motion is not.
       {"unsteady amplitudes",
-       times(kWeak, 1) + times(weak(WeakSample::kBacks, 5.0f, 0.006f), 1) + times(kWeak, 1), false},
-      {"stale run", times(kWeak, 3) + times(abstains, WeakEvidence::kSpan - 2), false},
+       repeat(kWeak, 1) + repeat(weak(WeakSample::kBacks, 5.0f, 0.006f), 1) + repeat(kWeak, 1),
+       false},
+      {"stale run", repeat(kWeak, 3) + repeat(abstains, WeakEvidence::kSpan - 2), false},
       {"a sample for the other ripple breaks the run",
-       times(kWeak, 2) + times(other, 1) + times(kWeak, 2), false},
+       repeat(kWeak, 2) + repeat(other, 1) + repeat(kWeak, 2), false},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);

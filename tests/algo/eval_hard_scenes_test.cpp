@@ -176,10 +176,10 @@ TEST(HardScenes, WeakLamps) {
                 "fps=24 timing=fixed noise=dim motion=v2 texture=natural geometry=1920x1080@12.5us",
             624),
        4},
-      {"hand-held, fixed rate",
-       cell(std::string(weak) + "fps=24 timing=fixed noise=normal motion=handheld texture=natural "
-                                "geometry=1920x1080@12.5us",
-            604),
+      {"60 fps, 2 lines per frame, half a period",
+       cell(std::string(weak) + "fps=60 timing=fixed noise=normal motion=v2 texture=natural "
+                                "geometry=640x480@12us",
+            1632),
        6},
       {"60 Hz from 50, 1 line per frame, dim",
        cell("light=incandescent ripple=0.02 mains=60 start=50 exposure=long fps=29.97 timing=free "
