@@ -205,17 +205,19 @@ double ShiftEstimator::edgeMatch(int windows, int n, int k) const {
   const int j1 = std::min(n, n - k);
   double xy = 0.0, xx = 0.0, yy = 0.0;
   for (int w = 0; w < windows; ++w) {
-    const double* x = edges_[0][w];
-    const double* y = edges_[1][w] + k;
+    // Both pointers start at the overlap so neither points before its array.
+    const double* x = edges_[0][w] + j0;
+    const double* y = edges_[1][w] + (j0 + k);
+    const int count = j1 - j0;
     double p[4] = {};
-    int j = j0;
-    for (; j + 4 <= j1; j += 4) {
+    int j = 0;
+    for (; j + 4 <= count; j += 4) {
       p[0] += x[j] * y[j];
       p[1] += x[j + 1] * y[j + 1];
       p[2] += x[j + 2] * y[j + 2];
       p[3] += x[j + 3] * y[j + 3];
     }
-    for (; j < j1; ++j) {
+    for (; j < count; ++j) {
       p[0] += x[j] * y[j];
     }
     xy += (p[0] + p[1]) + (p[2] + p[3]);
