@@ -467,9 +467,9 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   summariseSpatial(in, knobs, out);
   compareWithReference(in, knobs, out);
   out->periodRipple = -1;
-  if (periodsFit && PeriodTest::isDeep(binner_, in.windows)) {
+  if (periodsFit && PeriodCheck::isDeep(binner_, in.windows)) {
     periods_.run(binner_, in.windows, out);
-    int f = PeriodTest::periodicRipple(*out, in.windows);
+    int f = PeriodCheck::periodicRipple(*out, in.windows);
     if (f >= 0 && f == oneSided && out->periodSpread[f] < out->stillLeftover) {
       // What the still ripple's creep left may make the difference deep.
       // Where the exposure changed between the frames, a still ripple also

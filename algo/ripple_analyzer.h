@@ -14,7 +14,7 @@
 // fitted, a vertical shift of the scene between the frames is estimated and
 // removed (ShiftEstimator). The windows are then combined robustly
 // (WindowCombiner), and a deep difference is also tested for the period of
-// either ripple (PeriodTest).
+// either ripple (PeriodCheck).
 //
 // A ripple whose phase stands still between the pair's frames (the frame
 // rate a multiple of it) while the exposure cancels the other cannot show in
@@ -36,7 +36,7 @@
 #include "algo_tuning.h"
 #include "line_binner.h"
 #include "pair_evidence.h"
-#include "period_test.h"
+#include "period_check.h"
 #include "ripple_least_squares.h"
 #include "shift_estimator.h"
 
@@ -111,7 +111,7 @@ class RippleAnalyzer {
   LineBinner binner_;
   RippleLeastSquares fitter_;
   ShiftEstimator shift_;
-  PeriodTest periods_;
+  PeriodCheck periods_;
   int frameModel_ = 0;  // model keys of the current pair; -1: frames not fitted
   int diffModel_ = 0;
   // Candidate models of the difference with one second harmonic.

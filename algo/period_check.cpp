@@ -1,4 +1,4 @@
-#include "period_test.h"
+#include "period_check.h"
 
 #include <algorithm>
 #include <cmath>
@@ -32,7 +32,7 @@ constexpr double kHalfPeriodic = 0.6;
 
 }  // namespace
 
-bool PeriodTest::plan(double lineTime, int subLines, int subBins) {
+bool PeriodCheck::plan(double lineTime, int subLines, int subBins) {
   for (int f = 0; f < kRipples; ++f) {
     periodSub_[f] = static_cast<int>(std::lround(1.0 / (kRippleHz[f] * lineTime * subLines)));
     halfSub_[f] = static_cast<int>(std::lround(0.5 / (kRippleHz[f] * lineTime * subLines)));
@@ -42,7 +42,7 @@ bool PeriodTest::plan(double lineTime, int subLines, int subBins) {
   return comparable_[0];
 }
 
-bool PeriodTest::isDeep(const LineBinner& binner, int windows) {
+bool PeriodCheck::isDeep(const LineBinner& binner, int windows) {
   double spread[kMaxWindows];
   for (int w = 0; w < windows; ++w) {
     const double* d = binner.profile(LineBinner::kDiff, w);
@@ -62,7 +62,7 @@ bool PeriodTest::isDeep(const LineBinner& binner, int windows) {
   return WindowCombiner::median(spread, windows) >= kDeepSpread;
 }
 
-int PeriodTest::periodicRipple(const PairEvidence& e, int windows) {
+int PeriodCheck::periodicRipple(const PairEvidence& e, int windows) {
   const int minWindows = std::max(1, (windows + 1) / 2);
   bool usable[kRipples];
   double spread = 0.0;
@@ -85,7 +85,7 @@ int PeriodTest::periodicRipple(const PairEvidence& e, int windows) {
   return -1;
 }
 
-void PeriodTest::run(const LineBinner& binner, int windows, PairEvidence* out) const {
+void PeriodCheck::run(const LineBinner& binner, int windows, PairEvidence* out) const {
   out->periodTested = true;
   for (int f = 0; f < kRipples; ++f) {
     out->periodWindows[f] =
@@ -99,8 +99,8 @@ void PeriodTest::run(const LineBinner& binner, int windows, PairEvidence* out) c
   }
 }
 
-int PeriodTest::concordance(const LineBinner& binner, int windows, int lag, double* periodicity,
-                            double* spreadOut) {
+int PeriodCheck::concordance(const LineBinner& binner, int windows, int lag, double* periodicity,
+                             double* spreadOut) {
   const int subBins = binner.subBins();
   double ccc[kMaxWindows];
   double spread[kMaxWindows];

@@ -1,4 +1,4 @@
-// Period test of a deep frame difference.
+// Period check of a deep frame difference.
 //
 // A rectified LED under a short exposure is dark for part of every half
 // cycle: each frame is a pulse train whose harmonics are as strong as its
@@ -20,7 +20,7 @@
 
 namespace open_algo {
 
-class PeriodTest {
+class PeriodCheck {
  public:
   // Lags of the ripple periods in sub-bins of `subLines` lines of `lineTime`
   // seconds; false when the sub-bins cannot hold a 100 Hz period and enough
