@@ -125,6 +125,10 @@ CellOutcome assess(const EvalCell& cell, const flicker_sim::SimScenario& scenari
     const int other = s.lockedHz == 50 ? 60 : 50;
     o.residualFinal = residualBanding(*light, stateExposure(exposure, s.lockedHz, s.lockedHz));
     o.residualOther = residualBanding(*light, stateExposure(exposure, s.lockedHz, other));
+    if (!result.pairs.empty()) {
+      o.residualNoise =
+          kNoiseSigmas * bandNoise(physicsOf(scenario, result.pairs.back(), s.lockedHz, startS));
+    }
     return o;
   }
   const int truth = s.expectedHz;

@@ -8,7 +8,8 @@
 // wrong state, under the final light, shows the lamp's ripple by physics
 // (pairSight is not kHidden). Mixed light has no single right answer and
 // never counts: its state changes are counted instead, and whether the run
-// settled on the state that leaves the weaker residual banding. The final
+// settled on the state that leaves the weaker residual banding (or banding
+// within what a pair can tell from the other state's). The final
 // exposure stands for each state's: whole periods of that state as near its
 // length as there are (a short exposure, below a period, stays as it is).
 //
@@ -58,6 +59,9 @@ struct CellOutcome {
   // Mixed light: residual banding of the final state and of the other one.
   double residualFinal = -1;
   double residualOther = -1;
+  // Least difference of residual banding a pair tells apart (kNoiseSigmas
+  // standard errors of a frame's bands, at the run's last pair).
+  double residualNoise = 0;
   int switches = 0;  // state changes during the run
   double durationMs = 0;
   int pairs = 0;
@@ -65,7 +69,7 @@ struct CellOutcome {
   // The run started wrong under a steady lamp and could see it.
   bool startsWrong() const { return ok && counted && !held && !cell.isSwitch() && !cell.isOnset(); }
   bool onsetWrong() const { return ok && counted && !held && cell.isOnset(); }
-  bool settledWeaker() const { return residualFinal <= residualOther * (1 + 1e-9) + 1e-12; }
+  bool settledWeaker() const { return residualFinal <= residualOther + residualNoise + 1e-12; }
 };
 
 // Runs the cell closed-loop for `seconds` of simulated time.

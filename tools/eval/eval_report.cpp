@@ -322,7 +322,7 @@ void writeCsv(std::ostream& out, const std::vector<CellOutcome>& outcomes) {
   out << "seed,ok,counted,held,showing_pairs,final_ripple,right,locked_hz,expected_hz,switches,"
          "pairs,"
          "lock_pairs,lock_moving_pairs,lock_ms,switch_pairs,switch_moving_pairs,switch_ms,"
-         "onset_pairs,onset_ms,residual_final,residual_other,duration_ms,error\n";
+         "onset_pairs,onset_ms,residual_final,residual_other,residual_noise,duration_ms,error\n";
   for (const CellOutcome& o : outcomes) {
     for (const std::string& d : dims) {
       out << csvField(o.cell.value(d)) << ",";
@@ -333,8 +333,8 @@ void writeCsv(std::ostream& out, const std::vector<CellOutcome>& outcomes) {
         << o.lockMovingPairs << "," << fmt("%.1f", o.lockMs) << "," << o.switchPairs << ","
         << o.switchMovingPairs << "," << fmt("%.1f", o.switchMs) << "," << o.onsetPairs << ","
         << fmt("%.1f", o.onsetMs) << "," << fmt("%.5f", o.residualFinal) << ","
-        << fmt("%.5f", o.residualOther) << "," << fmt("%.1f", o.durationMs) << ","
-        << csvField(o.error) << "\n";
+        << fmt("%.5f", o.residualOther) << "," << fmt("%.6f", o.residualNoise) << ","
+        << fmt("%.1f", o.durationMs) << "," << csvField(o.error) << "\n";
   }
 }
 

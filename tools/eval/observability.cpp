@@ -64,9 +64,12 @@ double entryNoise(double electrons, double gain, int pixels,
   return std::sqrt(variance / pixels) / (k * electrons);
 }
 
+double bandNoise(const PairPhysics& p) {
+  return p.entryNoise * std::sqrt(2.0 / std::fmax(1, p.entries));
+}
+
 PairSight pairSight(const PairPhysics& p) {
-  const double fit = std::sqrt(2.0 / std::fmax(1, p.entries));  // one sinusoid over the block
-  const double frameNoise = p.entryNoise * fit;
+  const double frameNoise = bandNoise(p);
   const double differenceNoise = std::sqrt(2.0) * frameNoise;
   const double inFrame =
       p.depth * sincAbs(p.rippleHz * p.exposureS) * beyondLine(p.rippleHz * p.readoutS);

@@ -31,6 +31,8 @@
 // the root sum of squares, over every lamp and harmonic, of its share of the
 // light times its depth times |sinc(f E)|. Under mixed light each state
 // cancels its own ripple and leaves the other's; the better state leaves less.
+// Two states whose residuals differ by less than kNoiseSigmas standard errors
+// of a frame's bands leave banding no pair can tell apart: either is as good.
 //
 // Plain functions of values.
 #pragma once
@@ -67,6 +69,9 @@ enum class PairSight {
 };
 
 PairSight pairSight(const PairPhysics& pair);
+// Standard error of a frame's band amplitude: the sensor's temporal noise
+// pooled over the block by a fit of one sinusoid.
+double bandNoise(const PairPhysics& pair);
 
 // |sin(pi x) / (pi x)|: what an exposure of x periods leaves of a ripple.
 double sincAbs(double x);

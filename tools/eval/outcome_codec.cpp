@@ -47,6 +47,7 @@ void eachField(Outcome& o, F&& f) {
   f("onset_ms", o.onsetMs);
   f("residual_final", o.residualFinal);
   f("residual_other", o.residualOther);
+  f("residual_noise", o.residualNoise);
   f("switches", o.switches);
   f("duration_ms", o.durationMs);
   f("pairs", o.pairs);
