@@ -264,6 +264,7 @@ void LineBinner::buildDifference(int windows, int series, int from, int to) {
 }
 
 void LineBinner::keepReference(int frame, int windows) {
+  ++referenceStamp_;
   for (int w = 0; w < windows; ++w) {
     std::copy(sum_[frame][w], sum_[frame][w] + bins_, sum_[kReference][w]);
     std::copy(level_[frame][w], level_[frame][w] + bins_, level_[kReference][w]);

@@ -93,6 +93,11 @@ class LineBinner {
   uint8_t level(int frame, int window, int b) const { return level_[frame][window][b]; }
   double subSum(int frame, int window, int k) const { return subSum_[frame][window][k]; }
   uint8_t subLevel(int frame, int window, int k) const { return subLevel_[frame][window][k]; }
+  const double* subSums(int frame, int window) const { return subSum_[frame][window]; }
+  const uint8_t* subLevels(int frame, int window) const { return subLevel_[frame][window]; }
+  // Changes whenever the reference is kept anew, so that what is derived from
+  // the reference may be kept with it.
+  unsigned referenceStamp() const { return referenceStamp_; }
 
  private:
   // Stores bin `b` of `frame` from the running sums less their marks at the
@@ -105,6 +110,7 @@ class LineBinner {
   int binLines_ = 0;
   int subBins_ = 0;
   int subLines_ = 0;
+  unsigned referenceStamp_ = 0;
   double profile_[kSeries][kMaxWindows][kMaxBins] = {};
   uint8_t ok_[kSeries][kMaxWindows][kMaxBins] = {};
   double sum_[kFrames][kMaxWindows][kMaxBins] = {};

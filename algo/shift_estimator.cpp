@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "window_combiner.h"
 
@@ -24,6 +25,93 @@ constexpr double kRemovedShare = 0.25;
 // and clearly better than without a shift (by this much).
 constexpr double kMinEdgeMatch = 0.4;
 constexpr double kEdgeMatchMargin = 0.2;
+
+// The edges of one frame's W windows (see buildEdges), the windows side by
+// side: every window's sums run in the order of its sub-bins as one chain of
+// additions, and W independent chains overlap where one would wait.
+template <int W>
+double edgesOf(const LineBinner& binner, int frame, int n, double (*edges)[LineBinner::kMaxSubBins],
+               double (*squares)[LineBinner::kMaxSubBins + 1]) {
+  const double* sums[W];
+  const uint8_t* levels[W];
+  double total[W] = {};
+  int kept[W] = {};
+  for (int w = 0; w < W; ++w) {
+    sums[w] = binner.subSums(frame, w);
+    levels[w] = binner.subLevels(frame, w);
+  }
+  for (int j = 0; j < n; ++j) {
+    for (int w = 0; w < W; ++w) {
+      // Sums are never negative: adding zero for a flagged sub-bin leaves
+      // the total as it was.
+      const bool ok = levels[w][j] == 0;
+      total[w] += ok ? sums[w][j] : 0.0;
+      kept[w] += ok ? 1 : 0;
+    }
+  }
+  for (int w = 0; w < W; ++w) {
+    const double scale = total[w] > 0.0 ? kept[w] / total[w] : 0.0;
+    const double* s = sums[w];
+    const uint8_t* level = levels[w];
+    double* e = edges[w];
+    e[0] = 0.0;
+    e[n - 1] = 0.0;
+    for (int j = 1; j + 1 < n; ++j) {
+      const bool ok = (level[j - 1] | level[j] | level[j + 1]) == 0;
+      e[j] = ok ? scale * (s[j + 1] - 2.0 * s[j] + s[j - 1]) : 0.0;
+    }
+  }
+  // Running sums of squares give each lag's overlap its energy at once.
+  double run[W] = {};
+  for (int w = 0; w < W; ++w) {
+    squares[w][0] = 0.0;
+  }
+  for (int j = 0; j < n; ++j) {
+    for (int w = 0; w < W; ++w) {
+      run[w] += edges[w][j] * edges[w][j];
+      squares[w][j + 1] = run[w];
+    }
+  }
+  double energy = 0.0;
+  for (int w = 0; w < W; ++w) {
+    energy += squares[w][n];
+  }
+  return energy;
+}
+
+// Two doubles side by side, as a vector register holds them (a GCC and clang
+// extension): the compilers otherwise vectorise the loops below over j and
+// then add the lanes one by one.
+using TwoLanes = double __attribute__((vector_size(2 * sizeof(double))));
+
+TwoLanes twoAt(const double* p) {
+  TwoLanes v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+
+// Per window of a group of G, the sum of x[j] y[j] over `count` terms in four
+// partial sums (j modulo 4: the lanes of low[], then of high[]) added pairwise
+// at the end. The windows of a group run side by side, so their sums do not
+// wait on one another.
+template <int G>
+void crossProducts(const double* const* x, const double* const* y, int count, double* out) {
+  TwoLanes low[G] = {}, high[G] = {};
+  int j = 0;
+  for (; j + 4 <= count; j += 4) {
+    for (int g = 0; g < G; ++g) {
+      low[g] += twoAt(x[g] + j) * twoAt(y[g] + j);
+      high[g] += twoAt(x[g] + j + 2) * twoAt(y[g] + j + 2);
+    }
+  }
+  for (int g = 0; g < G; ++g) {
+    double p0 = low[g][0];
+    for (int i = j; i < count; ++i) {
+      p0 += x[g][i] * y[g][i];
+    }
+    out[g] = (p0 + low[g][1]) + (high[g][0] + high[g][1]);
+  }
+}
 
 }  // namespace
 
@@ -164,63 +252,49 @@ ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& 
 }
 
 double ShiftEstimator::buildEdges(const LineBinner& binner, int windows, int frame, int slot) {
-  const int n = binner.subBins();
-  double energy = 0.0;
-  for (int w = 0; w < windows; ++w) {
-    double* e = edges_[slot][w];
-    double* sq = edgeSquares_[slot][w];
-    double total = 0.0;
-    int kept = 0;
-    for (int j = 0; j < n; ++j) {
-      if (binner.subLevel(frame, w, j) == 0) {
-        total += binner.subSum(frame, w, j);
-        ++kept;
-      }
-    }
-    const double scale = total > 0.0 ? kept / total : 0.0;
-    e[0] = 0.0;
-    e[n - 1] = 0.0;
-    for (int j = 1; j + 1 < n; ++j) {
-      const bool ok = (binner.subLevel(frame, w, j - 1) | binner.subLevel(frame, w, j) |
-                       binner.subLevel(frame, w, j + 1)) == 0;
-      e[j] = ok ? scale * (binner.subSum(frame, w, j + 1) - 2.0 * binner.subSum(frame, w, j) +
-                           binner.subSum(frame, w, j - 1))
-                : 0.0;
-    }
-    // Running sums of squares give each lag's overlap its energy at once.
-    sq[0] = 0.0;
-    for (int j = 0; j < n; ++j) {
-      sq[j + 1] = sq[j] + e[j] * e[j];
-    }
-    energy += sq[n];
+  static_assert(kMaxWindows == 6, "one edge builder per window count");
+  using Builder = double (*)(const LineBinner&, int, int, double(*)[LineBinner::kMaxSubBins],
+                             double(*)[LineBinner::kMaxSubBins + 1]);
+  static constexpr Builder kBuilders[kMaxWindows] = {edgesOf<1>, edgesOf<2>, edgesOf<3>,
+                                                     edgesOf<4>, edgesOf<5>, edgesOf<6>};
+  return kBuilders[std::clamp(windows, 1, kMaxWindows) - 1](binner, frame, binner.subBins(),
+                                                            edges_[slot], edgeSquares_[slot]);
+}
+
+double ShiftEstimator::edgesOfFrom(const LineBinner& binner, int windows, int from) {
+  // The reference serves many detections: its edges are built once.
+  const bool reference = from == LineBinner::kReference;
+  const FromKey key{reference, &binner, binner.referenceStamp(), windows, binner.subBins()};
+  if (!(reference && fromKey_.sameAs(key))) {
+    fromEnergy_ = buildEdges(binner, windows, from, 0);
+    fromKey_ = key;
   }
-  return energy;
+  return fromEnergy_;
 }
 
 double ShiftEstimator::edgeMatch(int windows, int n, int k) const {
   // Edges of frame `from` at j against those of frame `to` at j + k, over
-  // the sub-bins both hold; four partial sums keep the loop free of one
-  // long chain.
+  // the sub-bins both hold.
   const int j0 = std::max(0, -k);
   const int j1 = std::min(n, n - k);
-  double xy = 0.0, xx = 0.0, yy = 0.0;
+  const double* x[kMaxWindows];
+  const double* y[kMaxWindows];
   for (int w = 0; w < windows; ++w) {
     // Both pointers start at the overlap so neither points before its array.
-    const double* x = edges_[0][w] + j0;
-    const double* y = edges_[1][w] + (j0 + k);
-    const int count = j1 - j0;
-    double p[4] = {};
-    int j = 0;
-    for (; j + 4 <= count; j += 4) {
-      p[0] += x[j] * y[j];
-      p[1] += x[j + 1] * y[j + 1];
-      p[2] += x[j + 2] * y[j + 2];
-      p[3] += x[j + 3] * y[j + 3];
-    }
-    for (; j < count; ++j) {
-      p[0] += x[j] * y[j];
-    }
-    xy += (p[0] + p[1]) + (p[2] + p[3]);
+    x[w] = edges_[0][w] + j0;
+    y[w] = edges_[1][w] + (j0 + k);
+  }
+  double products[kMaxWindows];
+  int w = 0;
+  for (; w + 3 <= windows; w += 3) {
+    crossProducts<3>(x + w, y + w, j1 - j0, products + w);
+  }
+  for (; w < windows; ++w) {
+    crossProducts<1>(x + w, y + w, j1 - j0, products + w);
+  }
+  double xy = 0.0, xx = 0.0, yy = 0.0;
+  for (w = 0; w < windows; ++w) {
+    xy += products[w];
     xx += edgeSquares_[0][w][j1] - edgeSquares_[0][w][j0];
     yy += edgeSquares_[1][w][j1 + k] - edgeSquares_[1][w][j0 + k];
   }
@@ -231,7 +305,7 @@ bool ShiftEstimator::matchEdges(const LineBinner& binner, int windows, int from,
                                 int reach, int* lines) {
   *lines = 0;
   const int n = binner.subBins();
-  if (n < 3 || !(buildEdges(binner, windows, from, 0) > 0.0) ||
+  if (n < 3 || !(edgesOfFrom(binner, windows, from) > 0.0) ||
       !(buildEdges(binner, windows, to, 1) > 0.0)) {
     return false;
   }

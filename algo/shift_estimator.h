@@ -76,10 +76,27 @@ class ShiftEstimator {
   // dark, clipped or beyond the frame) and edgeSquares_[slot] with their
   // running sums of squares; returns the sum of squares.
   double buildEdges(const LineBinner& binner, int windows, int frame, int slot);
+  // The edges of frame `from` in edges_[0]: kept from the last call when it
+  // is the same reference frame, built otherwise; returns their energy.
+  double edgesOfFrom(const LineBinner& binner, int windows, int from);
   // Normalised correlation of the edges of the two frames at lag k sub-bins.
   double edgeMatch(int windows, int n, int k) const;
 
+  // What edges_[0] was built from.
+  struct FromKey {
+    bool reference;
+    const LineBinner* binner;
+    unsigned stamp;
+    int windows, subBins;
+    bool sameAs(const FromKey& k) const {
+      return reference && k.reference && binner == k.binner && stamp == k.stamp &&
+             windows == k.windows && subBins == k.subBins;
+    }
+  };
+
   double grad_[kMaxWindows][kMaxBins] = {};
+  FromKey fromKey_{};
+  double fromEnergy_ = 0.0;
   double edges_[2][kMaxWindows][LineBinner::kMaxSubBins] = {};
   double edgeSquares_[2][kMaxWindows][LineBinner::kMaxSubBins + 1] = {};
 };
