@@ -115,15 +115,12 @@ void crossProducts(const double* const* x, const double* const* y, int count, do
 
 }  // namespace
 
-bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, int to) {
+void ShiftEstimator::placeBorders(const LineBinner& binner) {
+  // The bin borders lie between the same sub-bins in every window and frame.
   const int subBins = binner.subBins();
   const int subLines = binner.subLines();
-  const int binLines = binner.binLines();
-  constexpr uint8_t kOutside = LineBinner::kOutside;
-  // The level at a line from the sub-bins around it; a sub-bin beyond a
-  // frame binned with an offset gives way to its neighbour (*beyond when
-  // neither holds the line).
-  const auto levelAt = [&](int line, bool* fine, bool* beyond) {
+  for (int b = 0; b <= binner.bins(); ++b) {
+    const int line = b * binner.binLines();
     const double x = (line - 0.5 * subLines) / subLines;
     int j0 = static_cast<int>(std::floor(x));
     double frac = x - j0;
@@ -135,10 +132,25 @@ bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, in
       j0 = subBins - 1;
       frac = 0.0;
     }
-    int j1 = std::min(j0 + 1, subBins - 1);
-    const auto flags = [&](int j) {
-      return binner.subLevel(from, w, j) | binner.subLevel(to, w, j);
-    };
+    borders_[b] = Border{j0, std::min(j0 + 1, subBins - 1), frac};
+  }
+}
+
+bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, int to) {
+  const int subLines = binner.subLines();
+  constexpr uint8_t kOutside = LineBinner::kOutside;
+  const double* subFrom = binner.subSums(from, w);
+  const double* subTo = binner.subSums(to, w);
+  const uint8_t* levelFrom = binner.subLevels(from, w);
+  const uint8_t* levelTo = binner.subLevels(to, w);
+  // The level at bin border `b` from the sub-bins around it; a sub-bin
+  // beyond a frame binned with an offset gives way to its neighbour
+  // (*beyond when neither holds the line).
+  const auto levelAt = [&](int b, bool* fine, bool* beyond) {
+    int j0 = borders_[b].j0;
+    int j1 = borders_[b].j1;
+    double frac = borders_[b].frac;
+    const auto flags = [&](int j) { return levelFrom[j] | levelTo[j]; };
     if ((flags(j0) & kOutside) != 0) {
       j0 = j1;
       frac = 0.0;
@@ -148,8 +160,8 @@ bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, in
     const int both = flags(j0) | flags(j1);
     *beyond = *beyond || (both & kOutside) != 0;
     *fine = *fine && (both & ~kOutside) == 0;
-    const double v0 = binner.subSum(from, w, j0) + binner.subSum(to, w, j0);
-    const double v1 = binner.subSum(from, w, j1) + binner.subSum(to, w, j1);
+    const double v0 = subFrom[j0] + subTo[j0];
+    const double v1 = subFrom[j1] + subTo[j1];
     return ((1.0 - frac) * v0 + frac * v1) / subLines;
   };
   bool fine = true;
@@ -157,7 +169,7 @@ bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, in
   double start = levelAt(0, &fine, &beyondStart);
   for (int b = 0; b < binner.bins(); ++b) {
     bool beyondEnd = false;
-    const double end = levelAt((b + 1) * binLines, &fine, &beyondEnd);
+    const double end = levelAt(b + 1, &fine, &beyondEnd);
     const int levels = binner.level(from, w, b) | binner.level(to, w, b);
     const double bin = binner.sum(from, w, b) + binner.sum(to, w, b);
     // A bin beyond a frame is masked in the difference and gains nothing.
@@ -182,6 +194,7 @@ ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& 
   double sxx = 0.0, sxy = 0.0, rss = 0.0;
   int dof = 0, count = 0, usedWindows = 0;
   bool used[kMaxWindows] = {};
+  placeBorders(binner);
   // Per ripple, what one line of shift puts into each window's ripple column.
   double gradRe[kRipples][kMaxWindows], gradIm[kRipples][kMaxWindows];
   for (int w = 0; w < windows; ++w) {

@@ -67,6 +67,8 @@ class ShiftEstimator {
                   int* lines);
 
  private:
+  // Places the bin borders (line b x binLines) between their sub-bins.
+  void placeBorders(const LineBinner& binner);
   // Builds the change of each difference bin of `window` that a shift of one
   // line brings; false when the window's levels do not allow it.
   bool buildGradient(const LineBinner& binner, int window, int from, int to);
@@ -94,6 +96,13 @@ class ShiftEstimator {
     }
   };
 
+  // A bin border: the sub-bins it is interpolated between, and its place.
+  struct Border {
+    int j0, j1;
+    double frac;
+  };
+
+  Border borders_[kMaxBins + 1] = {};
   double grad_[kMaxWindows][kMaxBins] = {};
   FromKey fromKey_{};
   double fromEnergy_ = 0.0;
