@@ -57,8 +57,13 @@ double edgesOf(const LineBinner& binner, int frame, int n, double (*edges)[LineB
     e[0] = 0.0;
     e[n - 1] = 0.0;
     for (int j = 1; j + 1 < n; ++j) {
-      const bool ok = (level[j - 1] | level[j] | level[j + 1]) == 0;
-      e[j] = ok ? scale * (s[j + 1] - 2.0 * s[j] + s[j - 1]) : 0.0;
+      // Without a branch: a flagged neighbourhood clears the edge's bits.
+      const uint64_t keep = (level[j - 1] | level[j] | level[j + 1]) == 0 ? ~uint64_t{0} : 0;
+      const double edge = scale * (s[j + 1] - 2.0 * s[j] + s[j - 1]);
+      uint64_t bits;
+      std::memcpy(&bits, &edge, sizeof bits);
+      bits &= keep;
+      std::memcpy(&e[j], &bits, sizeof bits);
     }
   }
   // Running sums of squares give each lag's overlap its energy at once.
