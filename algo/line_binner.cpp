@@ -90,11 +90,13 @@ bool sumInRange(const int64_t* row, int lines, const EntryRange& range, uint64_t
   return true;
 }
 
+// Adds the rows to the sums; true when some entry was out of range and the
+// rows were counted entry by entry (bad and high may then have grown).
 template <int W>
-void sumRows(const int64_t* row, int lines, const EntryRange& range, uint64_t* acc, int* bad,
+bool sumRows(const int64_t* row, int lines, const EntryRange& range, uint64_t* acc, int* bad,
              int* high) {
   if (range.any && sumInRange<W>(row, lines, range, acc)) {
-    return;
+    return false;
   }
   int w = 0;
   for (; w + 3 <= W; w += 3) {
@@ -103,9 +105,10 @@ void sumRows(const int64_t* row, int lines, const EntryRange& range, uint64_t* a
   for (; w < W; ++w) {
     countGroup<1>(row, lines, W, w, range, acc, bad, high);
   }
+  return true;
 }
 
-using RowSummer = void (*)(const int64_t*, int, const EntryRange&, uint64_t*, int*, int*);
+using RowSummer = bool (*)(const int64_t*, int, const EntryRange&, uint64_t*, int*, int*);
 
 // The window count is a template argument, so the rows' layout is known to
 // the compiler. (The whole frame's loop specialised the same way was slower:
@@ -184,6 +187,9 @@ void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame, int
   int runHigh[kMaxWindows] = {}, binMarkHigh[kMaxWindows] = {}, subMarkHigh[kMaxWindows] = {};
   // Lines read beyond the frame, running and at the last bin's and sub-bin's end.
   int runOut = 0, binMarkOut = 0, subMarkOut = 0;
+  // Whether entries were counted out of range since the last sub-bin's end:
+  // without, its counts are zero and the marks of the counts stay as they are.
+  bool counted = false;
   int nextBin = binEnd > 0 ? binLines_ : end + 1;
   int nextSub = subEnd > 0 ? subLines_ : end + 1;
   for (int line = 0; line < end;) {
@@ -193,11 +199,11 @@ void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame, int
     runOut += (next - line) - (last - first);
     if (last > first) {
       const int64_t* row = data + static_cast<size_t>(first) * windows;
-      sumRows(row, last - first, range, run, runBad, runHigh);
+      counted = sumRows(row, last - first, range, run, runBad, runHigh) || counted;
     }
     if (next == nextBin) {
-      storeBin(target, next / binLines_ - 1, windows, logLines, range.clipTest, runOut != binMarkOut,
-               run, runBad, runHigh, binMark, binMarkBad, binMarkHigh);
+      storeBin(target, next / binLines_ - 1, windows, logLines, range.clipTest,
+               runOut != binMarkOut, run, runBad, runHigh, binMark, binMarkBad, binMarkHigh);
       binMarkOut = runOut;
       nextBin = next + binLines_ <= binEnd ? next + binLines_ : end + 1;
     }
@@ -205,15 +211,19 @@ void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame, int
       const int k = next / subLines_ - 1;
       const uint8_t outside = runOut != subMarkOut ? kOutside : 0;
       for (int w = 0; w < windows; ++w) {
+        subSum_[target][w][k] = outside != 0 ? 0.0 : static_cast<double>(run[w] - subMark[w]);
+        subLevel_[target][w][k] = outside;
+        subMark[w] = run[w];
+      }
+      for (int w = 0; counted && w < windows; ++w) {
         const int bad = runBad[w] - subMarkBad[w];
         const int high = runHigh[w] - subMarkHigh[w];
-        subSum_[target][w][k] = outside != 0 ? 0.0 : static_cast<double>(run[w] - subMark[w]);
         subLevel_[target][w][k] =
             static_cast<uint8_t>(outside | (high != 0 ? kClipped : 0) | (bad > high ? kDark : 0));
-        subMark[w] = run[w];
         subMarkBad[w] = runBad[w];
         subMarkHigh[w] = runHigh[w];
       }
+      counted = false;
       subMarkOut = runOut;
       nextSub = next + subLines_ <= subEnd ? next + subLines_ : end + 1;
     }
