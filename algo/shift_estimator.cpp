@@ -95,27 +95,44 @@ TwoLanes twoAt(const double* p) {
   return v;
 }
 
-// Per window of a group of G, the sum of x[j] y[j] over `count` terms in four
-// partial sums (j modulo 4: the lanes of low[], then of high[]) added pairwise
-// at the end. The windows of a group run side by side, so their sums do not
-// wait on one another.
-template <int G>
-void crossProducts(const double* const* x, const double* const* y, int count, double* out) {
-  TwoLanes low[G] = {}, high[G] = {};
+// For L lags at once, the sums of s[j] o[i + j] over j < count - i (lag i),
+// each in four partial sums (j modulo 4: the lanes of low[], then of high[];
+// the terms past the last group of four go to the first) added pairwise at
+// the end. The lags share the loads of s.
+template <int L>
+void laggedProducts(const double* s, const double* o, int count, double* out) {
+  TwoLanes low[L] = {}, high[L] = {};
   int j = 0;
-  for (; j + 4 <= count; j += 4) {
-    for (int g = 0; g < G; ++g) {
-      low[g] += twoAt(x[g] + j) * twoAt(y[g] + j);
-      high[g] += twoAt(x[g] + j + 2) * twoAt(y[g] + j + 2);
+  for (; j + 4 <= count - (L - 1); j += 4) {
+    const TwoLanes s0 = twoAt(s + j);
+    const TwoLanes s1 = twoAt(s + j + 2);
+    for (int i = 0; i < L; ++i) {
+      low[i] += s0 * twoAt(o + i + j);
+      high[i] += s1 * twoAt(o + i + j + 2);
     }
   }
-  for (int g = 0; g < G; ++g) {
-    double p0 = low[g][0];
-    for (int i = j; i < count; ++i) {
-      p0 += x[g][i] * y[g][i];
+  for (int i = 0; i < L; ++i) {
+    const int end = count - i;
+    int k = j;
+    for (; k + 4 <= end; k += 4) {
+      low[i] += twoAt(s + k) * twoAt(o + i + k);
+      high[i] += twoAt(s + k + 2) * twoAt(o + i + k + 2);
     }
-    out[g] = (p0 + low[g][1]) + (high[g][0] + high[g][1]);
+    double p0 = low[i][0];
+    for (; k < end; ++k) {
+      p0 += s[k] * o[i + k];
+    }
+    out[i] = (p0 + low[i][1]) + (high[i][0] + high[i][1]);
   }
+}
+
+// laggedProducts() for 1 to kLagBlock lags.
+constexpr int kLagBlock = 4;
+void laggedProducts(int lags, const double* s, const double* o, int count, double* out) {
+  using Products = void (*)(const double*, const double*, int, double*);
+  static constexpr Products kProducts[kLagBlock] = {laggedProducts<1>, laggedProducts<2>,
+                                                    laggedProducts<3>, laggedProducts<4>};
+  kProducts[lags - 1](s, o, count, out);
 }
 
 }  // namespace
@@ -290,33 +307,42 @@ double ShiftEstimator::edgesOfFrom(const LineBinner& binner, int windows, int fr
   return fromEnergy_;
 }
 
-double ShiftEstimator::edgeMatch(int windows, int n, int k) const {
+void ShiftEstimator::edgeMatches(int windows, int n, int first, int last, double* score) const {
   // Edges of frame `from` at j against those of frame `to` at j + k, over
-  // the sub-bins both hold.
-  const int j0 = std::max(0, -k);
-  const int j1 = std::min(n, n - k);
-  const double* x[kMaxWindows];
-  const double* y[kMaxWindows];
+  // the sub-bins both hold. The overlap of lag k >= 0 starts at the first
+  // edge of `from`, that of a lag k < 0 at the first edge of `to`: lags of
+  // one sign, taken outwards, share that array and differ in where the
+  // other one starts.
+  double products[2 * kMaxEdgeReach + 3][kMaxWindows];
   for (int w = 0; w < windows; ++w) {
-    // Both pointers start at the overlap so neither points before its array.
-    x[w] = edges_[0][w] + j0;
-    y[w] = edges_[1][w] + (j0 + k);
+    for (int k = std::max(first, 0); k <= last; k += kLagBlock) {
+      const int lags = std::min(kLagBlock, last - k + 1);
+      double out[kLagBlock];
+      laggedProducts(lags, edges_[0][w], edges_[1][w] + k, n - k, out);
+      for (int i = 0; i < lags; ++i) {
+        products[k + i - first][w] = out[i];
+      }
+    }
+    for (int k = std::min(last, -1); k >= first; k -= kLagBlock) {
+      const int lags = std::min(kLagBlock, k - first + 1);
+      double out[kLagBlock];
+      laggedProducts(lags, edges_[1][w], edges_[0][w] - k, n + k, out);
+      for (int i = 0; i < lags; ++i) {
+        products[k - i - first][w] = out[i];
+      }
+    }
   }
-  double products[kMaxWindows];
-  int w = 0;
-  for (; w + 3 <= windows; w += 3) {
-    crossProducts<3>(x + w, y + w, j1 - j0, products + w);
+  for (int k = first; k <= last; ++k) {
+    const int j0 = std::max(0, -k);
+    const int j1 = std::min(n, n - k);
+    double xy = 0.0, xx = 0.0, yy = 0.0;
+    for (int w = 0; w < windows; ++w) {
+      xy += products[k - first][w];
+      xx += edgeSquares_[0][w][j1] - edgeSquares_[0][w][j0];
+      yy += edgeSquares_[1][w][j1 + k] - edgeSquares_[1][w][j0 + k];
+    }
+    score[k - first] = xx > 0.0 && yy > 0.0 ? xy / std::sqrt(xx * yy) : 0.0;
   }
-  for (; w < windows; ++w) {
-    crossProducts<1>(x + w, y + w, j1 - j0, products + w);
-  }
-  double xy = 0.0, xx = 0.0, yy = 0.0;
-  for (w = 0; w < windows; ++w) {
-    xy += products[w];
-    xx += edgeSquares_[0][w][j1] - edgeSquares_[0][w][j0];
-    yy += edgeSquares_[1][w][j1 + k] - edgeSquares_[1][w][j0 + k];
-  }
-  return xx > 0.0 && yy > 0.0 ? xy / std::sqrt(xx * yy) : 0.0;
 }
 
 bool ShiftEstimator::matchEdges(const LineBinner& binner, int windows, int from, int to, int center,
@@ -337,15 +363,20 @@ bool ShiftEstimator::matchEdges(const LineBinner& binner, int windows, int from,
   const int lo = std::max(-limit, middle - reach) - 1;
   const int hi = std::min(limit, middle + reach) + 1;
   double score[2 * kMaxEdgeReach + 3];
+  edgeMatches(windows, n, lo, hi, score);
   int best = lo + 1;
-  for (int k = lo; k <= hi; ++k) {
-    score[k - lo] = edgeMatch(windows, n, k);
-    if (k > lo && k < hi && score[k - lo] > score[best - lo]) {
+  for (int k = lo + 1; k < hi; ++k) {
+    if (score[k - lo] > score[best - lo]) {
       best = k;
     }
   }
   const double peak = score[best - lo];
-  const double still = lo <= 0 && 0 <= hi ? score[-lo] : edgeMatch(windows, n, 0);
+  double still = 0.0;
+  if (lo <= 0 && 0 <= hi) {
+    still = score[-lo];
+  } else {
+    edgeMatches(windows, n, 0, 0, &still);
+  }
   if (peak < kMinEdgeMatch || (best != 0 && peak < still + kEdgeMatchMargin)) {
     return false;
   }

@@ -81,8 +81,10 @@ class ShiftEstimator {
   // The edges of frame `from` in edges_[0]: kept from the last call when it
   // is the same reference frame, built otherwise; returns their energy.
   double edgesOfFrom(const LineBinner& binner, int windows, int from);
-  // Normalised correlation of the edges of the two frames at lag k sub-bins.
-  double edgeMatch(int windows, int n, int k) const;
+  // Normalised correlations of the edges of the two frames at lags
+  // first..last sub-bins (at most 2 kMaxEdgeReach + 3 of them) into
+  // score[0..].
+  void edgeMatches(int windows, int n, int first, int last, double* score) const;
 
   // What edges_[0] was built from.
   struct FromKey {
