@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace open_algo {
 namespace {
@@ -9,15 +10,7 @@ namespace {
 // A ripple needs at least three bins per period to be told from the trend.
 constexpr double kMinBinsPerRipplePeriod = 3.0;
 
-// An entry is in range when floorSum < v < clipSum, i.e. low <= v <= top with
-// low = floorSum + 1 >= 1 and top = clipSum - 1 (`any`: top >= low).
-struct EntryRange {
-  uint64_t low;
-  uint64_t top;
-  uint64_t span;      // top - low + 1; 0 when no entry can be in range
-  uint64_t clipTest;  // entries at or over it (as unsigned) read as clipped
-  bool any;
-};
+using EntryRange = LineBinner::EntryRange;
 
 // One unsigned comparison: entries under the floor, and negative ones, wrap
 // to distances of at least span.
@@ -61,40 +54,66 @@ void countGroup(const int64_t* row, int lines, int stride, int first, const Entr
   }
 }
 
+// Two 64-bit lanes, as a vector register holds them (a GCC and clang
+// extension): written out, the rows' loop stays vectorised wherever the
+// compiler inlines it.
+using TwoLanes = uint64_t __attribute__((vector_size(2 * sizeof(uint64_t))));
+
+TwoLanes twoAt(const int64_t* p) {
+  TwoLanes v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+
 // The common case: `lines` whole rows of W windows. Per window a sum and an
 // OR of the entries' out-of-range bits: the same branch-free operations on
-// every window of a row, which compilers turn into vector operations over the
-// windows (two 64-bit lanes: GCC on the baseline x86-64, clang on 64-bit Arm;
-// GCC 12 for 64-bit Arm keeps it scalar, still without a branch per entry).
-// False, with nothing added, when any entry is out of range.
+// every window of a row, two windows to a vector (the baseline x86-64 and
+// 64-bit Arm vector sets both add, subtract and OR 64-bit lanes). False,
+// with nothing added, when any entry is out of range.
 template <int W>
 bool sumInRange(const int64_t* row, int lines, const EntryRange& range, uint64_t* acc) {
-  uint64_t a[W] = {}, bits[W] = {};
+  constexpr int kPairs = W / 2;
+  constexpr bool kOdd = W % 2 != 0;
+  TwoLanes a[kPairs + 1] = {}, bits[kPairs + 1] = {};
+  const TwoLanes low = {range.low, range.low};
+  const TwoLanes top = {range.top, range.top};
+  uint64_t lastSum = 0, lastBits = 0;
   for (int l = 0; l < lines; ++l, row += W) {
-    for (int w = 0; w < W; ++w) {
-      const uint64_t v = static_cast<uint64_t>(row[w]);
-      a[w] += v;
-      bits[w] |= rangeBits(v, range);
+    for (int p = 0; p < kPairs; ++p) {
+      const TwoLanes v = twoAt(row + 2 * p);
+      a[p] += v;
+      bits[p] |= (v - low) | (top - v);
+    }
+    if (kOdd) {
+      const uint64_t v = static_cast<uint64_t>(row[W - 1]);
+      lastSum += v;
+      lastBits |= rangeBits(v, range);
     }
   }
-  uint64_t out = 0;
-  for (int w = 0; w < W; ++w) {
-    out |= bits[w];
+  uint64_t out = lastBits;
+  for (int p = 0; p < kPairs; ++p) {
+    out |= bits[p][0] | bits[p][1];
   }
   if ((out >> 63) != 0) {
     return false;
   }
-  for (int w = 0; w < W; ++w) {
-    acc[w] += a[w];
+  for (int p = 0; p < kPairs; ++p) {
+    acc[2 * p] += a[p][0];
+    acc[2 * p + 1] += a[p][1];
+  }
+  if (kOdd) {
+    acc[W - 1] += lastSum;
   }
   return true;
 }
 
+// Adds the rows to the sums; true when some entry was out of range and the
+// rows were counted entry by entry (bad and high may then have grown).
 template <int W>
-void sumRows(const int64_t* row, int lines, const EntryRange& range, uint64_t* acc, int* bad,
+bool sumRows(const int64_t* row, int lines, const EntryRange& range, uint64_t* acc, int* bad,
              int* high) {
   if (range.any && sumInRange<W>(row, lines, range, acc)) {
-    return;
+    return false;
   }
   int w = 0;
   for (; w + 3 <= W; w += 3) {
@@ -103,18 +122,7 @@ void sumRows(const int64_t* row, int lines, const EntryRange& range, uint64_t* a
   for (; w < W; ++w) {
     countGroup<1>(row, lines, W, w, range, acc, bad, high);
   }
-}
-
-using RowSummer = void (*)(const int64_t*, int, const EntryRange&, uint64_t*, int*, int*);
-
-// The window count is a template argument, so the rows' layout is known to
-// the compiler. (The whole frame's loop specialised the same way was slower:
-// the compiler then no longer vectorised the rows' loop inside it.)
-RowSummer rowSummer(int windows) {
-  static_assert(kMaxWindows == 6, "one row summer per window count");
-  static constexpr RowSummer kSummers[kMaxWindows] = {sumRows<1>, sumRows<2>, sumRows<3>,
-                                                      sumRows<4>, sumRows<5>, sumRows<6>};
-  return kSummers[std::clamp(windows, 1, kMaxWindows) - 1];
+  return true;
 }
 
 int analysedLines(const PairInput& in, int searchRange) {
@@ -160,7 +168,6 @@ void LineBinner::planSubBins(const PairInput& in, int searchRange) {
 
 void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame, int target,
                      int offset) {
-  const int windows = in.windows;
   // Entries are sums of winWidth pixels: compare against summed levels.
   const int64_t floorSum =
       std::max<int64_t>(0, static_cast<int64_t>(knobs.noiseFloor * in.winWidth));
@@ -170,7 +177,20 @@ void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame, int
   const uint64_t low = static_cast<uint64_t>(floorSum) + 1;
   const EntryRange range{low, low + span - 1, span,
                          static_cast<uint64_t>(std::max<int64_t>(clipSum, 1)), span > 0};
-  const RowSummer sumRows = rowSummer(windows);
+  // The window count is a template argument: the rows' layout is known to
+  // the compiler, and the rows' sums are inlined into the frame's loop.
+  static_assert(kMaxWindows == 6, "one frame binner per window count");
+  using FrameBinner = void (LineBinner::*)(const PairInput&, const EntryRange&, int, int, int);
+  static constexpr FrameBinner kBinners[kMaxWindows] = {
+      &LineBinner::binWindows<1>, &LineBinner::binWindows<2>, &LineBinner::binWindows<3>,
+      &LineBinner::binWindows<4>, &LineBinner::binWindows<5>, &LineBinner::binWindows<6>};
+  (this->*kBinners[std::clamp(in.windows, 1, kMaxWindows) - 1])(in, range, frame, target, offset);
+}
+
+template <int W>
+void LineBinner::binWindows(const PairInput& in, const EntryRange& range, int frame, int target,
+                            int offset) {
+  constexpr int windows = W;
   const int64_t* data = in.frame[frame];
   const double logLines = std::log(static_cast<double>(binLines_));
   // One pass over the lines serves the bins and the sub-bins: running sums,
@@ -184,6 +204,9 @@ void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame, int
   int runHigh[kMaxWindows] = {}, binMarkHigh[kMaxWindows] = {}, subMarkHigh[kMaxWindows] = {};
   // Lines read beyond the frame, running and at the last bin's and sub-bin's end.
   int runOut = 0, binMarkOut = 0, subMarkOut = 0;
+  // Whether entries were counted out of range since the last sub-bin's end:
+  // without, its counts are zero and the marks of the counts stay as they are.
+  bool counted = false;
   int nextBin = binEnd > 0 ? binLines_ : end + 1;
   int nextSub = subEnd > 0 ? subLines_ : end + 1;
   for (int line = 0; line < end;) {
@@ -193,11 +216,11 @@ void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame, int
     runOut += (next - line) - (last - first);
     if (last > first) {
       const int64_t* row = data + static_cast<size_t>(first) * windows;
-      sumRows(row, last - first, range, run, runBad, runHigh);
+      counted = sumRows<W>(row, last - first, range, run, runBad, runHigh) || counted;
     }
     if (next == nextBin) {
-      storeBin(target, next / binLines_ - 1, windows, logLines, range.clipTest, runOut != binMarkOut,
-               run, runBad, runHigh, binMark, binMarkBad, binMarkHigh);
+      storeBin(target, next / binLines_ - 1, windows, logLines, range.clipTest,
+               runOut != binMarkOut, run, runBad, runHigh, binMark, binMarkBad, binMarkHigh);
       binMarkOut = runOut;
       nextBin = next + binLines_ <= binEnd ? next + binLines_ : end + 1;
     }
@@ -205,15 +228,19 @@ void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame, int
       const int k = next / subLines_ - 1;
       const uint8_t outside = runOut != subMarkOut ? kOutside : 0;
       for (int w = 0; w < windows; ++w) {
+        subSum_[target][w][k] = outside != 0 ? 0.0 : static_cast<double>(run[w] - subMark[w]);
+        subLevel_[target][w][k] = outside;
+        subMark[w] = run[w];
+      }
+      for (int w = 0; counted && w < windows; ++w) {
         const int bad = runBad[w] - subMarkBad[w];
         const int high = runHigh[w] - subMarkHigh[w];
-        subSum_[target][w][k] = outside != 0 ? 0.0 : static_cast<double>(run[w] - subMark[w]);
         subLevel_[target][w][k] =
             static_cast<uint8_t>(outside | (high != 0 ? kClipped : 0) | (bad > high ? kDark : 0));
-        subMark[w] = run[w];
         subMarkBad[w] = runBad[w];
         subMarkHigh[w] = runHigh[w];
       }
+      counted = false;
       subMarkOut = runOut;
       nextSub = next + subLines_ <= subEnd ? next + subLines_ : end + 1;
     }
@@ -264,6 +291,7 @@ void LineBinner::buildDifference(int windows, int series, int from, int to) {
 }
 
 void LineBinner::keepReference(int frame, int windows) {
+  ++referenceStamp_;
   for (int w = 0; w < windows; ++w) {
     std::copy(sum_[frame][w], sum_[frame][w] + bins_, sum_[kReference][w]);
     std::copy(level_[frame][w], level_[frame][w] + bins_, level_[kReference][w]);

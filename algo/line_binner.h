@@ -55,6 +55,16 @@ class LineBinner {
   // Sub-bins per 120 Hz band period.
   static constexpr int kSubBinsPerPeriod = 96;
 
+  // An entry is in range when floorSum < v < clipSum, i.e. low <= v <= top
+  // with low = floorSum + 1 >= 1 and top = clipSum - 1 (`any`: top >= low).
+  struct EntryRange {
+    uint64_t low;
+    uint64_t top;
+    uint64_t span;      // top - low + 1; 0 when no entry can be in range
+    uint64_t clipTest;  // entries at or over it (as unsigned) read as clipped
+    bool any;
+  };
+
   // Lays out the bins for the pair's geometry, analysing the first
   // `searchRange` lines (0: all). False when the readout is too short to be
   // binned for a fit (fewer than `minBins` bins, fewer than three bins per
@@ -93,8 +103,16 @@ class LineBinner {
   uint8_t level(int frame, int window, int b) const { return level_[frame][window][b]; }
   double subSum(int frame, int window, int k) const { return subSum_[frame][window][k]; }
   uint8_t subLevel(int frame, int window, int k) const { return subLevel_[frame][window][k]; }
+  const double* subSums(int frame, int window) const { return subSum_[frame][window]; }
+  const uint8_t* subLevels(int frame, int window) const { return subLevel_[frame][window]; }
+  // Changes whenever the reference is kept anew, so that what is derived from
+  // the reference may be kept with it.
+  unsigned referenceStamp() const { return referenceStamp_; }
 
  private:
+  // bin() for W windows.
+  template <int W>
+  void binWindows(const PairInput& in, const EntryRange& range, int frame, int target, int offset);
   // Stores bin `b` of `frame` from the running sums less their marks at the
   // bin's start, and moves the marks to its end.
   void storeBin(int frame, int b, int windows, double logLines, uint64_t clipTest, bool outside,
@@ -105,6 +123,7 @@ class LineBinner {
   int binLines_ = 0;
   int subBins_ = 0;
   int subLines_ = 0;
+  unsigned referenceStamp_ = 0;
   double profile_[kSeries][kMaxWindows][kMaxBins] = {};
   uint8_t ok_[kSeries][kMaxWindows][kMaxBins] = {};
   double sum_[kFrames][kMaxWindows][kMaxBins] = {};

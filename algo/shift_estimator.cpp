@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "window_combiner.h"
 
@@ -25,17 +26,123 @@ constexpr double kRemovedShare = 0.25;
 constexpr double kMinEdgeMatch = 0.4;
 constexpr double kEdgeMatchMargin = 0.2;
 
+// The edges of one frame's W windows (see buildEdges), the windows side by
+// side: every window's sums run in the order of its sub-bins as one chain of
+// additions, and W independent chains overlap where one would wait.
+template <int W>
+double edgesOf(const LineBinner& binner, int frame, int n, double (*edges)[LineBinner::kMaxSubBins],
+               double (*squares)[LineBinner::kMaxSubBins + 1]) {
+  const double* sums[W];
+  const uint8_t* levels[W];
+  double total[W] = {};
+  int kept[W] = {};
+  for (int w = 0; w < W; ++w) {
+    sums[w] = binner.subSums(frame, w);
+    levels[w] = binner.subLevels(frame, w);
+  }
+  for (int j = 0; j < n; ++j) {
+    for (int w = 0; w < W; ++w) {
+      // Sums are never negative: adding zero for a flagged sub-bin leaves
+      // the total as it was.
+      const bool ok = levels[w][j] == 0;
+      total[w] += ok ? sums[w][j] : 0.0;
+      kept[w] += ok ? 1 : 0;
+    }
+  }
+  for (int w = 0; w < W; ++w) {
+    const double scale = total[w] > 0.0 ? kept[w] / total[w] : 0.0;
+    const double* s = sums[w];
+    const uint8_t* level = levels[w];
+    double* e = edges[w];
+    e[0] = 0.0;
+    e[n - 1] = 0.0;
+    for (int j = 1; j + 1 < n; ++j) {
+      // Without a branch: a flagged neighbourhood clears the edge's bits.
+      const uint64_t keep = (level[j - 1] | level[j] | level[j + 1]) == 0 ? ~uint64_t{0} : 0;
+      const double edge = scale * (s[j + 1] - 2.0 * s[j] + s[j - 1]);
+      uint64_t bits;
+      std::memcpy(&bits, &edge, sizeof bits);
+      bits &= keep;
+      std::memcpy(&e[j], &bits, sizeof bits);
+    }
+  }
+  // Running sums of squares give each lag's overlap its energy at once.
+  double run[W] = {};
+  for (int w = 0; w < W; ++w) {
+    squares[w][0] = 0.0;
+  }
+  for (int j = 0; j < n; ++j) {
+    for (int w = 0; w < W; ++w) {
+      run[w] += edges[w][j] * edges[w][j];
+      squares[w][j + 1] = run[w];
+    }
+  }
+  double energy = 0.0;
+  for (int w = 0; w < W; ++w) {
+    energy += squares[w][n];
+  }
+  return energy;
+}
+
+// Two doubles side by side, as a vector register holds them (a GCC and clang
+// extension): the compilers otherwise vectorise the loops below over j and
+// then add the lanes one by one.
+using TwoLanes = double __attribute__((vector_size(2 * sizeof(double))));
+
+TwoLanes twoAt(const double* p) {
+  TwoLanes v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+
+// For L lags at once, the sums of s[j] o[i + j] over j < count - i (lag i),
+// each in four partial sums (j modulo 4: the lanes of low[], then of high[];
+// the terms past the last group of four go to the first) added pairwise at
+// the end. The lags share the loads of s.
+template <int L>
+void laggedProducts(const double* s, const double* o, int count, double* out) {
+  TwoLanes low[L] = {}, high[L] = {};
+  int j = 0;
+  for (; j + 4 <= count - (L - 1); j += 4) {
+    const TwoLanes s0 = twoAt(s + j);
+    const TwoLanes s1 = twoAt(s + j + 2);
+    for (int i = 0; i < L; ++i) {
+      low[i] += s0 * twoAt(o + i + j);
+      high[i] += s1 * twoAt(o + i + j + 2);
+    }
+  }
+  for (int i = 0; i < L; ++i) {
+    const int end = count - i;
+    int k = j;
+    for (; k + 4 <= end; k += 4) {
+      low[i] += twoAt(s + k) * twoAt(o + i + k);
+      high[i] += twoAt(s + k + 2) * twoAt(o + i + k + 2);
+    }
+    double p0 = low[i][0];
+    for (; k < end; ++k) {
+      p0 += s[k] * o[i + k];
+    }
+    out[i] = (p0 + low[i][1]) + (high[i][0] + high[i][1]);
+  }
+}
+
+// laggedProducts() for 1 to kLagBlock lags.
+constexpr int kLagBlock = 4;
+void laggedProducts(int lags, const double* s, const double* o, int count, double* out) {
+  using Products = void (*)(const double*, const double*, int, double*);
+  static constexpr Products kProducts[kLagBlock] = {laggedProducts<1>, laggedProducts<2>,
+                                                    laggedProducts<3>, laggedProducts<4>};
+  kProducts[lags - 1](s, o, count, out);
+}
+
 }  // namespace
 
-bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, int to) {
+void ShiftEstimator::placeBorders(const LineBinner& binner) {
+  // The bin borders lie between the same sub-bins in every window and frame.
   const int subBins = binner.subBins();
   const int subLines = binner.subLines();
-  const int binLines = binner.binLines();
-  constexpr uint8_t kOutside = LineBinner::kOutside;
-  // The level at a line from the sub-bins around it; a sub-bin beyond a
-  // frame binned with an offset gives way to its neighbour (*beyond when
-  // neither holds the line).
-  const auto levelAt = [&](int line, bool* fine, bool* beyond) {
+  for (int b = 0; b <= binner.bins(); ++b) {
+    const int line = b * binner.binLines();
     const double x = (line - 0.5 * subLines) / subLines;
     int j0 = static_cast<int>(std::floor(x));
     double frac = x - j0;
@@ -47,10 +154,25 @@ bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, in
       j0 = subBins - 1;
       frac = 0.0;
     }
-    int j1 = std::min(j0 + 1, subBins - 1);
-    const auto flags = [&](int j) {
-      return binner.subLevel(from, w, j) | binner.subLevel(to, w, j);
-    };
+    borders_[b] = Border{j0, std::min(j0 + 1, subBins - 1), frac};
+  }
+}
+
+bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, int to) {
+  const int subLines = binner.subLines();
+  constexpr uint8_t kOutside = LineBinner::kOutside;
+  const double* subFrom = binner.subSums(from, w);
+  const double* subTo = binner.subSums(to, w);
+  const uint8_t* levelFrom = binner.subLevels(from, w);
+  const uint8_t* levelTo = binner.subLevels(to, w);
+  // The level at bin border `b` from the sub-bins around it; a sub-bin
+  // beyond a frame binned with an offset gives way to its neighbour
+  // (*beyond when neither holds the line).
+  const auto levelAt = [&](int b, bool* fine, bool* beyond) {
+    int j0 = borders_[b].j0;
+    int j1 = borders_[b].j1;
+    double frac = borders_[b].frac;
+    const auto flags = [&](int j) { return levelFrom[j] | levelTo[j]; };
     if ((flags(j0) & kOutside) != 0) {
       j0 = j1;
       frac = 0.0;
@@ -60,8 +182,8 @@ bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, in
     const int both = flags(j0) | flags(j1);
     *beyond = *beyond || (both & kOutside) != 0;
     *fine = *fine && (both & ~kOutside) == 0;
-    const double v0 = binner.subSum(from, w, j0) + binner.subSum(to, w, j0);
-    const double v1 = binner.subSum(from, w, j1) + binner.subSum(to, w, j1);
+    const double v0 = subFrom[j0] + subTo[j0];
+    const double v1 = subFrom[j1] + subTo[j1];
     return ((1.0 - frac) * v0 + frac * v1) / subLines;
   };
   bool fine = true;
@@ -69,7 +191,7 @@ bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, in
   double start = levelAt(0, &fine, &beyondStart);
   for (int b = 0; b < binner.bins(); ++b) {
     bool beyondEnd = false;
-    const double end = levelAt((b + 1) * binLines, &fine, &beyondEnd);
+    const double end = levelAt(b + 1, &fine, &beyondEnd);
     const int levels = binner.level(from, w, b) | binner.level(to, w, b);
     const double bin = binner.sum(from, w, b) + binner.sum(to, w, b);
     // A bin beyond a frame is masked in the difference and gains nothing.
@@ -94,6 +216,7 @@ ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& 
   double sxx = 0.0, sxy = 0.0, rss = 0.0;
   int dof = 0, count = 0, usedWindows = 0;
   bool used[kMaxWindows] = {};
+  placeBorders(binner);
   // Per ripple, what one line of shift puts into each window's ripple column.
   double gradRe[kRipples][kMaxWindows], gradIm[kRipples][kMaxWindows];
   for (int w = 0; w < windows; ++w) {
@@ -164,74 +287,69 @@ ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& 
 }
 
 double ShiftEstimator::buildEdges(const LineBinner& binner, int windows, int frame, int slot) {
-  const int n = binner.subBins();
-  double energy = 0.0;
-  for (int w = 0; w < windows; ++w) {
-    double* e = edges_[slot][w];
-    double* sq = edgeSquares_[slot][w];
-    double total = 0.0;
-    int kept = 0;
-    for (int j = 0; j < n; ++j) {
-      if (binner.subLevel(frame, w, j) == 0) {
-        total += binner.subSum(frame, w, j);
-        ++kept;
-      }
-    }
-    const double scale = total > 0.0 ? kept / total : 0.0;
-    e[0] = 0.0;
-    e[n - 1] = 0.0;
-    for (int j = 1; j + 1 < n; ++j) {
-      const bool ok = (binner.subLevel(frame, w, j - 1) | binner.subLevel(frame, w, j) |
-                       binner.subLevel(frame, w, j + 1)) == 0;
-      e[j] = ok ? scale * (binner.subSum(frame, w, j + 1) - 2.0 * binner.subSum(frame, w, j) +
-                           binner.subSum(frame, w, j - 1))
-                : 0.0;
-    }
-    // Running sums of squares give each lag's overlap its energy at once.
-    sq[0] = 0.0;
-    for (int j = 0; j < n; ++j) {
-      sq[j + 1] = sq[j] + e[j] * e[j];
-    }
-    energy += sq[n];
-  }
-  return energy;
+  static_assert(kMaxWindows == 6, "one edge builder per window count");
+  using Builder = double (*)(const LineBinner&, int, int, double(*)[LineBinner::kMaxSubBins],
+                             double(*)[LineBinner::kMaxSubBins + 1]);
+  static constexpr Builder kBuilders[kMaxWindows] = {edgesOf<1>, edgesOf<2>, edgesOf<3>,
+                                                     edgesOf<4>, edgesOf<5>, edgesOf<6>};
+  return kBuilders[std::clamp(windows, 1, kMaxWindows) - 1](binner, frame, binner.subBins(),
+                                                            edges_[slot], edgeSquares_[slot]);
 }
 
-double ShiftEstimator::edgeMatch(int windows, int n, int k) const {
-  // Edges of frame `from` at j against those of frame `to` at j + k, over
-  // the sub-bins both hold; four partial sums keep the loop free of one
-  // long chain.
-  const int j0 = std::max(0, -k);
-  const int j1 = std::min(n, n - k);
-  double xy = 0.0, xx = 0.0, yy = 0.0;
-  for (int w = 0; w < windows; ++w) {
-    // Both pointers start at the overlap so neither points before its array.
-    const double* x = edges_[0][w] + j0;
-    const double* y = edges_[1][w] + (j0 + k);
-    const int count = j1 - j0;
-    double p[4] = {};
-    int j = 0;
-    for (; j + 4 <= count; j += 4) {
-      p[0] += x[j] * y[j];
-      p[1] += x[j + 1] * y[j + 1];
-      p[2] += x[j + 2] * y[j + 2];
-      p[3] += x[j + 3] * y[j + 3];
-    }
-    for (; j < count; ++j) {
-      p[0] += x[j] * y[j];
-    }
-    xy += (p[0] + p[1]) + (p[2] + p[3]);
-    xx += edgeSquares_[0][w][j1] - edgeSquares_[0][w][j0];
-    yy += edgeSquares_[1][w][j1 + k] - edgeSquares_[1][w][j0 + k];
+double ShiftEstimator::edgesOfFrom(const LineBinner& binner, int windows, int from) {
+  // The reference serves many detections: its edges are built once.
+  const bool reference = from == LineBinner::kReference;
+  const FromKey key{reference, &binner, binner.referenceStamp(), windows, binner.subBins()};
+  if (!(reference && fromKey_.sameAs(key))) {
+    fromEnergy_ = buildEdges(binner, windows, from, 0);
+    fromKey_ = key;
   }
-  return xx > 0.0 && yy > 0.0 ? xy / std::sqrt(xx * yy) : 0.0;
+  return fromEnergy_;
+}
+
+void ShiftEstimator::edgeMatches(int windows, int n, int first, int last, double* score) const {
+  // Edges of frame `from` at j against those of frame `to` at j + k, over
+  // the sub-bins both hold. The overlap of lag k >= 0 starts at the first
+  // edge of `from`, that of a lag k < 0 at the first edge of `to`: lags of
+  // one sign, taken outwards, share that array and differ in where the
+  // other one starts.
+  double products[2 * kMaxEdgeReach + 3][kMaxWindows];
+  for (int w = 0; w < windows; ++w) {
+    for (int k = std::max(first, 0); k <= last; k += kLagBlock) {
+      const int lags = std::min(kLagBlock, last - k + 1);
+      double out[kLagBlock];
+      laggedProducts(lags, edges_[0][w], edges_[1][w] + k, n - k, out);
+      for (int i = 0; i < lags; ++i) {
+        products[k + i - first][w] = out[i];
+      }
+    }
+    for (int k = std::min(last, -1); k >= first; k -= kLagBlock) {
+      const int lags = std::min(kLagBlock, k - first + 1);
+      double out[kLagBlock];
+      laggedProducts(lags, edges_[1][w], edges_[0][w] - k, n + k, out);
+      for (int i = 0; i < lags; ++i) {
+        products[k - i - first][w] = out[i];
+      }
+    }
+  }
+  for (int k = first; k <= last; ++k) {
+    const int j0 = std::max(0, -k);
+    const int j1 = std::min(n, n - k);
+    double xy = 0.0, xx = 0.0, yy = 0.0;
+    for (int w = 0; w < windows; ++w) {
+      xy += products[k - first][w];
+      xx += edgeSquares_[0][w][j1] - edgeSquares_[0][w][j0];
+      yy += edgeSquares_[1][w][j1 + k] - edgeSquares_[1][w][j0 + k];
+    }
+    score[k - first] = xx > 0.0 && yy > 0.0 ? xy / std::sqrt(xx * yy) : 0.0;
+  }
 }
 
 bool ShiftEstimator::matchEdges(const LineBinner& binner, int windows, int from, int to, int center,
                                 int reach, int* lines) {
   *lines = 0;
   const int n = binner.subBins();
-  if (n < 3 || !(buildEdges(binner, windows, from, 0) > 0.0) ||
+  if (n < 3 || !(edgesOfFrom(binner, windows, from) > 0.0) ||
       !(buildEdges(binner, windows, to, 1) > 0.0)) {
     return false;
   }
@@ -245,15 +363,20 @@ bool ShiftEstimator::matchEdges(const LineBinner& binner, int windows, int from,
   const int lo = std::max(-limit, middle - reach) - 1;
   const int hi = std::min(limit, middle + reach) + 1;
   double score[2 * kMaxEdgeReach + 3];
+  edgeMatches(windows, n, lo, hi, score);
   int best = lo + 1;
-  for (int k = lo; k <= hi; ++k) {
-    score[k - lo] = edgeMatch(windows, n, k);
-    if (k > lo && k < hi && score[k - lo] > score[best - lo]) {
+  for (int k = lo + 1; k < hi; ++k) {
+    if (score[k - lo] > score[best - lo]) {
       best = k;
     }
   }
   const double peak = score[best - lo];
-  const double still = lo <= 0 && 0 <= hi ? score[-lo] : edgeMatch(windows, n, 0);
+  double still = 0.0;
+  if (lo <= 0 && 0 <= hi) {
+    still = score[-lo];
+  } else {
+    edgeMatches(windows, n, 0, 0, &still);
+  }
   if (peak < kMinEdgeMatch || (best != 0 && peak < still + kEdgeMatchMargin)) {
     return false;
   }

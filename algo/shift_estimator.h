@@ -67,6 +67,8 @@ class ShiftEstimator {
                   int* lines);
 
  private:
+  // Places the bin borders (line b x binLines) between their sub-bins.
+  void placeBorders(const LineBinner& binner);
   // Builds the change of each difference bin of `window` that a shift of one
   // line brings; false when the window's levels do not allow it.
   bool buildGradient(const LineBinner& binner, int window, int from, int to);
@@ -76,10 +78,36 @@ class ShiftEstimator {
   // dark, clipped or beyond the frame) and edgeSquares_[slot] with their
   // running sums of squares; returns the sum of squares.
   double buildEdges(const LineBinner& binner, int windows, int frame, int slot);
-  // Normalised correlation of the edges of the two frames at lag k sub-bins.
-  double edgeMatch(int windows, int n, int k) const;
+  // The edges of frame `from` in edges_[0]: kept from the last call when it
+  // is the same reference frame, built otherwise; returns their energy.
+  double edgesOfFrom(const LineBinner& binner, int windows, int from);
+  // Normalised correlations of the edges of the two frames at lags
+  // first..last sub-bins (at most 2 kMaxEdgeReach + 3 of them) into
+  // score[0..].
+  void edgeMatches(int windows, int n, int first, int last, double* score) const;
 
+  // What edges_[0] was built from.
+  struct FromKey {
+    bool reference;
+    const LineBinner* binner;
+    unsigned stamp;
+    int windows, subBins;
+    bool sameAs(const FromKey& k) const {
+      return reference && k.reference && binner == k.binner && stamp == k.stamp &&
+             windows == k.windows && subBins == k.subBins;
+    }
+  };
+
+  // A bin border: the sub-bins it is interpolated between, and its place.
+  struct Border {
+    int j0, j1;
+    double frac;
+  };
+
+  Border borders_[kMaxBins + 1] = {};
   double grad_[kMaxWindows][kMaxBins] = {};
+  FromKey fromKey_{};
+  double fromEnergy_ = 0.0;
   double edges_[2][kMaxWindows][LineBinner::kMaxSubBins] = {};
   double edgeSquares_[2][kMaxWindows][LineBinner::kMaxSubBins + 1] = {};
 };

@@ -155,6 +155,42 @@ TEST_P(ShiftTest, EdgesTellTheShiftAndLiningUpCancelsTheScene) {
   EXPECT_GE(kept, binner.bins() - std::abs(lines) / binner.binLines() - 2);
 }
 
+// The reference's edges are kept between detections: a reference kept anew
+// must be matched as it is now, not as it was.
+TEST(ShiftReference, EdgesFollowAReferenceKeptAnew) {
+  const Scene scene(Texture::kPiecewise, 777u);
+  const std::vector<int64_t> f0 = frameOf(scene, 0, kWeak);
+  const std::vector<int64_t> f1 = frameOf(scene, 30, kWeak);
+  const std::vector<int64_t> f2 = frameOf(scene, 75, kWeak);
+  const AlgoKnobs knobs = AlgoTuning::defaults();
+  const PairInput first{{f0.data(), f1.data()}, kLines, kWindows, kWinWidth, kLineTime, 0.02, 0.04};
+  const PairInput second{
+      {f1.data(), f2.data()}, kLines, kWindows, kWinWidth, kLineTime, 0.02, 0.04};
+  LineBinner binner;
+  ASSERT_TRUE(binner.plan(first, 0, 14, 0.5));
+  binner.planSubBins(first, 0);
+  ShiftEstimator estimator;
+  const int tolerance = binner.subLines() / 2 + 1;
+  int lines = 0;
+
+  binner.bin(first, knobs, 0);
+  binner.keepReference(0, kWindows);
+  binner.bin(first, knobs, 1);
+  ASSERT_TRUE(estimator.matchEdges(binner, kWindows, LineBinner::kReference, 1, 0, 16, &lines));
+  EXPECT_LE(std::abs(lines - 30), tolerance) << lines;
+
+  // The same reference against the next frame.
+  binner.bin(second, knobs, 1);
+  ASSERT_TRUE(estimator.matchEdges(binner, kWindows, LineBinner::kReference, 1, 0, 16, &lines));
+  EXPECT_LE(std::abs(lines - 75), tolerance) << lines;
+
+  // Renewed from the frame 30 lines down.
+  binner.bin(second, knobs, 0);
+  binner.keepReference(0, kWindows);
+  ASSERT_TRUE(estimator.matchEdges(binner, kWindows, LineBinner::kReference, 1, 0, 16, &lines));
+  EXPECT_LE(std::abs(lines - 45), tolerance) << lines;
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Table, ShiftTest,
     ::testing::Values(ShiftCase{"piecewise_still_raw_bands", Texture::kPiecewise, 0, kRaw},
