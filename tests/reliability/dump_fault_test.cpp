@@ -161,6 +161,8 @@ TEST_P(DumpFaultTest, DetectionGoesOnAndEarlierDumpsSurvive) {
   std::vector<std::string> before;
   for (int n = 0; n < first; ++n) before.push_back(readFile(tree_.flkRaw(n)));
   ASSERT_EQ(std::count(before.begin(), before.end(), ""), 0) << "the first round left empty dumps";
+  // A dump holds the count, both slots of the block in force and the trailer.
+  ASSERT_EQ(before[0].size(), 4 + 16 * IFlickerMgr::StatBlockEntries(1200, 300) + 60);
 
   fp::clearLogs();
   int second = 0;
