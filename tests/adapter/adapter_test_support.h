@@ -32,10 +32,6 @@ inline std::string readText(const std::string& path) {
   return text.str();
 }
 
-inline void writeText(const std::string& path, const std::string& text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
-
 // The dump tree under the fake's data root.
 inline std::string dumpRoot() {
   return fp::hostPath("/data/vendor/flicker/flko");
@@ -102,26 +98,6 @@ class AdapterTest : public ::testing::Test {
 
   int setBuf(int path, const void* stats, int index) {
     return adapter_->setBuf(path, stats, index);
-  }
-
-  // The folders above the dump root exist on a device; build them under the
-  // fake's data root (only the flicker folder itself is mapped).
-  static void makeDataFolders(bool withRoot) {
-    std::filesystem::create_directories(withRoot ? dumpRoot()
-                                                 : fp::hostPath("/data/vendor/flicker"));
-  }
-
-  // Runs one detection with the dump on and reads back its flk.raw.
-  flicker_dump::FlkRawDump detectWithDump() {
-    makeDataFolders(true);
-    writeText(counterFile(), "0");  // always into folder 000
-    fp::setProperty("vendor.debug.flk_dump", 1);
-    adapter_->detectFlicker();
-    fp::setProperty("vendor.debug.flk_dump", 0);
-    flicker_dump::FlkRawDump dump;
-    std::string error;
-    EXPECT_TRUE(flicker_dump::readFlkRaw(dumpFile("000"), &dump, &error)) << error;
-    return dump;
   }
 
   // Runs a detection and returns what it showed the algorithm.

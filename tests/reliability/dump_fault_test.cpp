@@ -15,24 +15,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
-#include <sstream>
 
 #include "manager_rig.h"
+#include "temp_files.h"
 
 namespace {
 
 using namespace mgr_test;
 
-std::string readFile(const std::string& path) {
-  std::ostringstream bytes;
-  bytes << std::ifstream(path, std::ios::binary).rdbuf();
-  return bytes.str();
-}
-
-void writeFile(const std::string& path, const std::string& text) {
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-}
+using test_files::readFile;
+using test_files::writeFile;
 
 // Makes the file system refuse the library's writes without a mount; undone
 // on destruction. Construct and destroy on one thread.
@@ -169,6 +161,8 @@ TEST_P(DumpFaultTest, DetectionGoesOnAndEarlierDumpsSurvive) {
   std::vector<std::string> before;
   for (int n = 0; n < first; ++n) before.push_back(readFile(tree_.flkRaw(n)));
   ASSERT_EQ(std::count(before.begin(), before.end(), ""), 0) << "the first round left empty dumps";
+  // A dump holds the count, both slots of the block in force and the trailer.
+  ASSERT_EQ(before[0].size(), 4 + 16 * IFlickerMgr::StatBlockEntries(1200, 300) + 60);
 
   fp::clearLogs();
   int second = 0;
