@@ -120,6 +120,12 @@ struct PairEvidence {
   RippleSummary longRipple[kRipples];
   double longResidual;
   double longEvidence[kRipples];
+  // The scene's vertical shift between the reference and slot 1 once lined
+  // up (lines), its standard error, and whether it was removed from that
+  // difference.
+  double longShift;
+  double longShiftError;
+  bool longShiftRemoved;
 };
 
 }  // namespace open_algo

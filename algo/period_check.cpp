@@ -85,6 +85,17 @@ int PeriodCheck::periodicRipple(const PairEvidence& e, int windows) {
   return -1;
 }
 
+bool PeriodCheck::fasterLight(const PairEvidence& e, int windows) {
+  const int minWindows = std::max(1, (windows + 1) / 2);
+  for (int f = 0; f < kRipples; ++f) {
+    if (e.periodWindows[f] >= minWindows && e.periodSpread[f] >= kPeriodSpread &&
+        e.periodicity[f] >= kPeriodic && e.halfPeriodicity[f] >= kHalfPeriodic) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void PeriodCheck::run(const LineBinner& binner, int windows, PairEvidence* out) const {
   out->periodTested = true;
   for (int f = 0; f < kRipples; ++f) {

@@ -37,6 +37,9 @@ class PeriodCheck {
   void run(const LineBinner& binner, int windows, PairEvidence* out) const;
   // Ripple whose period alone explains the difference, -1 when none does.
   static int periodicRipple(const PairEvidence& e, int windows);
+  // The deep difference repeats with a ripple's period and within half of
+  // it: a light faster than any mains ripple changed between the frames.
+  static bool fasterLight(const PairEvidence& e, int windows);
 
  private:
   // Median concordance of the difference with itself `lag` sub-bins on, and

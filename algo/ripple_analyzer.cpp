@@ -34,6 +34,9 @@ constexpr double kMinLoneExplained = 16.0;
 // column to this many.
 constexpr double kLeakLow = 1.5;
 constexpr double kLeakHigh = 3.0;
+// A ripple whose column held less than this share of it before a shift was
+// removed owes itself to the removal.
+constexpr double kMadeByRemovalShare = 0.5;
 // A reference frame serves this many detections before a fresh one replaces
 // it: the phase of a frozen ripple creeps (mains drift, a frame rate a hair
 // off) and would in time come round a whole cycle.
@@ -43,6 +46,20 @@ constexpr int kMaxReferenceAge = 48;
 // finding (the pace unknown), and after.
 constexpr int kFirstEdgeReach = 8;
 constexpr int kEdgeReach = 4;
+// A scene that is still this many standard errors, and more than this share
+// of a bin, away from the reference once its edges had their say has left
+// it: a frozen ripple stays on the sensor's lines, a drifting scene does not,
+// and a hand's shake swings back well within it. Beyond about half a bin
+// texture finer than a bin bends the gradient, and the linear estimate of
+// the shift breaks down before it would see a bin.
+constexpr double kLeftReferenceErrors = 3.0;
+constexpr double kLeftReferenceBins = 0.5;
+// A pair whose scene shifted this many lines (and three standard errors)
+// moved, whether or not the shift could be removed.
+constexpr double kMovedLines = 0.5;
+// Residual rms of a pair's own difference (log units) that a frozen ripple
+// on a still scene does not leave: a still scene leaves well under 1 %.
+constexpr double kUnexplainedChange = 0.01;
 // A harmonic needs this many bins per 120 Hz period (three per period of
 // 240 Hz) to be told from the trend.
 constexpr double kMinBinsPerHarmonicPeriod = 6.0;
@@ -89,6 +106,14 @@ double sincAbs(double x) {
     return 1.0;
   }
   return std::fabs(std::sin(kPi * x) / (kPi * x));
+}
+
+// The scene moved between the pair's frames: its shift was removed, or
+// stripes that drift (moving mostly in the ripple columns, whose part of the
+// shift is not removed) still shifted it significantly.
+bool pairMoved(const PairEvidence& e) {
+  const double lines = std::fabs(e.shift);
+  return e.shiftRemoved || (lines >= kMovedLines && lines >= kLeftReferenceErrors * e.shiftError);
 }
 
 // The one ripple that can be in the pair's difference, the other being
@@ -261,8 +286,18 @@ void RippleAnalyzer::readDifference(int series, int from, int to, const double* 
       lone_ ? WindowCombiner::ramp(r->explained, 0.5 * kMinLoneExplained, kMinLoneExplained) : 1.0;
   for (int f = 0; f < kRipples; ++f) {
     // A ripple must stand above what the scene's vertical shift may have put
-    // into its column.
-    const double leak = r->shift.leak[f];
+    // into its column. In the pair's own difference, a ripple that only the
+    // removal of a shift put there stands on that removal: the light's bands
+    // may be what moved (a PWM lamp's bands move with its phase while the
+    // scene stands still), and the removal then moved the scene's texture
+    // at the band period into the column. It must stand above all that the
+    // removal moved. (Against the reference a frozen ripple's own bands fill
+    // the gradient's ripple column, and the rule would bar their creep.)
+    const bool madeByRemoval = series == LineBinner::kDiff && r->shift.removed &&
+                               r->shift.before[f] < kMadeByRemovalShare * r->ripple[f].phasor;
+    const double leak =
+        madeByRemoval ? std::max(r->shift.leak[f], std::fabs(r->shift.shift) * r->shift.perLine[f])
+                      : r->shift.leak[f];
     const double aboveLeak =
         leak > 0.0 ? WindowCombiner::ramp(r->ripple[f].phasor / leak, kLeakLow, kLeakHigh) : 1.0;
     r->evidence[f] = r->ripple[f].evidence * stillness * explained * aboveLeak;
@@ -329,13 +364,18 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
                          0,
                          0,
                          0,
-                         0.0};
+                         0.0,
+                         0.0,
+                         0.0,
+                         0,
+                         0};
   if (!reference_.sameAs(key) || reference_.age >= kMaxReferenceAge) {
     binner_.keepReference(1, in.windows);
     reference_ = key;
     return;
   }
   ++reference_.age;
+  addTravel(in, *out);
   const int to = lineUpWithReference(in, knobs, out);
   // The reference's phase lies an unknown number of cycles back: the pair's
   // ripple is at least half of what the difference shows.
@@ -346,15 +386,73 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
   out->longTested = true;
   out->longAge = reference_.age;
   out->longResidual = r.residual;
+  out->longShift = r.shift.shift;
+  out->longShiftError = r.shift.error;
+  out->longShiftRemoved = r.shift.removed;
+  const bool linedUp = to == LineBinner::kShifted;
+  const Departure d = departure(r.shift, linedUp);
+  // A frozen ripple creeps a few thousandths of a cycle a frame: the pair's
+  // own difference holds little but noise, and what it holds of the creep
+  // its ripple fit explains. A change of a percent that no ripple explains
+  // is light or scene changing from frame to frame (a PWM lamp's bands take
+  // a new phase every frame), and the difference with the reference holds
+  // it too.
+  const bool pairChanges =
+      out->sceneResidual >= kUnexplainedChange && out->loneExplained < 0.5 * kMinLoneExplained;
   for (int f = 0; f < kRipples; ++f) {
     out->longRipple[f] = r.ripple[f];
-    out->longEvidence[f] = f == frozen ? r.evidence[f] : 0.0;
+    const bool voting = f == frozen && !d.left && !pairChanges && (linedUp || !d.drifting);
+    out->longEvidence[f] = voting ? r.evidence[f] : 0.0;
   }
-  if (r.fitted && r.residual >= kResidualHigh) {
-    // The scene changed since: start again from this frame.
+  if ((r.fitted && r.residual >= kResidualHigh) || d.left) {
+    // The scene changed or moved away since: start again from this frame.
     binner_.keepReference(1, in.windows);
     reference_ = key;
   }
+}
+
+void RippleAnalyzer::addTravel(const PairInput& in, const PairEvidence& e) {
+  // While every pair that moved moved the same way, the scene drifts, and
+  // the pairs' own shifts (forward in time) add up to no more than it
+  // travelled since the reference (pairs may leave frames out). A hand's
+  // shake turns within a few frames and says nothing of the sort.
+  ReferenceKey& ref = reference_;
+  const double shift = in.interval < 0.0 ? -e.shift : e.shift;
+  if (pairMoved(e)) {
+    const int way = shift > 0.0 ? 1 : -1;
+    ref.drift = ref.drift == 0 || ref.drift == way ? way : kNoDrift;
+  }
+  ref.travel += shift;
+  ref.travelVariance += e.shiftError * e.shiftError;
+}
+
+RippleAnalyzer::Departure RippleAnalyzer::departure(const ShiftResult& away, bool linedUp) {
+  // Texture at a band period drifting a line or two a frame creeps against
+  // the reference as a frozen ripple creeps with the mains' drift, and as
+  // slowly. Where its edges lined the scene up, the bands show against it;
+  // where they could not (stripes have no distinct edges), a drifting scene
+  // lends the comparison no vote, and once it is half a bin away (the
+  // estimate against the reference says so, or the pairs' travel) it has
+  // left the reference.
+  ReferenceKey& ref = reference_;
+  const double reach = kLeftReferenceBins * binner_.binLines();
+  const double lines = std::fabs(away.shift);
+  const bool significant = lines >= kLeftReferenceErrors * away.error;
+  // The drift must also show against the reference, on its side, by a
+  // sub-bin or more (under that the edges could not line the scene up
+  // anyway, and the linear removal holds): a pair's shift can be spurious
+  // where the reference finds the scene in place to a tenth of a line.
+  const double sub = binner_.subLines();
+  if (!linedUp && lines >= sub && significant) {
+    ref.awaySides |= away.shift > 0.0 ? kAwayDown : kAwayUp;
+  }
+  const double travel = std::fabs(ref.travel);
+  Departure d;
+  d.drifting = (ref.drift == 1 || ref.drift == -1) &&
+               (ref.awaySides & (ref.drift > 0 ? kAwayDown : kAwayUp)) != 0 && travel >= sub &&
+               travel >= kLeftReferenceErrors * std::sqrt(ref.travelVariance);
+  d.left = (lines > reach && significant) || (!linedUp && d.drifting && travel > reach);
+  return d;
 }
 
 int RippleAnalyzer::lineUpWithReference(const PairInput& in, const AlgoKnobs& knobs,
@@ -366,7 +464,7 @@ int RippleAnalyzer::lineUpWithReference(const PairInput& in, const AlgoKnobs& kn
   // ripple's own frequency (a cancelled ripple has no bands to show). The
   // scene's pace so far tells where to look.
   ReferenceKey& ref = reference_;
-  if (!out->shiftRemoved && ref.shiftLines == 0) {
+  if (!pairMoved(*out) && ref.shiftLines == 0) {
     return 1;  // nothing moved between the pair's frames, nor since the reference
   }
   const double moved = ref.pace * (ref.age - ref.shiftAge);
@@ -485,6 +583,10 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
       out->sceneChange = false;
       out->temporalEvidence[f] = 1.0;
       out->temporalEvidence[1 - f] = 0.0;
+    } else if (PeriodCheck::fasterLight(*out, in.windows)) {
+      // The difference is a faster light's (a PWM driver's bands, which a
+      // sinusoid fit reads as either ripple): it backs no mains ripple.
+      out->temporalEvidence[0] = out->temporalEvidence[1] = 0.0;
     }
   }
   out->analysable = true;

@@ -64,6 +64,13 @@ class RippleAnalyzer {
     double explained;  // lone ripple: see PairEvidence::loneExplained; else -1
     double evidence[kRipples];
   };
+  // Which way the scene drifts since the reference: all moving pairs went
+  // one way (+1 or -1), none moved yet (0), or not all one way.
+  static constexpr int kNoDrift = 2;
+  // Sides on which the scene, not lined up, was found away from the
+  // reference.
+  static constexpr int kAwayDown = 1;
+  static constexpr int kAwayUp = 2;
   // The pair a reference frame was kept from; a later pair compares with it
   // only when everything that shapes the bands is the same.
   struct ReferenceKey {
@@ -76,6 +83,11 @@ class RippleAnalyzer {
     // its pace since (lines per detection).
     int shiftLines, shiftAge;
     double pace;
+    // The pairs' own shifts summed since (lines, forward in time), the sum
+    // of their variances, and which way the pairs that moved went.
+    double travel, travelVariance;
+    int drift;
+    int awaySides;  // kAwayDown | kAwayUp
     bool sameAs(const ReferenceKey& k) const {
       return valid && k.valid && lines == k.lines && windows == k.windows &&
              winWidth == k.winWidth && lineTime == k.lineTime && exposure == k.exposure &&
@@ -107,6 +119,16 @@ class RippleAnalyzer {
   // Bins slot 1 again with its scene lined up with the reference's, when the
   // scene has moved; returns the frame to compare with the reference.
   int lineUpWithReference(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
+  // Adds the pair's own shift to the scene's travel since the reference.
+  void addTravel(const PairInput& in, const PairEvidence& e);
+  // Whether the scene drifts against the reference (its comparison lends no
+  // vote unless lined up) and whether it has left it (the reference starts
+  // again), from the shift of slot 1 against it.
+  struct Departure {
+    bool drifting;
+    bool left;
+  };
+  Departure departure(const ShiftResult& away, bool linedUp);
 
   LineBinner binner_;
   RippleLeastSquares fitter_;

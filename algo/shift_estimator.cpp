@@ -219,6 +219,8 @@ ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& 
   placeBorders(binner);
   // Per ripple, what one line of shift puts into each window's ripple column.
   double gradRe[kRipples][kMaxWindows], gradIm[kRipples][kMaxWindows];
+  // ... and what each window's ripple column holds before any removal.
+  double diffRe[kRipples][kMaxWindows], diffIm[kRipples][kMaxWindows];
   for (int w = 0; w < windows; ++w) {
     const double* d = binner.profile(series, w);
     const uint8_t* ok = binner.kept(series, w);
@@ -231,6 +233,8 @@ ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& 
     for (int f = 0; f < kRipples; ++f) {
       gradRe[f][usedWindows] = sg.beta[kMaxTrendTerms + 2 * f];
       gradIm[f][usedWindows] = sg.beta[kMaxTrendTerms + 2 * f + 1];
+      diffRe[f][usedWindows] = sd.beta[kMaxTrendTerms + 2 * f];
+      diffIm[f][usedWindows] = sd.beta[kMaxTrendTerms + 2 * f + 1];
     }
     ++usedWindows;
     for (int b = 0; b < bins; ++b) {
@@ -270,7 +274,12 @@ ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& 
   for (int f = 0; f < kRipples; ++f) {
     const double re = WindowCombiner::median(gradRe[f], usedWindows);
     const double im = WindowCombiner::median(gradIm[f], usedWindows);
-    out.leak[f] = lines * std::hypot(re, im);
+    out.perLine[f] = std::hypot(re, im);
+    out.leak[f] = lines * out.perLine[f];
+    if (remove) {
+      out.before[f] = std::hypot(WindowCombiner::median(diffRe[f], usedWindows),
+                                 WindowCombiner::median(diffIm[f], usedWindows));
+    }
   }
   if (!remove) {
     return out;

@@ -41,12 +41,16 @@ namespace open_algo {
 // The shift of frame `to` against frame `from`, in lines (0 when none could
 // be estimated), its standard error, whether it was removed, and per ripple
 // what it may have put into the difference's ripple column, in the
-// difference's units (0 when no shift was estimated).
+// difference's units (0 when no shift was estimated), with what one line of
+// shift puts there. When it was removed, also per ripple what the column held
+// before (windows combined as the difference is).
 struct ShiftResult {
   double shift;
   double error;
   bool removed;
   double leak[kRipples];
+  double perLine[kRipples];
+  double before[kRipples];
 };
 
 class ShiftEstimator {

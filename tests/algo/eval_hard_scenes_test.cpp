@@ -269,6 +269,27 @@ TEST(HardScenes, NoFlickerNeverSwitches) {
       cell("light=daylight mains=none fps=29.97 timing=fixed motion=handheld texture=screen "
            "geometry=1920x1080@10us",
            6),
+      // Stripes near the 100 Hz band period drifting two lines a frame creep
+      // against the reference frame as a frozen 120 Hz ripple creeps with
+      // the mains' drift.
+      cell("light=daylight mains=none exposure=long fps=29.97 timing=fixed motion=v2 "
+           "texture=grating geometry=1920x1080@10us start=50",
+           817),
+      cell("light=led-pwm-1k mains=none exposure=long fps=60 timing=fixed noise=dim motion=v2 "
+           "texture=grating geometry=1920x1080@10us start=50",
+           897),
+      // A PWM lamp's bands take a new phase every frame.
+      cell("light=led-pwm mains=none exposure=long fps=30 timing=fixed noise=dim motion=v2 "
+           "texture=grating geometry=1920x1080@10us start=50",
+           857),
+      // 1 kHz bands that move between the frames read as a shift of the
+      // scene, whose removal would move the stripes into the 100 Hz column.
+      cell("light=led-pwm-1k mains=none exposure=short fps=30 noise=dim motion=still "
+           "texture=grating geometry=640x480@64us start=60",
+           892),
+      cell("light=led-pwm-1k mains=none exposure=short fps=60 timing=fixed noise=dim motion=pan "
+           "texture=grating geometry=640x480@64us start=60",
+           896),
   };
   flicker_host::setLogsQuiet(true);
   for (const EvalCell& c : rows) {
