@@ -48,6 +48,8 @@ const char* const kOpNames[] = {"Init",     "Uninit", "Config",   "LightWeightRe
                                 "GetResult"};
 const std::initializer_list<double> kOpWeights = {2, 1, 3, 2, 3, 2, 6, 100, 6};
 constexpr const char* kIdle = "(between operations)";
+// Frame heights of odd geometries: none, tiny, beyond the statistics buffers.
+const int kOddHeights[] = {0, 1, 100, 1080, 7000};
 
 // Progress of one driver, read by the watchdog.
 struct Progress {
@@ -84,7 +86,11 @@ int drive(int idx, uint32_t seed, const std::function<bool()>& keepGoing, Progre
         buffersHeld = false;
         break;
       case kConfig:
-        mgr.Config(makeConfig(below(4), 300, 5000 + 100 * below(3)));
+        // Now and then a geometry no sensor has (empty, huge, no line length).
+        mgr.Config(below(8) != 0 ? makeConfig(below(4), 300, 5000 + 100 * below(3))
+                                 : makeConfig(below(4), kOddHeights[below(5)],
+                                              static_cast<uint32_t>(below(70000)),
+                                              kOddHeights[below(5)]));
         requested.aeDetectCycle = below(5);  // 0: the product's cycle; 1: every frame; 2..4: AE's
         requested.exposureTime = 5000 + 1000 * below(20);
         break;
@@ -99,9 +105,9 @@ int drive(int idx, uint32_t seed, const std::function<bool()>& keepGoing, Progre
         break;
       case kSetParam:
         // Mostly automatic detection as the master; sometimes a fixed
-        // frequency or a slave, which detaches.
-        mgr.SetParam(makeInput(below(4) != 0 ? FLICKER_MODE_AUTO : 1 + below(2), below(2), below(4),
-                               below(8) != 0 ? 1 : 0));
+        // frequency, an unknown mode or a slave, which detaches.
+        mgr.SetParam(makeInput(below(4) != 0 ? FLICKER_MODE_AUTO : below(5), below(2), below(4),
+                               below(8) != 0 ? 1 : below(4) - 1));
         break;
       case kFrames:
         // A few frames of each batch deviate from the requests.
@@ -111,11 +117,18 @@ int drive(int idx, uint32_t seed, const std::function<bool()>& keepGoing, Progre
           params.flkEnable = below(64) != 0 ? 1 : 0;
           params.statValid = below(32) != 0 ? 1 : 0;
           params.needReinit = below(64) == 0 ? 1 : 0;
+          if (below(32) == 0) {  // a frame of another size, mode or cycle, valid or not
+            params.width = below(4000);
+            params.height = kOddHeights[below(5)];
+            params.pixelMode = below(40);
+            params.aeDetectCycle = below(6) - 1;
+            params.exposureTime = below(40000);
+          }
           rig.frame(params);
         }
         break;
       case kResult: {
-        std::vector<uint8_t> out;
+        std::vector<uint8_t> out(static_cast<size_t>(below(120)));  // grown or cut to the record
         mgr.GetResult(&out);
         const int32_t state = word(out, 1);  // flickerState, after the valid byte and padding
         bad += out.size() != kFlickerResultSize || out[0] != 1 ||
