@@ -134,9 +134,7 @@ SimLightComponent makeLightComponent(SimLightType type, double mainsHz, double l
       // Use makePwmLightComponent for a PWM LED; here a 50 % duty at 1 kHz.
       return makePwmLightComponent(1000.0, 0.5, level, mainsPhase);
     case SimLightType::kDaylight:
-      break;
-    case SimLightType::kMeasured:
-      // Built by makeLampModelComponent from its table entry; here steady.
+    case SimLightType::kMeasured:  // built by makeLampModelComponent from its table entry
       break;
   }
   return c;

@@ -4,6 +4,7 @@
 // NVRAM layer (FLICKER_NVRAM_IMAGE) and into the table a run hands over.
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <ostream>
@@ -131,6 +132,20 @@ class TuningImageTest : public ::testing::Test {
   tools_test::TempDir dir_;
   std::string image_ = dir_.path() + "/tuning.bin";
 };
+
+// "Every record alike" is about the fields: padding a writer left
+// differently does not make records differ, one changed byte does.
+TEST(TuningTableTest, UniformComparesFieldsNotPadding) {
+  flicker_loop::TuningTable table;
+  std::string error;
+  ASSERT_TRUE(flicker_loop::TuningChoice::load("open", &table, &error)) << error;
+  unsigned char* bytes = reinterpret_cast<unsigned char*>(&table.records.back());
+  bytes[offsetof(FLICKER_CUST_PARA, sensor_setting) - 1] ^= 0x5a;  // padding before the setting
+  bytes[sizeof(FLICKER_CUST_PARA) - 1] ^= 0x5a;                    // padding at the end
+  EXPECT_TRUE(table.uniform());
+  table.records.back().is_auto_gen ^= 1;
+  EXPECT_FALSE(table.uniform());
+}
 
 // The image of `tuning --set ... --write` reads back the same through every
 // door: --tuning FILE (JSON listing), the host NVRAM layer, --tuning host

@@ -34,7 +34,8 @@ constexpr double kMovingVisibility = 0.3;
 // A lamp whose ripple at the end is at most this deep is a weak (2 %) lamp.
 constexpr double kWeakRipple = 0.025;
 
-struct CellOutcome {
+// Fields in the order a reader of the evaluation needs them; one per cell.
+struct CellOutcome {  // NOLINT(clang-analyzer-optin.performance.Padding)
   EvalCell cell;
   bool ok = false;
   std::string error;

@@ -115,6 +115,7 @@ std::vector<GroupFigures> figuresBy(const std::vector<CellOutcome>& outcomes,
     all.push_back(&o);
   }
   std::vector<GroupFigures> rows;
+  rows.reserve(order.size() + 1);
   for (const std::string& g : order) {
     rows.push_back(groupFigures(g, groups[g]));
   }
@@ -132,6 +133,7 @@ double medianPairs(const std::vector<int>& pairs) {
   }
   // The lower median: a count of pairs some cell took, or never.
   std::vector<double> v;
+  v.reserve(pairs.size());
   for (const int p : pairs) {
     v.push_back(p < 0 ? kNever : p);
   }

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -106,6 +107,19 @@ bool readImage(const std::string& path, TuningTable* table, std::string* error) 
   return true;
 }
 
+// Field by field: the record's padding (before the sensor setting and after
+// the last byte) is whatever its writer left there.
+bool sameRecord(const FLICKER_CUST_PARA& a, const FLICKER_CUST_PARA& b) {
+  constexpr size_t kWords =
+      offsetof(FLICKER_CUST_PARA, freq_feature_index) + sizeof(a.freq_feature_index);
+  return memcmp(reinterpret_cast<const unsigned char*>(&a),
+                reinterpret_cast<const unsigned char*>(&b), kWords) == 0 &&
+         a.sensor_setting.pclk == b.sensor_setting.pclk &&
+         a.sensor_setting.line_length == b.sensor_setting.line_length &&
+         a.sensor_setting.column_length == b.sensor_setting.column_length &&
+         a.is_auto_gen == b.is_auto_gen;
+}
+
 }  // namespace
 
 TuningTable TuningTable::filledWith(const FLICKER_CUST_PARA& record) {
@@ -120,7 +134,7 @@ FlickerExtPara TuningTable::algoPart() const {
 
 bool TuningTable::uniform() const {
   for (const FLICKER_CUST_PARA& r : records) {
-    if (memcmp(&r, &records.front(), sizeof(r)) != 0) {
+    if (!sameRecord(r, records.front())) {
       return false;
     }
   }
