@@ -69,6 +69,8 @@ TEST_F(AdapterTest, InitAlgoRecordPerSensorPathAndMode) {
     reinit(row.sensorId, row.sensorMode);
     EXPECT_EQ(adapter_->init_algo(5000, 984, 666, kClk, row.path), 0);
     const auto sent = recordOf<FlkInitPara>(FLK_CMD_INIT);
+    // The bytes that cross to the algorithm, reserved and pad fields included.
+    // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
     EXPECT_EQ(memcmp(&sent, &row.expected, sizeof(sent)), 0);
   }
 }

@@ -83,9 +83,11 @@ TEST_F(FlickerDumpWriterTest, FilesHoldCountColumnsAndTrailer) {
     return v;
   };
   EXPECT_EQ(word(0), kCount);
-  EXPECT_EQ(memcmp(raw.data() + 4, slot1_.data(), 8 * kCount), 0);
-  EXPECT_EQ(memcmp(raw.data() + 4 + 8 * kCount, slot0_.data(), 8 * kCount), 0);
-  const size_t t = 4 + 16 * kCount;
+  EXPECT_EQ(memcmp(raw.data() + 4, slot1_.data(), sizeof(int64_t) * kCount), 0);
+  EXPECT_EQ(
+      memcmp(raw.data() + 4 + sizeof(int64_t) * kCount, slot0_.data(), sizeof(int64_t) * kCount),
+      0);
+  const size_t t = 4 + 2 * sizeof(int64_t) * kCount;
   std::vector<int32_t> trailer;
   for (size_t at = t; at < raw.size(); at += 4) trailer.push_back(word(at));
   std::vector<int32_t> expect = {666, 984, 60, -5, static_cast<int32_t>(0x89ABCDEF), 8333};
@@ -102,7 +104,7 @@ TEST_F(FlickerDumpWriterTest, FilesHoldCountColumnsAndTrailer) {
             std::vector<int64_t>({666, 984, 60, -5, 0x89ABCDEF, 8333, aux_[8]}));
 
   // flk_pure.raw: the two columns only, in the same order.
-  EXPECT_EQ(readText(dumpFile("000", "flk_pure.raw")), raw.substr(4, 16 * kCount));
+  EXPECT_EQ(readText(dumpFile("000", "flk_pure.raw")), raw.substr(4, 2 * sizeof(int64_t) * kCount));
   flicker_dump::FlkPureDump pure;
   ASSERT_TRUE(flicker_dump::readFlkPureRaw(dumpFile("000", "flk_pure.raw"), kCount, &pure, &error));
   EXPECT_TRUE(pure.slot1 == slot1_ && pure.slot0 == slot0_);

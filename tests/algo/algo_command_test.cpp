@@ -117,6 +117,8 @@ TEST(Tuning, WordsDecodeToKnobs) {
   std::memcpy(&table, open_algo::kDefaultTuningWords, sizeof(table));
   const AlgoKnobs defaults = AlgoTuning::defaults();
   const AlgoKnobs fromTable = AlgoTuning::decode(table);
+  // To the bit: the table is the defaults written out, not an approximation.
+  // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
   EXPECT_EQ(std::memcmp(&defaults, &fromTable, sizeof(AlgoKnobs)), 0);
   const FlickerExtPara zero{};
   const FlickerExtPara filled = AlgoTuning::effective(zero);

@@ -70,9 +70,9 @@ class Scene {
   double at(int w, int u) const {
     switch (texture_) {
       case Texture::kPiecewise:
-        return pieces_[w][static_cast<size_t>(u + kMargin)];
+        return pieces_[w][index(u)];
       case Texture::kFine:
-        return fine_[w][static_cast<size_t>(u + kMargin)];
+        return fine_[w][index(u)];
       case Texture::kWall:
         break;
     }
@@ -80,6 +80,12 @@ class Scene {
   }
 
  private:
+  // Scene line u (from -kMargin) in the stored profiles.
+  static size_t index(int u) {
+    const int stored = u + kMargin;
+    return static_cast<size_t>(stored);
+  }
+
   double next(double lo, double hi) {
     state_ = state_ * 1664525u + 1013904223u;
     return lo + (hi - lo) * (state_ >> 8) / 16777216.0;

@@ -153,6 +153,7 @@ TEST(OutcomeCodec, KeepsEveryBitAndRefusesOtherLines) {
   const std::string line = encodeOutcome(o);
   EXPECT_EQ(line.find('\n'), std::string::npos);
   ASSERT_TRUE(decodeOutcome(line, o.cell, &back, &error)) << error;
+  // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
   EXPECT_EQ(memcmp(&back.ripple, &o.ripple, sizeof(double)), 0);
   EXPECT_EQ(back.readoutS, 1e-300);
   EXPECT_TRUE(std::isnan(back.residualOther));

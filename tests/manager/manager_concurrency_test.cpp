@@ -17,6 +17,7 @@ using ConcurrencyTest = ManagerTest;
 TEST_F(ConcurrencyTest, ConcurrentGetInstanceCreatesOneInstance) {
   std::atomic<bool> go{false};
   std::vector<std::future<FlickerMgr*>> seen;
+  seen.reserve(8);
   for (int t = 0; t < 8; ++t) {
     seen.push_back(std::async(std::launch::async, [&go] {
       while (!go.load()) std::this_thread::yield();

@@ -22,7 +22,7 @@ FLICKER_CUST_PARA markedRecord(int row, int col) {
   for (int i = 0; i < kFlickerAlgoWords; ++i)
     words[i] = (row * 1000 + col * 100 + i) * (i % 2 ? -1 : 1);
   memcpy(&record, words, sizeof(words));
-  record.sensor_setting.pclk = 5000000000LL + row * 10 + col;
+  record.sensor_setting.pclk = 5000000000LL + row * 10LL + col;
   record.sensor_setting.line_length = 4000 + row;
   record.sensor_setting.column_length = -(3000 + col);
   record.is_auto_gen = static_cast<uint8_t>(row % 2);

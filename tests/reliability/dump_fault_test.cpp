@@ -159,6 +159,7 @@ TEST_P(DumpFaultTest, DetectionGoesOnAndEarlierDumpsSurvive) {
   ASSERT_GE(first, 5);
   ASSERT_EQ(readFile(tree_.counter()), std::to_string(first));
   std::vector<std::string> before;
+  before.reserve(static_cast<size_t>(first));
   for (int n = 0; n < first; ++n) before.push_back(readFile(tree_.flkRaw(n)));
   ASSERT_EQ(std::count(before.begin(), before.end(), ""), 0) << "the first round left empty dumps";
   // A dump holds the count, both slots of the block in force and the trailer.

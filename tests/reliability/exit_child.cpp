@@ -27,7 +27,8 @@ std::vector<int64_t> statistics(size_t entries, int frame) {
   constexpr int kWindowsPerRow = 18;
   std::vector<int64_t> block(entries);
   for (size_t i = 0; i < entries; ++i) {
-    const double row = static_cast<double>(i / kWindowsPerRow);
+    const size_t rowIndex = i / kWindowsPerRow;  // 18 windows side by side per statistics line
+    const double row = static_cast<double>(rowIndex);
     const double band = 0.1 * std::sin(0.05 * row + 1.3 * frame);
     block[i] = static_cast<int64_t>(4.0e6 * (1.0 + band) + 1000.0 * (i % kWindowsPerRow));
   }

@@ -87,10 +87,10 @@ int drive(int idx, uint32_t seed, const std::function<bool()>& keepGoing, Progre
         break;
       case kConfig:
         // Now and then a geometry no sensor has (empty, huge, no line length).
-        mgr.Config(below(8) != 0 ? makeConfig(below(4), 300, 5000 + 100 * below(3))
-                                 : makeConfig(below(4), kOddHeights[below(5)],
-                                              static_cast<uint32_t>(below(70000)),
-                                              kOddHeights[below(5)]));
+        mgr.Config(below(8) != 0
+                       ? makeConfig(below(4), 300, 5000 + 100 * below(3))
+                       : makeConfig(below(4), kOddHeights[below(5)],
+                                    static_cast<uint32_t>(below(70000)), kOddHeights[below(5)]));
         requested.aeDetectCycle = below(5);  // 0: the product's cycle; 1: every frame; 2..4: AE's
         requested.exposureTime = 5000 + 1000 * below(20);
         break;
@@ -178,6 +178,7 @@ TEST(StressTest, TwentySensorsUnderRandomCallOrders) {
   std::atomic<int> running{kSensors + 1};
   std::condition_variable ended;
   std::vector<std::thread> threads;
+  threads.reserve(kSensors);
   for (int i = 0; i < kSensors; ++i) {
     threads.emplace_back([&, i] {
       badResults += drive(i, seed + static_cast<uint32_t>(i), keepGoing, &progress[i]);

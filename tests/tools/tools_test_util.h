@@ -82,6 +82,7 @@ inline std::vector<FLICKER_CUST_PARA> loadedRecords() {
   std::vector<FLICKER_CUST_PARA> storage(static_cast<size_t>(kFlickerScenarioRows) *
                                          kFlickerBinRatios);
   std::vector<FLICKER_CUST_PARA*> rows;
+  rows.reserve(kFlickerScenarioRows);
   for (int row = 0; row < kFlickerScenarioRows; ++row)
     rows.push_back(&storage[static_cast<size_t>(row) * kFlickerBinRatios]);
   FLICKER_CUST_PARA** base = rows.data();

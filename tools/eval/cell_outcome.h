@@ -34,8 +34,7 @@ constexpr double kMovingVisibility = 0.3;
 // A lamp whose ripple at the end is at most this deep is a weak (2 %) lamp.
 constexpr double kWeakRipple = 0.025;
 
-// Fields in the order a reader of the evaluation needs them; one per cell.
-struct CellOutcome {  // NOLINT(clang-analyzer-optin.performance.Padding)
+struct CellOutcome {
   EvalCell cell;
   bool ok = false;
   std::string error;
