@@ -131,9 +131,8 @@ class LineBinner {
 #if FLICKER_WIDE_ROWS
   // binWindows<W, 4>, compiled for processors with AVX2.
   template <int W>
-  __attribute__((target("avx2"))) void binWindowsWide(const PairInput& in,
-                                                      const EntryRange& range, int frame,
-                                                      int target, int offset);
+  __attribute__((target("avx2"))) void binWindowsWide(const PairInput& in, const EntryRange& range,
+                                                      int frame, int target, int offset);
 #endif
   // Stores bin `b` of `frame` from the running sums less their marks at the
   // bin's start, and moves the marks to its end.

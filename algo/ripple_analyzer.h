@@ -103,8 +103,7 @@ class RippleAnalyzer {
   // Fits a difference series with the difference's model, or a candidate
   // with a harmonic when it explains clearly more; returns the model kept.
   // `removed`: a shift was removed from the series since its estimate.
-  int fitDifference(int series, int windows, bool removed, const AlgoKnobs& knobs,
-                    WindowFit* fits);
+  int fitDifference(int series, int windows, bool removed, const AlgoKnobs& knobs, WindowFit* fits);
   // What a lone ripple explains of the windows' mean difference beyond its
   // trend, over what it leaves.
   double commonExplained(int series, int windows, int model, const WindowFit* fits);
