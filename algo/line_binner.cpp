@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 
 namespace open_algo {
 namespace {
@@ -54,65 +55,99 @@ void countGroup(const int64_t* row, int lines, int stride, int first, const Entr
   }
 }
 
-// Two 64-bit lanes, as a vector register holds them (a GCC and clang
-// extension): written out, the rows' loop stays vectorised wherever the
-// compiler inlines it.
+// 64-bit lanes side by side, as a vector register holds them (a GCC and
+// clang extension): written out, the rows' loop stays vectorised wherever the
+// compiler inlines it. Two lanes fill the baseline x86-64 and 64-bit Arm
+// vector registers; four fill those of x86-64 processors with AVX2, which the
+// frame's loop uses where the processor has them (see LineBinner::bin).
 using TwoLanes = uint64_t __attribute__((vector_size(2 * sizeof(uint64_t))));
+using FourLanes = uint64_t __attribute__((vector_size(4 * sizeof(uint64_t))));
+template <int kLanes>
+struct LanesOf;
+template <>
+struct LanesOf<2> {
+  using Type = TwoLanes;
+};
+template <>
+struct LanesOf<4> {
+  using Type = FourLanes;
+};
 
-TwoLanes twoAt(const int64_t* p) {
-  TwoLanes v;
-  std::memcpy(&v, p, sizeof v);
-  return v;
+// (Vectors are passed by pointer: a wide one returned by value from a
+// function built for the baseline instruction set would change its ABI.)
+template <typename V>
+[[gnu::always_inline]] inline void loadLanes(const int64_t* p, V* v) {
+  std::memcpy(v, p, sizeof *v);
+}
+
+template <typename V>
+[[gnu::always_inline]] inline void fillLanes(uint64_t x, V* v) {
+  for (size_t i = 0; i < sizeof *v / sizeof x; ++i) {
+    (*v)[i] = x;
+  }
 }
 
 // The common case: `lines` whole rows of W windows. Per window a sum and an
 // OR of the entries' out-of-range bits: the same branch-free operations on
-// every window of a row, two windows to a vector (the baseline x86-64 and
-// 64-bit Arm vector sets both add, subtract and OR 64-bit lanes). False,
-// with nothing added, when any entry is out of range.
-template <int W>
-bool sumInRange(const int64_t* row, int lines, const EntryRange& range, uint64_t* acc) {
-  constexpr int kPairs = W / 2;
-  constexpr bool kOdd = W % 2 != 0;
-  TwoLanes a[kPairs + 1] = {}, bits[kPairs + 1] = {};
-  const TwoLanes low = {range.low, range.low};
-  const TwoLanes top = {range.top, range.top};
-  uint64_t lastSum = 0, lastBits = 0;
-  for (int l = 0; l < lines; ++l, row += W) {
-    for (int p = 0; p < kPairs; ++p) {
-      const TwoLanes v = twoAt(row + 2 * p);
-      a[p] += v;
-      bits[p] |= (v - low) | (top - v);
-    }
-    if (kOdd) {
-      const uint64_t v = static_cast<uint64_t>(row[W - 1]);
-      lastSum += v;
-      lastBits |= rangeBits(v, range);
+// every entry, kLanes entries to a vector. The rows are read as one run of
+// entries, a block of rows at a time whose entries fill whole vectors (one
+// row of six windows in two lanes, two rows in four), so that each lane of a
+// block's vectors always holds the same window; rows left over, fewer than a
+// block, are summed entry by entry. The sums are exact (unsigned, wrapping),
+// so their grouping does not matter. False, with nothing added, when any
+// entry is out of range.
+template <int W, int kLanes>
+[[gnu::always_inline]] inline bool sumInRange(const int64_t* row, int lines,
+                                              const EntryRange& range, uint64_t* acc) {
+  using V = typename LanesOf<kLanes>::Type;
+  constexpr int kBlockRows = kLanes / std::gcd(W, kLanes);
+  constexpr int kVectors = kBlockRows * W / kLanes;
+  V a[kVectors] = {}, bits[kVectors] = {};
+  V low, top;
+  fillLanes(range.low, &low);
+  fillLanes(range.top, &top);
+  int l = 0;
+  for (; l + kBlockRows <= lines; l += kBlockRows, row += kBlockRows * W) {
+    for (int v = 0; v < kVectors; ++v) {
+      V x;
+      loadLanes(row + v * kLanes, &x);
+      a[v] += x;
+      bits[v] |= (x - low) | (top - x);
     }
   }
-  uint64_t out = lastBits;
-  for (int p = 0; p < kPairs; ++p) {
-    out |= bits[p][0] | bits[p][1];
+  uint64_t sums[W] = {}, out = 0;
+  for (; l < lines; ++l, row += W) {
+    for (int w = 0; w < W; ++w) {
+      const uint64_t v = static_cast<uint64_t>(row[w]);
+      sums[w] += v;
+      out |= rangeBits(v, range);
+    }
+  }
+  for (int v = 0; v < kVectors; ++v) {
+    for (int i = 0; i < kLanes; ++i) {
+      out |= bits[v][i];
+    }
   }
   if ((out >> 63) != 0) {
     return false;
   }
-  for (int p = 0; p < kPairs; ++p) {
-    acc[2 * p] += a[p][0];
-    acc[2 * p + 1] += a[p][1];
+  for (int v = 0; v < kVectors; ++v) {
+    for (int i = 0; i < kLanes; ++i) {
+      sums[(v * kLanes + i) % W] += a[v][i];
+    }
   }
-  if (kOdd) {
-    acc[W - 1] += lastSum;
+  for (int w = 0; w < W; ++w) {
+    acc[w] += sums[w];
   }
   return true;
 }
 
 // Adds the rows to the sums; true when some entry was out of range and the
 // rows were counted entry by entry (bad and high may then have grown).
-template <int W>
-bool sumRows(const int64_t* row, int lines, const EntryRange& range, uint64_t* acc, int* bad,
-             int* high) {
-  if (range.any && sumInRange<W>(row, lines, range, acc)) {
+template <int W, int kLanes>
+[[gnu::always_inline]] inline bool sumRows(const int64_t* row, int lines, const EntryRange& range,
+                                           uint64_t* acc, int* bad, int* high) {
+  if (range.any && sumInRange<W, kLanes>(row, lines, range, acc)) {
     return false;
   }
   int w = 0;
@@ -130,6 +165,15 @@ int analysedLines(const PairInput& in, int searchRange) {
 }
 
 }  // namespace
+
+bool LineBinner::wideRowsAvailable() {
+#if FLICKER_WIDE_ROWS
+  static const bool available = __builtin_cpu_supports("avx2") != 0;
+  return available;
+#else
+  return false;
+#endif
+}
 
 bool LineBinner::plan(const PairInput& in, int searchRange, int minBins, double minReadoutPeriods) {
   const int lines = analysedLines(in, searchRange);
@@ -182,12 +226,32 @@ void LineBinner::bin(const PairInput& in, const AlgoKnobs& knobs, int frame, int
   static_assert(kMaxWindows == 6, "one frame binner per window count");
   using FrameBinner = void (LineBinner::*)(const PairInput&, const EntryRange&, int, int, int);
   static constexpr FrameBinner kBinners[kMaxWindows] = {
-      &LineBinner::binWindows<1>, &LineBinner::binWindows<2>, &LineBinner::binWindows<3>,
-      &LineBinner::binWindows<4>, &LineBinner::binWindows<5>, &LineBinner::binWindows<6>};
-  (this->*kBinners[std::clamp(in.windows, 1, kMaxWindows) - 1])(in, range, frame, target, offset);
+      &LineBinner::binWindows<1, 2>, &LineBinner::binWindows<2, 2>, &LineBinner::binWindows<3, 2>,
+      &LineBinner::binWindows<4, 2>, &LineBinner::binWindows<5, 2>, &LineBinner::binWindows<6, 2>};
+  const int index = std::clamp(in.windows, 1, kMaxWindows) - 1;
+#if FLICKER_WIDE_ROWS
+  static constexpr FrameBinner kWideBinners[kMaxWindows] = {
+      &LineBinner::binWindowsWide<1>, &LineBinner::binWindowsWide<2>,
+      &LineBinner::binWindowsWide<3>, &LineBinner::binWindowsWide<4>,
+      &LineBinner::binWindowsWide<5>, &LineBinner::binWindowsWide<6>};
+  if (wideRows_) {
+    (this->*kWideBinners[index])(in, range, frame, target, offset);
+    return;
+  }
+#endif
+  (this->*kBinners[index])(in, range, frame, target, offset);
 }
 
+#if FLICKER_WIDE_ROWS
+// The frame's loop compiled for AVX2: the rows' sums in four lanes.
 template <int W>
+void LineBinner::binWindowsWide(const PairInput& in, const EntryRange& range, int frame, int target,
+                                int offset) {
+  binWindows<W, 4>(in, range, frame, target, offset);
+}
+#endif
+
+template <int W, int kLanes>
 void LineBinner::binWindows(const PairInput& in, const EntryRange& range, int frame, int target,
                             int offset) {
   constexpr int windows = W;
@@ -216,7 +280,7 @@ void LineBinner::binWindows(const PairInput& in, const EntryRange& range, int fr
     runOut += (next - line) - (last - first);
     if (last > first) {
       const int64_t* row = data + static_cast<size_t>(first) * windows;
-      counted = sumRows<W>(row, last - first, range, run, runBad, runHigh) || counted;
+      counted = sumRows<W, kLanes>(row, last - first, range, run, runBad, runHigh) || counted;
     }
     if (next == nextBin) {
       storeBin(target, next / binLines_ - 1, windows, logLines, range.clipTest,

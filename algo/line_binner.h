@@ -30,6 +30,14 @@
 #include "algo_tuning.h"
 #include "pair_evidence.h"
 
+// The frame's loop has a second build for x86-64 processors with AVX2, four
+// 64-bit lanes to a vector instead of two; the binner picks it at run time.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define FLICKER_WIDE_ROWS 1
+#else
+#define FLICKER_WIDE_ROWS 0
+#endif
+
 namespace open_algo {
 
 class LineBinner {
@@ -76,6 +84,12 @@ class LineBinner {
   // No sub-bins are summed for this pair.
   void dropSubBins() { subBins_ = 0; }
 
+  // Whether this processor runs the wide build of the frame's loop.
+  static bool wideRowsAvailable();
+  // Wide build where available (the default), or the portable one: both give
+  // the same sums and flags.
+  void useWideRows(bool on) { wideRows_ = on && wideRowsAvailable(); }
+
   // Bins one frame, and its sub-bins, in one pass over its lines.
   void bin(const PairInput& in, const AlgoKnobs& knobs, int frame) {
     bin(in, knobs, frame, frame, 0);
@@ -110,9 +124,16 @@ class LineBinner {
   unsigned referenceStamp() const { return referenceStamp_; }
 
  private:
-  // bin() for W windows.
+  // bin() for W windows, the rows summed kLanes entries to a vector.
+  template <int W, int kLanes>
+  [[gnu::always_inline]] inline void binWindows(const PairInput& in, const EntryRange& range,
+                                                int frame, int target, int offset);
+#if FLICKER_WIDE_ROWS
+  // binWindows<W, 4>, compiled for processors with AVX2.
   template <int W>
-  void binWindows(const PairInput& in, const EntryRange& range, int frame, int target, int offset);
+  __attribute__((target("avx2"))) void binWindowsWide(const PairInput& in, const EntryRange& range,
+                                                      int frame, int target, int offset);
+#endif
   // Stores bin `b` of `frame` from the running sums less their marks at the
   // bin's start, and moves the marks to its end.
   void storeBin(int frame, int b, int windows, double logLines, uint64_t clipTest, bool outside,
@@ -124,6 +145,7 @@ class LineBinner {
   int subBins_ = 0;
   int subLines_ = 0;
   unsigned referenceStamp_ = 0;
+  bool wideRows_ = wideRowsAvailable();
   double profile_[kSeries][kMaxWindows][kMaxBins] = {};
   uint8_t ok_[kSeries][kMaxWindows][kMaxBins] = {};
   double sum_[kFrames][kMaxWindows][kMaxBins] = {};

@@ -208,10 +208,18 @@ void RippleAnalyzer::fitSeries(int series, int windows, int key, WindowFit* fits
   }
 }
 
-int RippleAnalyzer::fitDifference(int series, int windows, const AlgoKnobs& knobs,
+int RippleAnalyzer::fitDifference(int series, int windows, bool removed, const AlgoKnobs& knobs,
                                   WindowFit* fits) {
   int model = diffModel_;
-  fitSeries(series, windows, diffModel_, fits);
+  for (int w = 0; w < windows; ++w) {
+    // The shift's estimate solved the series already where it removed nothing.
+    const WindowFit* unshifted = removed ? nullptr : shift_.unshiftedFit(w);
+    if (unshifted != nullptr) {
+      fits[w] = *unshifted;
+    } else {
+      fitter_.fit(binner_.profile(series, w), binner_.kept(series, w), diffModel_, &fits[w]);
+    }
+  }
   double best = WindowCombiner::medianSigma(fits, windows);
   for (int i = 0; i < altModels_; ++i) {
     const int key = altModel_[i];
@@ -256,7 +264,7 @@ double RippleAnalyzer::commonExplained(int series, int windows, int model, const
 void RippleAnalyzer::readDifference(int series, int from, int to, const double* scale, int windows,
                                     const AlgoKnobs& knobs, DifferenceReading* r) {
   r->shift = shift_.removeShift(binner_, fitter_, diffModel_, windows, series, from, to);
-  const int model = fitDifference(series, windows, knobs, r->fits);
+  const int model = fitDifference(series, windows, r->shift.removed, knobs, r->fits);
   double sigma[kMaxWindows];
   int n = 0;
   for (int w = 0; w < windows; ++w) {

@@ -102,7 +102,8 @@ class RippleAnalyzer {
   void fitSeries(int series, int windows, int key, WindowFit* fits);
   // Fits a difference series with the difference's model, or a candidate
   // with a harmonic when it explains clearly more; returns the model kept.
-  int fitDifference(int series, int windows, const AlgoKnobs& knobs, WindowFit* fits);
+  // `removed`: a shift was removed from the series since its estimate.
+  int fitDifference(int series, int windows, bool removed, const AlgoKnobs& knobs, WindowFit* fits);
   // What a lone ripple explains of the windows' mean difference beyond its
   // trend, over what it leaves.
   double commonExplained(int series, int windows, int model, const WindowFit* fits);

@@ -317,6 +317,11 @@ bool RippleLeastSquares::fit(const double* y, const uint8_t* ok, int key, Window
       fit->explained = (trend.rss - sol.rss) / std::max(sol.rss, 1e-30);
     }
   }
+  describe(sol, fit);
+  return true;
+}
+
+void RippleLeastSquares::describe(const Solution& sol, WindowFit* fit) {
   const double sigma2 = sol.rss / sol.dof;
   fit->sigma = std::sqrt(sigma2);
   for (int c = 0; c < kComponents; ++c) {
@@ -325,7 +330,6 @@ bool RippleLeastSquares::fit(const double* y, const uint8_t* ok, int key, Window
     fit->se[c] = std::sqrt(sigma2 * 0.5 * (sol.var[2 * c] + sol.var[2 * c + 1]));
   }
   fit->valid = true;
-  return true;
 }
 
 }  // namespace open_algo

@@ -80,6 +80,9 @@ class RippleLeastSquares {
   bool solve(const double* y, const uint8_t* ok, int key, Solution* sol);
   // Residual of a solved series at bin b (meaningful where the series is kept).
   double residualAt(const double* y, const Solution& sol, int b) const;
+  // The ripple phasors with their errors, and the residual rms, of a solved
+  // series (fit->explained is left as it is).
+  static void describe(const Solution& sol, WindowFit* fit);
   // Solves and turns the ripple coefficients into phasors with errors;
   // `explain`: also fit the trend alone and fill fit->explained.
   bool fit(const double* y, const uint8_t* ok, int key, WindowFit* fit, bool explain = false);

@@ -209,6 +209,7 @@ bool ShiftEstimator::buildGradient(const LineBinner& binner, int w, int from, in
 ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& fitter, int model,
                                         int windows, int series, int from, int to) {
   ShiftResult out{};
+  std::fill(unshiftedKnown_, unshiftedKnown_ + kMaxWindows, false);
   if (binner.subBins() == 0) {
     return out;
   }
@@ -225,8 +226,13 @@ ShiftResult ShiftEstimator::removeShift(LineBinner& binner, RippleLeastSquares& 
     const double* d = binner.profile(series, w);
     const uint8_t* ok = binner.kept(series, w);
     RippleLeastSquares::Solution sd, sg;
-    if (!buildGradient(binner, w, from, to) || !fitter.solve(d, ok, model, &sd) ||
-        !fitter.solve(grad_[w], ok, model, &sg)) {
+    if (!buildGradient(binner, w, from, to) || !fitter.solve(d, ok, model, &sd)) {
+      continue;
+    }
+    unshifted_[w].explained = 0.0;
+    RippleLeastSquares::describe(sd, &unshifted_[w]);
+    unshiftedKnown_[w] = true;
+    if (!fitter.solve(grad_[w], ok, model, &sg)) {
       continue;
     }
     used[w] = true;

@@ -62,6 +62,12 @@ class ShiftEstimator {
   // from the series when it qualifies.
   ShiftResult removeShift(LineBinner& binner, RippleLeastSquares& fitter, int model, int windows,
                           int series, int from, int to);
+  // The fit of window `window`'s difference under the model as the last
+  // removeShift() solved it, before any removal (the same as fitting the
+  // series anew while nothing was removed); null where it was not solved.
+  const WindowFit* unshiftedFit(int window) const {
+    return unshiftedKnown_[window] ? &unshifted_[window] : nullptr;
+  }
   // The lines by which frame `to`'s scene lies further down than frame
   // `from`'s, searched within `reach` sub-bins (at most kMaxEdgeReach) of
   // `center` lines; false when the frames' edges match clearly at no lag in
@@ -109,6 +115,8 @@ class ShiftEstimator {
   };
 
   Border borders_[kMaxBins + 1] = {};
+  WindowFit unshifted_[kMaxWindows] = {};
+  bool unshiftedKnown_[kMaxWindows] = {};
   double grad_[kMaxWindows][kMaxBins] = {};
   FromKey fromKey_{};
   double fromEnergy_ = 0.0;

@@ -6,7 +6,8 @@
 // and beside the range's ends and at the extremes of the entries' type, for
 // every window count (odd groups of windows) and line counts that leave a
 // partial bin or sub-bin at the end; and for a frame binned some lines on,
-// whose bins beyond it are flagged outside.
+// whose bins beyond it are flagged outside. Both builds of the rows' loop are
+// checked: the portable one and, where the processor has it, the wide one.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -70,13 +71,8 @@ TEST_P(LineBinnerTest, SumsAndFlagsEveryBinAsItsEntriesAre) {
     frame[static_cast<size_t>(o.line) * windows + o.window] = value[static_cast<int>(o.level)];
   }
   PairInput in{{frame.data(), frame.data()}, lines, windows, kWinWidth, kLineTime, 0.01, 0.01};
-  LineBinner binner;
-  ASSERT_TRUE(binner.plan(in, 0, 14, 0.5));
-  binner.planSubBins(in, 0);
   const int offset = GetParam().offset;
   const int frameIndex = offset == 0 ? 0 : LineBinner::kShifted;
-  binner.bin(in, knobs, 0, frameIndex, offset);
-
   // Sum and flags of lines [first, first + count) of window w, entry by
   // entry; lines beyond the frame flag it outside.
   auto expected = [&](int first, int count, int w, double* sum) {
@@ -97,28 +93,38 @@ TEST_P(LineBinnerTest, SumsAndFlagsEveryBinAsItsEntriesAre) {
     return static_cast<uint8_t>((clipped ? LineBinner::kClipped : 0) |
                                 (dark ? LineBinner::kDark : 0));
   };
-  for (int w = 0; w < windows; ++w) {
-    for (int b = 0; b < binner.bins(); ++b) {
-      SCOPED_TRACE("window " + std::to_string(w) + " bin " + std::to_string(b));
-      double sum = 0;
-      const uint8_t level = expected(b * binner.binLines(), binner.binLines(), w, &sum);
-      EXPECT_EQ(binner.level(frameIndex, w, b), level);
-      if ((level & LineBinner::kClipped) == 0) {
-        EXPECT_EQ(binner.sum(frameIndex, w, b), sum);
+  // The portable rows' loop, and the wide one where this processor has it.
+  for (const bool wide : {false, true}) {
+    SCOPED_TRACE(wide ? "wide rows" : "portable rows");
+    LineBinner binner;
+    binner.useWideRows(wide);
+    ASSERT_TRUE(binner.plan(in, 0, 14, 0.5));
+    binner.planSubBins(in, 0);
+    binner.bin(in, knobs, 0, frameIndex, offset);
+
+    for (int w = 0; w < windows; ++w) {
+      for (int b = 0; b < binner.bins(); ++b) {
+        SCOPED_TRACE("window " + std::to_string(w) + " bin " + std::to_string(b));
+        double sum = 0;
+        const uint8_t level = expected(b * binner.binLines(), binner.binLines(), w, &sum);
+        EXPECT_EQ(binner.level(frameIndex, w, b), level);
+        if ((level & LineBinner::kClipped) == 0) {
+          EXPECT_EQ(binner.sum(frameIndex, w, b), sum);
+        }
+        if (frameIndex == 0) {
+          EXPECT_EQ(binner.kept(0, w)[b], level == 0 ? 1 : 0);
+        }
+        if (level == 0 && frameIndex == 0) {
+          EXPECT_NEAR(binner.profile(0, w)[b], std::log(sum / binner.binLines()), 1e-12);
+        }
       }
-      if (frameIndex == 0) {
-        EXPECT_EQ(binner.kept(0, w)[b], level == 0 ? 1 : 0);
+      for (int k = 0; k < binner.subBins(); ++k) {
+        SCOPED_TRACE("window " + std::to_string(w) + " sub-bin " + std::to_string(k));
+        double sum = 0;
+        const uint8_t level = expected(k * binner.subLines(), binner.subLines(), w, &sum);
+        EXPECT_EQ(binner.subLevel(frameIndex, w, k), level);
+        EXPECT_EQ(binner.subSum(frameIndex, w, k), sum);
       }
-      if (level == 0 && frameIndex == 0) {
-        EXPECT_NEAR(binner.profile(0, w)[b], std::log(sum / binner.binLines()), 1e-12);
-      }
-    }
-    for (int k = 0; k < binner.subBins(); ++k) {
-      SCOPED_TRACE("window " + std::to_string(w) + " sub-bin " + std::to_string(k));
-      double sum = 0;
-      const uint8_t level = expected(k * binner.subLines(), binner.subLines(), w, &sum);
-      EXPECT_EQ(binner.subLevel(frameIndex, w, k), level);
-      EXPECT_EQ(binner.subSum(frameIndex, w, k), sum);
     }
   }
 }
