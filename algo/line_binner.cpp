@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <numeric>
 
@@ -102,13 +103,14 @@ template <int W, int kLanes>
   using V = typename LanesOf<kLanes>::Type;
   constexpr int kBlockRows = kLanes / std::gcd(W, kLanes);
   constexpr int kVectors = kBlockRows * W / kLanes;
+  constexpr std::ptrdiff_t kBlockEntries = static_cast<std::ptrdiff_t>(kBlockRows) * W;
   V a[kVectors] = {}, bits[kVectors] = {};
   V low, top;
   fillLanes(range.low, &low);
   fillLanes(range.top, &top);
   int l = 0;
-  for (; l + kBlockRows <= lines; l += kBlockRows, row += kBlockRows * W) {
-    for (int v = 0; v < kVectors; ++v) {
+  for (; l + kBlockRows <= lines; l += kBlockRows, row += kBlockEntries) {
+    for (std::ptrdiff_t v = 0; v < kVectors; ++v) {
       V x;
       loadLanes(row + v * kLanes, &x);
       a[v] += x;

@@ -203,7 +203,7 @@ int32_t OpenFlickerAlgo::detect(const FlkDetectPara* para, FlkDetectResult* resu
   result->score60 = d.score60;
   if (para->aux != nullptr) {
     writeAux(para->aux, d);
-    para->aux[1] = entry.vote;
+    para->aux[1] = static_cast<uint8_t>(entry.vote);  // a frequency code, 0 to 2
     para->aux[0] |= entry.temporal ? 1 << 5 : 0;
   }
   logEvidence();

@@ -193,7 +193,7 @@ double RippleLeastSquares::inflation(int key, int component) {
   if (!usable(key) || bins_ <= 0) {
     return 0.0;
   }
-  const double* var = &fullVar_[key][2 * component];
+  const double* var = &fullVar_[key][2 * static_cast<size_t>(component)];
   return 0.25 * bins_ * (var[0] + var[1]);
 }
 
@@ -202,7 +202,7 @@ bool RippleLeastSquares::solveOwn(const uint8_t* ok, int key, Solution* sol) {
   // binned with an offset lost at the edge), and a window's difference and
   // its gradient share the model: the last factorisation serves again.
   if (own_.valid && own_.key == key && std::equal(ok, ok + bins_, own_.mask)) {
-    std::copy(&own_.chol[0][0], &own_.chol[0][0] + kFitParams * kFitParams, &sol->ownChol[0][0]);
+    std::copy_n(&own_.chol[0][0], kFitParams * kFitParams, &sol->ownChol[0][0]);
     std::copy(own_.var, own_.var + kRippleCols, sol->ownVar);
     return true;
   }
@@ -226,7 +226,7 @@ bool RippleLeastSquares::solveOwn(const uint8_t* ok, int key, Solution* sol) {
   own_.valid = true;
   own_.key = key;
   std::copy(ok, ok + bins_, own_.mask);
-  std::copy(&sol->ownChol[0][0], &sol->ownChol[0][0] + kFitParams * kFitParams, &own_.chol[0][0]);
+  std::copy_n(&sol->ownChol[0][0], kFitParams * kFitParams, &own_.chol[0][0]);
   std::copy(sol->ownVar, sol->ownVar + kRippleCols, own_.var);
   return true;
 }
@@ -327,7 +327,9 @@ void RippleLeastSquares::describe(const Solution& sol, WindowFit* fit) {
   for (int c = 0; c < kComponents; ++c) {
     fit->re[c] = sol.beta[kMaxTrendTerms + 2 * c];
     fit->im[c] = sol.beta[kMaxTrendTerms + 1 + 2 * c];
-    fit->se[c] = std::sqrt(sigma2 * 0.5 * (sol.var[2 * c] + sol.var[2 * c + 1]));
+    fit->se[c] =
+        std::sqrt(sigma2 * 0.5 *
+                  (sol.var[2 * static_cast<size_t>(c)] + sol.var[2 * static_cast<size_t>(c) + 1]));
   }
   fit->valid = true;
 }
