@@ -6,6 +6,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cell_outcome.h"
@@ -111,10 +112,11 @@ TEST(Observability, APairShowsOnlyALampThatLitBothItsFrames) {
   for (const Row& row : {Row{"29.97", 692, false}, Row{"25", 1691, true}}) {
     EvalCell c;
     c.seed = row.seed;
-    for (const std::string& word : {"light=fluorescent", "mains=dark>60", "exposure=short",
-                                    "timing=fixed", "geometry=1920x1080@10us", "start=50"}) {
-      const size_t eq = word.find('=');
-      ASSERT_TRUE(c.set(word.substr(0, eq), word.substr(eq + 1))) << word;
+    const std::pair<const char*, const char*> dims[] = {
+        {"light", "fluorescent"}, {"mains", "dark>60"},           {"exposure", "short"},
+        {"timing", "fixed"},      {"geometry", "1920x1080@10us"}, {"start", "50"}};
+    for (const auto& dim : dims) {
+      ASSERT_TRUE(c.set(dim.first, dim.second)) << dim.first;
     }
     ASSERT_TRUE(c.set("fps", row.fps));
     SCOPED_TRACE(c.label());
