@@ -98,4 +98,15 @@ bool EvidenceHistory::recentAmplitude(int ripple, int ages, double* amplitude) c
   return false;
 }
 
+bool EvidenceHistory::recentAloneBound(int ripple, int ages, double* upTo) const {
+  for (int age = 0; age < std::min(ages, count_); ++age) {
+    const EvidenceEntry& e = at(age);
+    if (e.aloneUpTo[ripple] >= 0.0f) {
+      *upTo = e.aloneUpTo[ripple];
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace open_algo

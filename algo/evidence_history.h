@@ -38,6 +38,10 @@ struct EvidenceEntry {
   // Then the most its banding can be: each frame's own fit at its frequency
   // (texture included) plus two standard errors; infinite when unknown.
   float creptUpper;
+  // The most the ripple can be, measured while the other ripple could not
+  // reach the difference (frozen or cancelled): its column then held no leak
+  // of the other lamp. Negative when the pair gave no such look.
+  float aloneUpTo[kRipples];
   // The ripple not applied against the cancelled probe, for the slow path.
   ProbeSample probe;
   // The ripple not applied as a weak lamp would show it, for the weak path.
@@ -66,6 +70,9 @@ class EvidenceHistory {
   // Amplitude of `ripple` measured by the newest of the last `ages` entries
   // that could see it in its difference; false when none could.
   bool recentAmplitude(int ripple, int ages, double* amplitude) const;
+  // The bound `aloneUpTo` of `ripple` from the newest of the last `ages`
+  // entries that gave one; false when none did.
+  bool recentAloneBound(int ripple, int ages, double* upTo) const;
   // Newest entry; only valid when size() > 0.
   const EvidenceEntry& newest() const { return at(0); }
 

@@ -60,6 +60,9 @@ constexpr double kMovedLines = 0.5;
 // Residual rms of a pair's own difference (log units) that a frozen ripple
 // on a still scene does not leave: a still scene leaves well under 1 %.
 constexpr double kUnexplainedChange = 0.01;
+// A frozen ripple's creep against the reference must show at least this many
+// times what the pair's own difference shows at its frequency.
+constexpr double kCreepOverOwn = 2.0;
 // A harmonic needs this many bins per 120 Hz period (three per period of
 // 240 Hz) to be told from the trend.
 constexpr double kMinBinsPerHarmonicPeriod = 6.0;
@@ -407,9 +410,18 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
   // it too.
   const bool pairChanges =
       out->sceneResidual >= kUnexplainedChange && out->loneExplained < 0.5 * kMinLoneExplained;
+  // The creep grows with the time since the reference, the pair's own share
+  // of it does not: a pattern the pair's own difference shows as clearly as
+  // the difference with the reference changes from frame to frame (a moving
+  // mains-frequency component of the lamp over a short readout), and is no
+  // creep of the frozen ripple.
+  const RippleSummary& own = out->temporal[frozen];
+  const bool ownShows =
+      own.snr >= knobs.snrThreshold && kCreepOverOwn * own.phasor > r.ripple[frozen].phasor;
   for (int f = 0; f < kRipples; ++f) {
     out->longRipple[f] = r.ripple[f];
-    const bool voting = f == frozen && !d.left && !pairChanges && (linedUp || !d.drifting);
+    const bool voting =
+        f == frozen && !d.left && !pairChanges && !ownShows && (linedUp || !d.drifting);
     out->longEvidence[f] = voting ? r.evidence[f] : 0.0;
   }
   if ((r.fitted && r.residual >= kResidualHigh) || d.left) {

@@ -118,6 +118,7 @@ ProbeSample StateDecider::probeSample(const PairEvidence& ev) const {
 EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   EvidenceEntry e{};
   e.vote = FLK_FREQ_NONE;
+  e.aloneUpTo[0] = e.aloneUpTo[1] = -1.0f;
   e.cancelled[0] = ev.cancelled[0];
   e.cancelled[1] = ev.cancelled[1];
   e.probe = probeSample(ev);
@@ -173,12 +174,15 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     }
     e.amplitude[f] = static_cast<float>(amplitude[f]);
   }
+  for (int f = 0; f < kRipples; ++f) {
+    e.aloneUpTo[f] = static_cast<float>(aloneUpTo(ev, f, knobs_.snrThreshold));
+  }
   if (isFrequency(applied_)) {
     e.weak = WeakEvidence::sampleOf(ev, applied_, rival(ev, amplitude, 1 - applied_), knobs_);
   }
   for (int f = 0; f < kRipples; ++f) {
     if (ev.temporalEvidence[f] >= kVoteEvidence &&
-        amplitude[f] >= knobs_.dominance * rival(ev, amplitude, f)) {
+        amplitude[f] >= knobs_.dominance * entangledRival(ev, amplitude, f)) {
       e.vote = static_cast<int8_t>(f);
       e.temporal = true;
       return e;
@@ -230,6 +234,41 @@ double StateDecider::rival(const PairEvidence& ev, const double* amplitude, int 
   // what the difference shows, not the frame ripples behind it (the lower
   // visibility would otherwise inflate the one that votes).
   return 0.5 * ev.temporal[other].phasor / ev.visibility[f];
+}
+
+double StateDecider::aloneUpTo(const PairEvidence& ev, int f, double snrThreshold) {
+  const int other = 1 - f;
+  // Only a look that found no such light bounds it: where the ripple shows,
+  // its lamp is on (mixed light), and what it is comes from its own votes.
+  if (ev.cancelled[f] || ev.frozen[f] || !ev.differenceFitted || !ev.still[other] ||
+      !(ev.temporal[f].snr > 0.0) ||
+      std::max(ev.temporal[f].snr, ev.temporal[other].snr) >= snrThreshold) {
+    return -1.0;
+  }
+  // The still ripple shows nothing in the difference, but over such a
+  // readout its column takes a share of the moving one's: what both columns
+  // show, each with its errors, is the most the moving ripple can be.
+  double shown = 0.0;
+  for (const RippleSummary& r : ev.temporal) {
+    shown += r.snr > 0.0 ? r.phasor * (1.0 + kUpperErrors / r.snr) : r.phasor;
+  }
+  return 0.5 * shown / ev.visibility[f];
+}
+
+double StateDecider::entangledRival(const PairEvidence& ev, const double* amplitude, int f) const {
+  const int other = 1 - f;
+  const double plain = rival(ev, amplitude, f);
+  double alone = 0.0;
+  // Over a readout of about one period the two ripples' columns are nearly
+  // parallel, and a strong ripple of one lamp fills the other's column as
+  // well. A pair just before, in which this ripple stood still and the other
+  // moved, showed the other without that leak; a lamp does not change from
+  // one pair to the next, so the other can be no more than it showed there.
+  if (!ev.entangled || ev.cancelled[other] || ev.frozen[other] ||
+      !history_.recentAloneBound(other, kRecentPairs, &alone)) {
+    return plain;
+  }
+  return std::min(plain, alone);
 }
 
 double StateDecider::frameBandsUpTo(const PairEvidence& ev, int f) {

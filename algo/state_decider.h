@@ -70,6 +70,13 @@ class StateDecider {
  private:
   // Amplitude of the other ripple that a temporal vote for `f` must dominate.
   static double rival(const PairEvidence& ev, const double* amplitude, int f);
+  // The rival of a temporal vote for `f` in a pair whose two columns are
+  // entangled, bounded by what a recent pair showed of it alone.
+  double entangledRival(const PairEvidence& ev, const double* amplitude, int f) const;
+  // The most ripple `f` can be by the pair's difference when the other
+  // ripple stood still in it and `f` did not show (SNR under
+  // `snrThreshold`); negative otherwise.
+  static double aloneUpTo(const PairEvidence& ev, int f, double snrThreshold);
   // The pair's sample for the slow path.
   ProbeSample probeSample(const PairEvidence& ev) const;
   // `slow`: the probe comparison backs `code`; `banding`: what the applied

@@ -6,8 +6,10 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "cell_outcome.h"
 #include "eval_cell.h"
 #include "host_log.h"
 #include "observability.h"
@@ -93,6 +95,35 @@ TEST(Observability, ReadoutKeepsLessOfARippleBeyondALineTheShorterItIs) {
   EXPECT_LT(beyondLine(0.5), 0.45);
   EXPECT_GT(beyondLine(3.0), 0.95);
   EXPECT_EQ(beyondLine(0.0), 0.0);
+}
+
+// A lamp switched on mid-stream, floodlit 1080p (one 100 Hz period) in state
+// 50. The pair across the onset has a dark earlier frame, whatever its later
+// frame's exposure cancels: it counts for nothing. At 29.97 fps fixed-rate
+// the 120 Hz ripple then stands still and the short exposure cancels
+// neither ripple: no pair can show the lamp. At 25 fps it moves.
+TEST(Observability, APairShowsOnlyALampThatLitBothItsFrames) {
+  struct Row {
+    const char* fps;
+    uint64_t seed;
+    bool counted;
+  };
+  flicker_host::setLogsQuiet(true);
+  for (const Row& row : {Row{"29.97", 692, false}, Row{"25", 1691, true}}) {
+    EvalCell c;
+    c.seed = row.seed;
+    const std::pair<const char*, const char*> dims[] = {
+        {"light", "fluorescent"}, {"mains", "dark>60"},           {"exposure", "short"},
+        {"timing", "fixed"},      {"geometry", "1920x1080@10us"}, {"start", "50"}};
+    for (const auto& dim : dims) {
+      ASSERT_TRUE(c.set(dim.first, dim.second)) << dim.first;
+    }
+    ASSERT_TRUE(c.set("fps", row.fps));
+    SCOPED_TRACE(c.label());
+    const CellOutcome o = evaluate(c, 4.0);
+    ASSERT_TRUE(o.ok) << o.error;
+    EXPECT_EQ(o.counted, row.counted);
+  }
 }
 
 flicker_sim::SimLightSegment lamps(double share60) {

@@ -69,7 +69,13 @@ PairPhysics physicsOf(const flicker_sim::SimScenario& scenario, const flicker_lo
   PairPhysics physics;
   physics.rippleHz = 2.0 * truthHz;
   physics.otherHz = truthHz == 50 ? 120.0 : 100.0;
-  physics.depth = rippleDepth(scenario, truthHz, startS + p.timeMs * 1e-3);
+  // Both frames must hold the lamp's light: a pair whose earlier frame was
+  // taken before the lamp came on (an onset, a light switch) has no ripple
+  // that moves between its frames or stands in each of them.
+  const double laterS = startS + p.timeMs * 1e-3;
+  const double earlierS = laterS - static_cast<double>(p.intervalNs) * 1e-9;
+  physics.depth =
+      std::min(rippleDepth(scenario, truthHz, laterS), rippleDepth(scenario, truthHz, earlierS));
   physics.exposureS = p.exposureUs * 1e-6;
   physics.intervalS = static_cast<double>(p.intervalNs) * 1e-9;
   physics.readoutS = g.statLines() * g.lineTimeSeconds();

@@ -54,7 +54,8 @@ constexpr double kNoiseSigmas = 5.0;
 struct PairPhysics {
   double rippleHz = 100;  // ripple of the lamp's mains (twice the mains)
   double otherHz = 120;   // ripple of the other mains
-  double depth = 0;       // relative depth of the lamp's ripple at rippleHz
+  double depth = 0;       // relative depth of the lamp's ripple at rippleHz, in the frame
+                          // that holds less of it (0 when one frame lacks the lamp)
   double exposureS = 0;   // exposure of the frames
   double intervalS = 0;   // between the two frames' exposures
   double readoutS = 0;    // time the statistics lines span
