@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "window_combiner.h"
 
@@ -117,6 +118,20 @@ double sincAbs(double x) {
 bool pairMoved(const PairEvidence& e) {
   const double lines = std::fabs(e.shift);
   return e.shiftRemoved || (lines >= kMovedLines && lines >= kLeftReferenceErrors * e.shiftError);
+}
+
+// The deepest ripple (log units, the fundamental's amplitude) that an
+// exposure of at least one ripple period can leave in a frame: it integrates
+// n whole periods and a part of one, so whatever the lamp's waveform a line
+// collects between n and n + 1 periods' worth of light, and the log varies
+// by ln((n + 1) / n) at most, a square wave's fundamental 2 / pi of that. A
+// shorter exposure may catch a lamp's dark phase whole: no bound (infinity).
+double deepestFrameRipple(double rippleHz, double exposure) {
+  const double periods = std::floor(rippleHz * exposure + 1e-6);
+  if (periods < 1.0) {
+    return std::numeric_limits<double>::infinity();
+  }
+  return 2.0 / kPi * std::log((periods + 1.0) / periods);
 }
 
 // The one ripple that can be in the pair's difference, the other being
@@ -418,13 +433,20 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
   const RippleSummary& own = out->temporal[frozen];
   const bool ownShows =
       own.snr >= knobs.snrThreshold && kCreepOverOwn * own.phasor > r.ripple[frozen].phasor;
+  // Against the reference only creep and lined-up motion move the frozen
+  // ripple's bands, and neither can show more than twice the deepest ripple
+  // the exposure leaves in a frame: a deeper fit is texture that came into
+  // the windows since (a pan), which over a short readout a sinusoid and a
+  // line take in part, coherently. The scene has changed.
+  const bool beyondLamps =
+      r.ripple[frozen].phasor > 2.0 * deepestFrameRipple(kRippleHz[frozen], in.exposure);
   for (int f = 0; f < kRipples; ++f) {
     out->longRipple[f] = r.ripple[f];
-    const bool voting =
-        f == frozen && !d.left && !pairChanges && !ownShows && (linedUp || !d.drifting);
+    const bool voting = f == frozen && !d.left && !pairChanges && !ownShows && !beyondLamps &&
+                        (linedUp || !d.drifting);
     out->longEvidence[f] = voting ? r.evidence[f] : 0.0;
   }
-  if ((r.fitted && r.residual >= kResidualHigh) || d.left) {
+  if ((r.fitted && r.residual >= kResidualHigh) || d.left || beyondLamps) {
     // The scene changed or moved away since: start again from this frame.
     binner_.keepReference(1, in.windows);
     reference_ = key;
@@ -466,11 +488,16 @@ RippleAnalyzer::Departure RippleAnalyzer::departure(const ShiftResult& away, boo
   if (!linedUp && lines >= sub && significant) {
     ref.awaySides |= away.shift > 0.0 ? kAwayDown : kAwayUp;
   }
+  // Where the estimate against the reference cannot place the scene within
+  // the reach at all (a pan brings new texture into every window, and the
+  // frames no longer match), it cannot show the pairs' shifts spurious
+  // either: their travel alone tells how far the scene went.
+  const bool unplaced = lines + kLeftReferenceErrors * away.error >= reach;
   const double travel = std::fabs(ref.travel);
   Departure d;
   d.drifting = (ref.drift == 1 || ref.drift == -1) &&
-               (ref.awaySides & (ref.drift > 0 ? kAwayDown : kAwayUp)) != 0 && travel >= sub &&
-               travel >= kLeftReferenceErrors * std::sqrt(ref.travelVariance);
+               ((ref.awaySides & (ref.drift > 0 ? kAwayDown : kAwayUp)) != 0 || unplaced) &&
+               travel >= sub && travel >= kLeftReferenceErrors * std::sqrt(ref.travelVariance);
   d.left = (lines > reach && significant) || (!linedUp && d.drifting && travel > reach);
   return d;
 }

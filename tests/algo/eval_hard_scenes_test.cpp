@@ -331,6 +331,17 @@ TEST(HardScenes, NoFlickerNeverSwitches) {
       cell("light=led-pwm-1k mains=none exposure=short fps=60 timing=fixed noise=dim motion=pan "
            "texture=grating geometry=640x480@64us start=60",
            896),
+      // A pan over half a 100 Hz period, 100 Hz frozen and 120 Hz cancelled:
+      // against the reference frame new texture enters every window, and a
+      // sinusoid and a line fit it as a ripple deeper than any lamp can
+      // leave under the exposure, while the pairs' shifts add up to a scene
+      // that has left the reference.
+      cell("light=led-pwm-1k mains=none exposure=long fps=25 timing=fixed motion=pan "
+           "texture=natural geometry=640x480@12us start=60",
+           27),
+      cell("light=led-pwm-1k mains=none exposure=long fps=25 timing=fixed motion=pan "
+           "texture=natural geometry=640x480@12us start=60",
+           41),
   });
 }
 
