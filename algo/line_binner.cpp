@@ -105,7 +105,7 @@ template <int W, int kLanes>
   constexpr int kVectors = kBlockRows * W / kLanes;
   constexpr std::ptrdiff_t kBlockEntries = static_cast<std::ptrdiff_t>(kBlockRows) * W;
   V a[kVectors] = {}, bits[kVectors] = {};
-  V low, top;
+  V low = {}, top = {};  // filled lane by lane below
   fillLanes(range.low, &low);
   fillLanes(range.top, &top);
   int l = 0;
