@@ -10,6 +10,7 @@
 #include <ostream>
 
 #include "cam_flicker_custom.h"
+#include "case_names.h"
 #include "host_properties.h"
 #include "host_test_util.h"
 
@@ -24,10 +25,7 @@ struct InitCase {
   int initHz;
 };
 
-// Test names read as the case, not as its bytes.
-void PrintTo(const InitCase& c, std::ostream* os) {
-  *os << c.name;
-}
+CASE_PRINTS_ITS_NAME(InitCase)
 
 class HostInitialFrequencyTest : public ::testing::TestWithParam<InitCase> {
  protected:
@@ -94,6 +92,6 @@ INSTANTIATE_TEST_SUITE_P(
                  50},
         // Nothing names a zone.
         InitCase{"Nothing", nullptr, nullptr, nullptr, nullptr, 50}),
-    [](const ::testing::TestParamInfo<InitCase>& info) { return info.param.name; });
+    case_names::CaseName());
 
 }  // namespace

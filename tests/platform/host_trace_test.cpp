@@ -69,7 +69,7 @@ TEST_F(HostTraceTest, TwoThreadsNestedSectionsAndTheirNames) {
   EXPECT_NE(read().find("\"FlickerMgrThd\""), std::string::npos) << "the first name is kept too";
 }
 
-TEST_F(HostTraceTest, NamesAreQuotedAndCut) {
+TEST_F(HostTraceTest, NamesAreQuotedAndCutAndANewFileStartsAfresh) {
   const std::pair<std::string, std::string> names[] = {
       {"say \"cheese\"", "say \"cheese\""},              // quotes
       {"a\\b", "a\\b"},                                  // a backslash
@@ -83,30 +83,20 @@ TEST_F(HostTraceTest, NamesAreQuotedAndCut) {
   }
   atrace_begin_body(nullptr);  // a null name is an empty one
   atrace_end_body();
-  ASSERT_TRUE(flicker_host::setTraceFile(""));
-  const trace_test::TraceFile trace = trace_test::readTraceEvents(read());
-  ASSERT_EQ(trace.error, "");
-  ASSERT_EQ(trace.slices.size(), 5u);
-  for (size_t i = 0; i < 4; ++i) EXPECT_EQ(trace.slices[i].name, names[i].second) << i;
-  EXPECT_EQ(trace.slices[4].name, "");
-}
-
-// A new file starts a new array; the old one was closed whole.
-TEST_F(HostTraceTest, ReplacingTheFileClosesTheFirst) {
-  ASSERT_TRUE(flicker_host::setTraceFile(file_));
-  atrace_begin_body("first");
-  atrace_end_body();
+  // A new file starts a new array; the old one was closed whole.
   const std::string second = dir_.file("second.json");
   ASSERT_TRUE(flicker_host::setTraceFile(second));
   atrace_begin_body("second");
   atrace_end_body();
   ASSERT_TRUE(flicker_host::setTraceFile(""));
-  const trace_test::TraceFile a = trace_test::readTraceEvents(read());
-  const trace_test::TraceFile b = trace_test::readTraceEvents(host_test::readFile(second));
-  ASSERT_EQ(a.error + b.error, "");
-  ASSERT_EQ(a.slices.size() + b.slices.size(), 2u);
-  EXPECT_EQ(a.slices.at(0).name, "first");
-  EXPECT_EQ(b.slices.at(0).name, "second");
+  const trace_test::TraceFile trace = trace_test::readTraceEvents(read());
+  const trace_test::TraceFile next = trace_test::readTraceEvents(host_test::readFile(second));
+  ASSERT_EQ(trace.error + next.error, "");
+  ASSERT_EQ(trace.slices.size(), 5u);
+  for (size_t i = 0; i < 4; ++i) EXPECT_EQ(trace.slices[i].name, names[i].second) << i;
+  EXPECT_EQ(trace.slices[4].name, "");
+  ASSERT_EQ(next.slices.size(), 1u);
+  EXPECT_EQ(next.slices[0].name, "second");
 }
 
 }  // namespace

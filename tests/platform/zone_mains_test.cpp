@@ -3,6 +3,8 @@
 // cases that must give no guess.
 #include "flicker_zone_mains.h"
 
+#include "case_names.h"
+
 #include <gtest/gtest.h>
 
 #include <ostream>
@@ -11,24 +13,21 @@
 namespace {
 
 struct ZoneCase {
-  const char* zone;
+  const char* name;     // of the time zone
   const char* country;  // null: none
   int hz;               // 0: no guess
 };
 
-// Test names read as the case, not as its bytes.
-void PrintTo(const ZoneCase& c, std::ostream* os) {
-  *os << c.zone;
-}
+CASE_PRINTS_ITS_NAME(ZoneCase)
 
 class ZoneMainsTest : public ::testing::TestWithParam<ZoneCase> {};
 
 TEST_P(ZoneMainsTest, GuessesTheCountrysFrequency) {
   const ZoneCase& c = GetParam();
-  const char* country = flicker_country_of_time_zone(c.zone);
+  const char* country = flicker_country_of_time_zone(c.name);
   EXPECT_EQ(country == nullptr ? std::string("-") : std::string(country),
             c.country == nullptr ? std::string("-") : std::string(c.country));
-  EXPECT_EQ(flicker_mains_hz_of_time_zone(c.zone), c.hz);
+  EXPECT_EQ(flicker_mains_hz_of_time_zone(c.name), c.hz);
 }
 
 INSTANTIATE_TEST_SUITE_P(
