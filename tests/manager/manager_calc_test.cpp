@@ -1,7 +1,8 @@
 // The per-frame calculation end to end: which frames are collected into which
 // statistics slot, when the worker is woken, the pause, AE taking over and
-// giving up the cycle, the re-initialisation at a size change, and the
-// automatic state switch.
+// giving up the cycle and the re-initialisation at a size change (the
+// analysis moving the state is flicker_analysis_test.cpp's, and end to end
+// the closed-loop runs' in tests/tools).
 //
 // Every detection is observed inside the fake algorithm: the frame ids found
 // in the two statistics buffers and the frame interval of the record. The
@@ -108,26 +109,5 @@ TEST_P(TraceTest, CollectsPairsAndWakesTheWorker) {
   EXPECT_EQ(fp::algoCalls(FLK_CMD_INIT).size(), static_cast<size_t>(row.inits));
 }
 MGR_ROWS(TraceTest, kTraceRows);
-
-// ---- Automatic state switch ----
-
-// The worker's analysis moves the process-wide state end to end (the
-// analysis' own rules are in flicker_analysis_test.cpp): from 60 Hz to the
-// algorithm's 50 Hz, told to the algorithm, whose history restarts from it.
-TEST_F(CalcTest, AnalysisMovesTheProcessWideState) {
-  fp::scriptDetectResults({{FLK_FREQ_50HZ, 5, 6}});
-  SensorRig rig(17);
-  rig.bringUp(makeConfig(), makeInput(FLICKER_MODE_60HZ, 1));
-  rig.mgr().SetParam(makeInput(FLICKER_MODE_AUTO, 1));
-  fp::clearAlgoCalls();
-  DetectRecorder recorder;
-  rig.frames(4);  // type 1: frames 3 and 4 form the pair
-  ASSERT_TRUE(recorder.waitFor(1));
-  ASSERT_TRUE(rig.mgr().Stop());  // the analysis has ended when the worker is joined
-  EXPECT_EQ(FlickerMgr::flickerState(), 50);
-  EXPECT_EQ(codes(FLK_CMD_SET_STATE), std::vector<int32_t>{FLK_FREQ_50HZ});
-  EXPECT_EQ(codes(FLK_CMD_RESET_QUEUE), std::vector<int32_t>{FLK_FREQ_50HZ});
-  rig.mgr().Uninit();
-}
 
 }  // namespace

@@ -1,7 +1,8 @@
 // Threads: concurrent creation of instances, Stop joining a worker in the
-// middle of an analysis, merged wake-ups and results read on another thread
-// (random call orders on many sensors are the stress test's). Built and run
-// under ThreadSanitizer as well (label "concurrency").
+// middle of an analysis and results read on another thread (wake-ups merged
+// during a job are flicker_worker_test.cpp's, random call orders on many
+// sensors the stress test's). Built and run under ThreadSanitizer as well
+// (label "concurrency").
 #include <atomic>
 #include <functional>
 #include <future>
@@ -64,24 +65,6 @@ TEST_P(EndingCallTest, WaitsForTheAnalysisInProgress) {
   }
 }
 INSTANTIATE_TEST_SUITE_P(StopUninitInit, EndingCallTest, ::testing::Range(0, 3));
-
-// Wake-ups that arrive while an analysis runs merge into one: the per-frame
-// path posts only when no wake-up is pending.
-TEST_F(ConcurrencyTest, WakeUpsDuringAnAnalysisMergeIntoOne) {
-  SensorRig rig(4);
-  rig.bringUp();
-  DetectRecorder recorder;
-  fp::holdDetections(true);
-  FrameSetup params;
-  params.aeDetectCycle = 1;
-  rig.frames(4, params);
-  ASSERT_TRUE(fp::waitDetectEntered(kWaitMs));
-  rig.frames(10, params);  // six more completed pairs while the worker is held
-  fp::releaseDetections();
-  ASSERT_TRUE(recorder.waitFor(2));
-  rig.shutDown();
-  EXPECT_EQ(recorder.detections().size(), 2u);
-}
 
 // GetResult takes no lock and may be called from any thread: a second thread
 // reads results while the 3A thread reconfigures the sensor and runs frames

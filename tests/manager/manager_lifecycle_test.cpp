@@ -1,8 +1,8 @@
 // Instances, Init/Uninit, the tuning load, attachment, the result record and
-// calls out of order, process exit. Each test uses its own sensor indices.
-#include <chrono>
+// calls out of order (process exit with a worker running is the
+// reliability tests' process_exit_test.cpp). Each test uses its own sensor
+// indices.
 #include <climits>
-#include <thread>
 #include <tuple>
 
 #include "manager_rig.h"
@@ -119,26 +119,6 @@ TEST_F(LifecycleTest, CallsOutOfOrderAreLoggedOrIgnored) {
   // Stop twice: the second finds neither a worker nor an attachment.
   EXPECT_TRUE(rig.mgr().Stop());
   EXPECT_FALSE(rig.mgr().Stop());
-}
-
-// A forgotten Stop must not turn process exit into a crash: the worker still
-// waits on its instance, which is never destroyed. (Re-executes the binary:
-// left out under user-mode emulation.)
-TEST_F(LifecycleTest, ProcessExitWithAWorkerStillRunning) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        SensorRig rig(13);
-        rig.bringUp();
-        rig.frames(3);  // frame 3 stores a first frame: no wake-up yet
-        // The worker's last step before waiting is its priority line.
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (fp::countLogged("policy:(expect, result)") == 0 &&
-               std::chrono::steady_clock::now() < deadline)
-          std::this_thread::yield();
-        exit(7);
-      },
-      ::testing::ExitedWithCode(7), "");
 }
 
 }  // namespace
