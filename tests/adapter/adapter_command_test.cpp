@@ -3,7 +3,6 @@
 // algorithm commands, checked byte for byte as the algorithm receives them.
 #include <cstdlib>
 #include <functional>
-#include <iterator>
 #include <numeric>
 #include <tuple>
 #include <utility>
@@ -73,20 +72,6 @@ TEST_F(AdapterTest, InitAlgoRecordPerSensorPathAndMode) {
     // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
     EXPECT_EQ(memcmp(&sent, &row.expected, sizeof(sent)), 0);
   }
-}
-
-// The commands carry the frequency type's code (its every value is
-// flicker_freq_test.cpp's).
-TEST_F(AdapterTest, FrequencyCodesOfStateAndQueueCommands) {
-  const std::pair<int, int32_t> rows[] = {
-      {60, FLK_FREQ_60HZ}, {50, FLK_FREQ_50HZ}, {0, FLK_FREQ_NONE}};
-  for (const auto& [hz, code] : rows) {
-    EXPECT_EQ(adapter_->setFlickerState(hz), 0);
-    EXPECT_EQ(adapter_->resetQueue(hz), 0);
-    EXPECT_EQ(recordOf<int32_t>(FLK_CMD_SET_STATE, -1), code) << hz;
-    EXPECT_EQ(recordOf<int32_t>(FLK_CMD_RESET_QUEUE, -1), code) << hz;
-  }
-  EXPECT_EQ(fp::algoCalls().size(), 2 * std::size(rows));  // one command each, nothing else
 }
 
 TEST_F(AdapterTest, ExtParaScalesOnlyTheSearchRange) {

@@ -97,7 +97,6 @@ TEST(FlickerUtils, CounterGuards) {
   EXPECT_EQ(getFileCount(longPath.c_str(), &count, 9), -1);
   EXPECT_EQ(count, 9);
   EXPECT_EQ(setFileCount(longPath.c_str(), 1), -1);
-  // Through a link (its target taken from the link's folder) the target changes.
 }
 
 TEST(FlickerUtils, CreateDirAndDumpBufToFile) {
@@ -121,7 +120,7 @@ TEST(FlickerUtils, CreateDirAndDumpBufToFile) {
   };
   for (auto [file, dir, size, rc] : rows) {
     EXPECT_EQ(dumpBufToFile(&file[0], &dir[0], data, size), rc) << file;
-    EXPECT_EQ(readText(file), rc == 0 ? "0123456789" : "") << file;
+    EXPECT_EQ(readFile(file), rc == 0 ? "0123456789" : "") << file;
   }
 }
 

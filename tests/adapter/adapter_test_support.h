@@ -8,8 +8,6 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,6 +15,7 @@
 #include "flicker_algo_cmd.h"
 #include "flicker_dump_reader.h"
 #include "flicker_platform_adapter.h"
+#include "temp_files.h"
 
 namespace adapter_test {
 
@@ -26,11 +25,7 @@ constexpr int kGeneric = 5000;  // a sensor without a path of its own
 // A 120 x 75 image gives W 120, H 30, winW 20, winH 10: 180 generic entries.
 constexpr int kSmallW = 120, kSmallH = 75, kEntries = 180;
 
-inline std::string readText(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
+using test_files::readFile;
 
 // The dump tree under the fake's data root.
 inline std::string dumpRoot() {

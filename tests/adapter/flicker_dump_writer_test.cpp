@@ -60,9 +60,9 @@ TEST_F(FlickerDumpWriterTest, CounterNamesTheFolderAndAdvancesFirst) {
       std::ofstream(counterFile()) << row.counter;
     for (const std::string& folder : row.folders) {
       FlickerDumpWriter::dumpFLKO(para_, aux_, kCount);
-      EXPECT_EQ(readText(dumpFile(folder)).size(), flicker_dump::flkRawSize(kCount)) << folder;
+      EXPECT_EQ(readFile(dumpFile(folder)).size(), flicker_dump::flkRawSize(kCount)) << folder;
     }
-    EXPECT_EQ(readText(counterFile()), row.after);
+    EXPECT_EQ(readFile(counterFile()), row.after);
     EXPECT_FALSE(std::filesystem::exists(dumpFile(row.folders.back(), "flk_pure.raw")));
     EXPECT_TRUE(row.error == nullptr || fp::loggedError(row.error));
   }
@@ -75,7 +75,7 @@ TEST_F(FlickerDumpWriterTest, FilesHoldCountColumnsAndTrailer) {
 
   // flk.raw by hand: count, slot 1's column, slot 0's column, then six
   // values and the nine auxiliary words.
-  const std::string raw = readText(dumpFile("000"));
+  const std::string raw = readFile(dumpFile("000"));
   ASSERT_EQ(raw.size(), 4u + 16u * kCount + 60u);
   auto word = [&raw](size_t offset) {
     int32_t v;
@@ -104,7 +104,7 @@ TEST_F(FlickerDumpWriterTest, FilesHoldCountColumnsAndTrailer) {
             std::vector<int64_t>({666, 984, 60, -5, 0x89ABCDEF, 8333, aux_[8]}));
 
   // flk_pure.raw: the two columns only, in the same order.
-  EXPECT_EQ(readText(dumpFile("000", "flk_pure.raw")), raw.substr(4, 2 * sizeof(int64_t) * kCount));
+  EXPECT_EQ(readFile(dumpFile("000", "flk_pure.raw")), raw.substr(4, 2 * sizeof(int64_t) * kCount));
   flicker_dump::FlkPureDump pure;
   ASSERT_TRUE(flicker_dump::readFlkPureRaw(dumpFile("000", "flk_pure.raw"), kCount, &pure, &error));
   EXPECT_TRUE(pure.slot1 == slot1_ && pure.slot0 == slot0_);
