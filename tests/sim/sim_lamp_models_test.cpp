@@ -10,15 +10,13 @@
 #include <ostream>
 #include <vector>
 
+#include "case_names.h"
 #include "sim_test_util.h"
 
 namespace flicker_sim {
 
-// Test names read as the lamp, not as its bytes (beside the model's own
-// namespace, where the test's printer looks).
-void PrintTo(const SimLampModel& m, std::ostream* os) {
-  *os << m.name;
-}
+// Beside the model's own namespace, where the test's printer looks.
+CASE_PRINTS_ITS_NAME(SimLampModel)
 
 namespace {
 
