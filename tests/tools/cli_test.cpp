@@ -49,14 +49,13 @@ TEST_P(UsageErrorTest, ExitsWithStatus2AndOneLineReason) {
 INSTANTIATE_TEST_SUITE_P(
     Table, UsageErrorTest,
     ::testing::Values(
-        // No subcommand; a subcommand or an option that does not exist.
+        // No subcommand; a subcommand or an option that does not exist (the
+        // commands share one option parser).
         UsageCase{{}, nullptr, "no command"},
         UsageCase{{"walk"}, nullptr, "unknown command 'walk'"},
         UsageCase{{"run", "--colour", "red"}, nullptr, "unknown option --colour"},
-        // Whole numbers: not a number, a fraction, trailing garbage.
-        UsageCase{{"run", "--frames", "many"}, nullptr, "bad value 'many' for frames"},
+        // Whole numbers: a fraction (anything after the digits is refused).
         UsageCase{{"run", "--frames", "42.0"}, nullptr, "bad value '42.0' for frames"},
-        UsageCase{{"run", "--seed", "12x"}, nullptr, "bad value '12x' for seed"},
         // Reals: out of range, and not finite (a NaN slips through plain range checks).
         UsageCase{{"run", "--fps", "0"}, nullptr, "bad value '0' for fps"},
         UsageCase{{"run", "--fps", "nan"}, nullptr, "bad value 'nan' for fps"},
@@ -88,9 +87,6 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{{"eval", "--quick", "--set", "35=1"}, nullptr, "unknown tuning field '35'"},
         UsageCase{{"eval", "--baseline-set", "hold=1"}, nullptr, "baseline: unknown tuning"},
         UsageCase{{"eval", "--baseline-tuning", "no.bin"}, nullptr, "for --baseline-tuning"},
-        UsageCase{{"eval", "--jobs"}, nullptr, "--jobs needs a value"},
-        UsageCase{{"eval", "--json=1"}, nullptr, "takes no value"},
-        UsageCase{{"eval", "--bogus"}, nullptr, "unknown option --bogus"},
         UsageCase{{"eval", "quick"}, nullptr, "takes no arguments, got 'quick'"},
         // Replay without its folder; a negative frame interval.
         UsageCase{{"replay"}, nullptr, "exactly one dump folder"},

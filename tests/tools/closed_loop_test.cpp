@@ -6,6 +6,7 @@
 
 #include <ostream>
 
+#include "case_names.h"
 #include "run_summary.h"
 #include "tools_test_util.h"
 
@@ -26,10 +27,7 @@ struct LockCase {
   int maxSwitches;
 };
 
-// Test names read as the case, not as its bytes.
-void PrintTo(const LockCase& c, std::ostream* os) {
-  *os << c.name;
-}
+CASE_PRINTS_ITS_NAME(LockCase)
 
 class LockTest : public ClosedLoopTest, public ::testing::WithParamInterface<LockCase> {};
 
@@ -77,7 +75,7 @@ INSTANTIATE_TEST_SUITE_P(
         // No flicker: neither start state may move.
         LockCase{"daylight_from50", "daylight", {{"start_state", "50"}}, 50, 0},
         LockCase{"daylight_from60", "daylight", {{"start_state", "60"}}, 60, 0}),
-    [](const ::testing::TestParamInfo<LockCase>& info) { return info.param.name; });
+    case_names::CaseName());
 
 // A second sensor is attached, analyses pairs and ends in the process-wide
 // state; sensors that disagree on binning are refused.

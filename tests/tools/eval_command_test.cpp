@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "case_names.h"
 #include "cli_common.h"
 #include "eval_cell.h"
 #include "tools_test_util.h"
@@ -161,17 +162,14 @@ std::vector<flicker_eval::EvalCell> cellsOfRerun(const std::string& line) {
 }
 
 struct CompareCase {
-  const char* what;
+  const char* name;
   std::vector<std::string> tunings;
   const char* from;     // verdict of the four cells that start wrong, baseline
   const char* to;       // and candidate
   const char* warning;  // a part of stderr
 };
 
-// Test names read as the case, not as its bytes.
-void PrintTo(const CompareCase& c, std::ostream* os) {
-  *os << c.what;
-}
+CASE_PRINTS_ITS_NAME(CompareCase)
 
 class ComparisonTest : public ::testing::TestWithParam<CompareCase> {};
 

@@ -6,6 +6,7 @@
 #include <ostream>
 #include <regex>
 
+#include "case_names.h"
 #include "dump_replayer.h"
 #include "replay_plot.h"
 #include "run_plot.h"
@@ -37,10 +38,7 @@ struct ZoomCase {
   double zoomEndS;  // 0: no zoom
 };
 
-// Test names read as the case, not as its bytes.
-void PrintTo(const ZoomCase& c, std::ostream* os) {
-  *os << c.name;
-}
+CASE_PRINTS_ITS_NAME(ZoomCase)
 
 class ZoomTest : public ::testing::TestWithParam<ZoomCase> {};
 
@@ -68,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(
         ZoomCase{"HalfTheRun", {190}, -1, 1000, 0},
         // Nothing happened: nothing to zoom into.
         ZoomCase{"Nothing", {}, -1, 10000, 0}),
-    [](const ::testing::TestParamInfo<ZoomCase>& info) { return info.param.name; });
+    case_names::CaseName());
 
 TEST(RunPlotTest, NamesTheDecidingPair) {
   flicker_loop::LoopResult r;

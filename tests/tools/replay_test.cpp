@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include <nlohmann/json.hpp>
+#include "case_names.h"
 #include "dump_replayer.h"
 #include "flicker_dump_reader.h"
 #include "host_data_path.h"
@@ -128,10 +129,7 @@ struct BrokenDump {
   std::string bytes;  // of 001/flk.raw (000 is valid); empty: no file
 };
 
-// Test names read as the case, not as its bytes.
-void PrintTo(const BrokenDump& c, std::ostream* os) {
-  *os << c.name;
-}
+CASE_PRINTS_ITS_NAME(BrokenDump)
 
 class BrokenDumpTest : public ReplayTest, public ::testing::WithParamInterface<BrokenDump> {};
 
@@ -145,18 +143,18 @@ TEST_P(BrokenDumpTest, EndsWithAnErrorNamingTheFile) {
   EXPECT_NE(r.out.find("000"), std::string::npos) << "the good step is still reported";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Files, BrokenDumpTest,
-    ::testing::Values(
-        // The folder exists but the dump step never wrote its file.
-        BrokenDump{"Missing", ""},
-        // Cut inside the second column.
-        BrokenDump{"Truncated", flkRaw(18, flicker_dump::flkRawSize(18) - 100)},
-        // A count no statistics buffer can hold; a negative count.
-        BrokenDump{"HugeCount", flkRaw(1 << 30, flicker_dump::flkRawSize(18))},
-        BrokenDump{"NegativeCount", flkRaw(-5, flicker_dump::flkRawSize(18))},
-        // Shorter than the count field itself.
-        BrokenDump{"Tiny", "ab"}),
-    [](const ::testing::TestParamInfo<BrokenDump>& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Files, BrokenDumpTest,
+                         ::testing::Values(
+                             // The folder exists but the dump step never wrote its file.
+                             BrokenDump{"Missing", ""},
+                             // Cut inside the second column.
+                             BrokenDump{"Truncated",
+                                        flkRaw(18, flicker_dump::flkRawSize(18) - 100)},
+                             // A count no statistics buffer can hold; a negative count.
+                             BrokenDump{"HugeCount", flkRaw(1 << 30, flicker_dump::flkRawSize(18))},
+                             BrokenDump{"NegativeCount", flkRaw(-5, flicker_dump::flkRawSize(18))},
+                             // Shorter than the count field itself.
+                             BrokenDump{"Tiny", "ab"}),
+                         case_names::CaseName());
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "case_names.h"
 #include "tools_test_util.h"
 #include "tuning_fields.h"
 
@@ -190,10 +191,7 @@ struct SetCase {
   const char* out;  // part of the output
 };
 
-// Test names read as the case, not as its bytes.
-void PrintTo(const SetCase& c, std::ostream* os) {
-  *os << c.name;
-}
+CASE_PRINTS_ITS_NAME(SetCase)
 
 class SetOptionTest : public ::testing::TestWithParam<SetCase> {};
 
@@ -226,6 +224,6 @@ INSTANTIATE_TEST_SUITE_P(
                 {"eval", "--quick", "--only", "mains=50", "--only", "fps=25", "--only", "start=60",
                  "--only", "motion=still", "--seconds", "1", "--jobs", "1", "--timing-runs", "0"},
                 "tuning open, min_past_frames=3, switch_score=400 (words"}),
-    [](const ::testing::TestParamInfo<SetCase>& info) { return info.param.name; });
+    case_names::CaseName());
 
 }  // namespace
