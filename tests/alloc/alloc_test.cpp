@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "alloc_counter.h"
+#include "case_names.h"
 #include "flicker_platform_adapter.h"
 #include "stream_rig.h"
 #include "wake_probe.h"
@@ -28,9 +29,7 @@ struct StreamCase {
   bool expectAnalyses;
 };
 
-void PrintTo(const StreamCase& c, std::ostream* os) {
-  *os << c.name;
-}
+CASE_PRINTS_ITS_NAME(StreamCase)
 
 const StreamCase kCases[] = {
     // The manager's own cycle at the largest statistics block a buffer holds.
@@ -117,9 +116,6 @@ TEST_P(AllocTest, DetectionStep) {
   EXPECT_EQ(wake_probe::lastDetectFlags() & 1, 1) << "the algorithm did not analyse the pair";
 }
 
-INSTANTIATE_TEST_SUITE_P(Streams, AllocTest, ::testing::ValuesIn(kCases),
-                         [](const ::testing::TestParamInfo<StreamCase>& info) {
-                           return info.param.name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Streams, AllocTest, ::testing::ValuesIn(kCases), case_names::CaseName());
 
 }  // namespace

@@ -1,11 +1,11 @@
 // Faults of the dump tree under a running sensor: the data folder missing,
 // read-only or full, the next folder's name taken by a file, and a counter
-// file holding garbage or numbers at or past the int range. Each case first
-// dumps normally (at least five detections), then runs a second round under
-// the fault. Detection must go on, the fault must be logged with the
-// documented message, and the folders written before must stay as they were,
-// except where a counter that cannot be read sends the dump back to "000" by
-// design.
+// file holding numbers at or past the int range (garbage in it is
+// flicker_dump_writer_test.cpp's). Each case first dumps normally (at least
+// five detections), then runs a second round under the fault. Detection
+// must go on, the fault must be logged with the documented message, and the
+// folders written before must stay as they were, except where a counter that
+// cannot be read sends the dump back to "000" by design.
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <signal.h>
@@ -16,6 +16,7 @@
 
 #include <algorithm>
 
+#include "case_names.h"
 #include "manager_rig.h"
 #include "temp_files.h"
 
@@ -89,10 +90,7 @@ struct Fault {
   int counterAdvance;  // of the counter file over the round: 0, 1 = by the round's dumps, -1 any
 };
 
-// Test names read as the case, not as its bytes.
-void PrintTo(const Fault& c, std::ostream* os) {
-  *os << c.name;
-}
+CASE_PRINTS_ITS_NAME(Fault)
 
 const Fault kFaults[] = {
     // The data folder itself is gone: nothing is created in its place.
@@ -114,8 +112,6 @@ const Fault kFaults[] = {
     // cannot be written back, so the next read finds it empty and the dump
     // restarts at "000", whose flk.raw is truncated in turn.
     {"DiskFull", Make::kNothingElse, nullptr, 0, "fclose error(-1).", true, -1},
-    // Garbage in the counter: logged, and the count restarts at 0.
-    {"CounterGarbage", Make::kNothingElse, "abc", -1, "fscanf error(1).", true, -1},
     // The last number an int holds cannot be advanced: no dump at all.
     {"CounterAtIntMax", Make::kNothingElse, "2147483647", -1, "dump counter(2147483647) exhausted.",
      false, -1},
@@ -210,8 +206,6 @@ TEST_P(DumpFaultTest, DetectionGoesOnAndEarlierDumpsSurvive) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, DumpFaultTest, ::testing::ValuesIn(kFaults),
-                         [](const ::testing::TestParamInfo<Fault>& info) {
-                           return std::string(info.param.name);
-                         });
+                         case_names::CaseName());
 
 }  // namespace
