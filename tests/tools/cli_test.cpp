@@ -50,7 +50,7 @@ INSTANTIATE_TEST_SUITE_P(
     Table, UsageErrorTest,
     ::testing::Values(
         // No subcommand; a subcommand or an option that does not exist (the
-        // commands share one option parser).
+        // commands share one option parser: its other refusals are run's).
         UsageCase{{}, nullptr, "no command"},
         UsageCase{{"walk"}, nullptr, "unknown command 'walk'"},
         UsageCase{{"run", "--colour", "red"}, nullptr, "unknown option --colour"},
@@ -70,7 +70,8 @@ INSTANTIATE_TEST_SUITE_P(
         // The evaluation (also under its former name sweep): grid sizes, a
         // list with an unknown dimension, filters, numbers out of range, a
         // trace that several workers would write, a comparison of soaks,
-        // tunings refused before any cell runs, and a stray argument.
+        // tunings refused before any cell runs, an unknown option and a stray
+        // argument.
         UsageCase{{"sweep", "--quick", "--full"}, nullptr, "exclude each other"},
         UsageCase{{"eval", "--by", "fps,colour"}, nullptr, "bad value 'colour' for --by"},
         UsageCase{{"eval", "--only", "colour=red"}, nullptr, "bad value 'colour=red' for --only"},
@@ -87,6 +88,7 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{{"eval", "--quick", "--set", "35=1"}, nullptr, "unknown tuning field '35'"},
         UsageCase{{"eval", "--baseline-set", "hold=1"}, nullptr, "baseline: unknown tuning"},
         UsageCase{{"eval", "--baseline-tuning", "no.bin"}, nullptr, "for --baseline-tuning"},
+        UsageCase{{"eval", "--bogus"}, nullptr, "unknown option --bogus"},
         UsageCase{{"eval", "quick"}, nullptr, "takes no arguments, got 'quick'"},
         // Replay without its folder; a negative frame interval.
         UsageCase{{"replay"}, nullptr, "exactly one dump folder"},
