@@ -21,6 +21,7 @@ namespace {
 
 std::atomic<bool> g_failThread{false};
 std::atomic<bool> g_failSemaphore{false};
+std::atomic<int> g_posts{0};
 
 constexpr auto kWait = std::chrono::seconds(10);
 
@@ -66,7 +67,8 @@ class FlickerWorkerTest : public ::testing::Test {
 
 }  // namespace
 
-// The link redirects both creation calls here (see tests/manager/CMakeLists.txt).
+// The link redirects both creation calls and the post here (see
+// tests/manager/CMakeLists.txt).
 extern "C" int __real_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
 extern "C" int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attr,
                                      void* (*entry)(void*), void* arg) {
@@ -82,6 +84,11 @@ extern "C" int __wrap_sem_init(sem_t* sem, int shared, unsigned value) {
   }
   return __real_sem_init(sem, shared, value);
 }
+extern "C" int __real_sem_post(sem_t*);
+extern "C" int __wrap_sem_post(sem_t* sem) {
+  ++g_posts;
+  return __real_sem_post(sem);
+}
 
 namespace {
 
@@ -91,7 +98,9 @@ TEST_F(FlickerWorkerTest, WakeUpsDuringAJobMergeIntoOneMoreRun) {
   job_.hold(true);
   worker_.wake();
   ASSERT_TRUE(job_.waitRuns(1));
+  const int posts = g_posts;
   for (int i = 0; i < 5; ++i) worker_.wake();
+  EXPECT_EQ(g_posts - posts, 1) << "only the first wake-up during the job posts";
   job_.hold(false);
   ASSERT_TRUE(job_.waitRuns(2));
   worker_.stop();  // the merged run was the last: the thread waited for this stop
