@@ -34,6 +34,8 @@ struct EvidenceEntry {
   bool cancelled[kRipples];
   // Both ripples were fitted over a readout too short to keep them apart.
   bool entangled;
+  // The period test of a deep difference ran on the pair.
+  bool periodTested;
   // The vote rests on a frozen ripple's creep against the reference frame:
   // the phase crept an unknown amount, so its amplitude is a lower bound.
   bool crept;

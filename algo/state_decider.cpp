@@ -131,6 +131,7 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   }
   e.measured = true;
   e.entangled = ev.entangled;
+  e.periodTested = ev.periodTested;
   if (ev.periodRipple >= 0) {
     // A deep ripple whose period alone explains the difference. It speaks
     // against the other ripple even when that one's phase is frozen: a frozen
