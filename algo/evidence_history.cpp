@@ -65,11 +65,25 @@ int EvidenceHistory::trailingPeriodVotes(int code) const {
     const EvidenceEntry& e = at(age);
     if (e.vote == code && e.periodic) {
       ++n;
-    } else if (!passesOver(e, code)) {
+    } else if (!passesOver(e, code) && !alsoShows(e, code)) {
       break;
     }
   }
   return n;
+}
+
+bool EvidenceHistory::alsoShows(const EvidenceEntry& e, int code) {
+  // A period vote names the lamp whatever its columns show. Over a readout
+  // too short to keep two moving ripples apart (about one 100 Hz period) a
+  // deep ripple fills both columns, and the dominance a vote needs is out of
+  // reach; where the readout also leaves the period test out (it needs a
+  // period and a little more of each ripple that can be in the difference),
+  // the pair cannot name the lamp either. Such a pair that measured the
+  // named ripple clearly, backed nothing else and saw no scene change agrees
+  // with the lamp: it does not break the run. A pair whose deep difference
+  // was period-tested and matched neither period (two lamps) does.
+  return code >= 0 && code < kRipples && e.measured && e.entangled && !e.periodTested &&
+         e.seen[code] && e.vote == FLK_FREQ_NONE && e.evidence[code] >= kShownEvidence;
 }
 
 double EvidenceHistory::runBanding(int code) const {

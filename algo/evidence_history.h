@@ -32,6 +32,10 @@ struct EvidenceEntry {
   bool looked[kRipples];
   // The exposure cancelled the ripple.
   bool cancelled[kRipples];
+  // Both ripples were fitted over a readout too short to keep them apart.
+  bool entangled;
+  // The period test of a deep difference ran on the pair.
+  bool periodTested;
   // The vote rests on a frozen ripple's creep against the reference frame:
   // the phase crept an unknown amount, so its amplitude is a lower bound.
   bool crept;
@@ -63,7 +67,8 @@ class EvidenceHistory {
   // when `temporalOnly`), passing over entries that abstained for it.
   int trailingVotes(int code, bool temporalOnly) const;
   // Number of newest consecutive entries whose period test names `code`,
-  // passing over entries that abstained for it.
+  // passing over entries that abstained for it and entries that showed it
+  // clearly without voting.
   int trailingPeriodVotes(int code) const;
   // Mean banding of `code` over the newest run of temporal votes for it.
   double runBanding(int code) const;
@@ -82,6 +87,11 @@ class EvidenceHistory {
   static bool abstains(const EvidenceEntry& e, int ripple);
   // True when a run of temporal votes for `code` continues past the entry.
   static bool passesOver(const EvidenceEntry& e, int code);
+  // True when the entry measured `code` clearly in its difference but voted
+  // for nothing: a run of period votes for `code` continues past it.
+  static bool alsoShows(const EvidenceEntry& e, int code);
+  // Evidence (0..1) with which such an entry shows the ripple: the vote level.
+  static constexpr float kShownEvidence = 0.5f;
 
   std::array<EvidenceEntry, kMaxHistory> ring_{};
   int next_ = 0;  // slot of the next push

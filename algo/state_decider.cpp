@@ -130,6 +130,8 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     return e;
   }
   e.measured = true;
+  e.entangled = ev.entangled;
+  e.periodTested = ev.periodTested;
   if (ev.periodRipple >= 0) {
     // A deep ripple whose period alone explains the difference. It speaks
     // against the other ripple even when that one's phase is frozen: a frozen
@@ -284,23 +286,24 @@ double StateDecider::frameBandsUpTo(const PairEvidence& ev, int f) {
 }
 
 bool StateDecider::maySwitchTo(int32_t code, bool holdOff, bool slow, double banding) const {
-  const bool votes = history_.trailingVotes(code, true) >= knobs_.minPastFrames;
+  const bool switchBack = code == previous_ && switchBackLeft_ > 0;
+  // A deep ripple's period names the lamp in every pair of the run; the
+  // older entries of the history may predate a change of light. A return to
+  // the state just left still needs the score and its margin.
+  const bool periodRun = !switchBack && history_.trailingPeriodVotes(code) >= knobs_.minPastFrames;
+  const bool votes = periodRun || history_.trailingVotes(code, true) >= knobs_.minPastFrames;
   if (holdOff || (!votes && !slow)) {
     return false;
   }
   if (!leftovers_.wouldHelp(code, banding)) {
     return false;  // mixed light: that state left more under the same light
   }
-  const bool switchBack = code == previous_ && switchBackLeft_ > 0;
   if (!votes) {
     // The slow path: no return within the switch-back window, and the applied
     // ripple must not have shown more than the other one.
     return !switchBack && history_.score(code) >= history_.score(1 - code);
   }
-  if (!switchBack && history_.trailingPeriodVotes(code) >= knobs_.minPastFrames) {
-    // A deep ripple's period names the lamp in every pair of the run; the
-    // older entries of the history may predate a change of light. A return
-    // to the state just left still needs the score and its margin.
+  if (periodRun) {
     return true;
   }
   const int need = knobs_.switchScore + (switchBack ? knobs_.switchBackMargin : 0);
