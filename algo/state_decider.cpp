@@ -29,6 +29,9 @@ constexpr int kSwitchBackHistories = 3;
 // while it shows no structure of its own: a grating or strong texture near
 // the band periods makes it significant, and leaks into the other column.
 constexpr double kQuietProbeSnr = 3.0;
+// A pair could show a run's banding when that banding would stand this many
+// of the pair's standard errors (the SNR threshold of the default tuning).
+constexpr double kShowsAtErrors = 3.0;
 
 bool isFrequency(int32_t code) {
   return code == FLK_FREQ_50HZ || code == FLK_FREQ_60HZ;
@@ -181,6 +184,9 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     e.weak = WeakEvidence::sampleOf(ev, applied_, rival(ev, amplitude, 1 - applied_), knobs_);
   }
   for (int f = 0; f < kRipples; ++f) {
+    e.blurred[f] = e.seen[f] && blurred(ev, f);
+  }
+  for (int f = 0; f < kRipples; ++f) {
     if (ev.temporalEvidence[f] >= kVoteEvidence &&
         amplitude[f] >= knobs_.dominance * entangledRival(ev, amplitude, f)) {
       e.vote = static_cast<int8_t>(f);
@@ -214,6 +220,15 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     }
   }
   return e;
+}
+
+bool StateDecider::blurred(const PairEvidence& ev, int f) const {
+  // A weak lamp under hand shake: every other pair may carry a line of
+  // motion whose residual lifts the standard error to the banding itself.
+  // Such a pair neither shows nor misses the ripple the votes around it found.
+  const double banding = history_.runBanding(f);
+  const RippleSummary& t = ev.temporal[f];
+  return banding > 0.0 && t.snr > 0.0 && banding < kShowsAtErrors * ev.temporalAmplitude[f] / t.snr;
 }
 
 double StateDecider::rival(const PairEvidence& ev, const double* amplitude, int f) {
@@ -292,11 +307,18 @@ bool StateDecider::maySwitchTo(int32_t code, bool holdOff, bool slow, double ban
     return false;  // mixed light: that state left more under the same light
   }
   const bool switchBack = code == previous_ && switchBackLeft_ > 0;
-  if (!votes) {
-    // The slow path: no return within the switch-back window, and the applied
-    // ripple must not have shown more than the other one.
-    return !switchBack && history_.score(code) >= history_.score(1 - code);
+  if (votes && votesSwitchTo(code, switchBack)) {
+    return true;
   }
+  // The slow and weak paths stand on their own evidence, also when a run of
+  // votes is there but short of the score (pairs before it that saw the
+  // ripple without voting, such as lone fits under the sixteen times, dilute
+  // it): no return within the switch-back window, and the applied ripple
+  // must not have shown more than the other one.
+  return slow && !switchBack && history_.score(code) >= history_.score(1 - code);
+}
+
+bool StateDecider::votesSwitchTo(int32_t code, bool switchBack) const {
   if (!switchBack && history_.trailingPeriodVotes(code) >= knobs_.minPastFrames) {
     // A deep ripple's period names the lamp in every pair of the run; the
     // older entries of the history may predate a change of light. A return
