@@ -183,8 +183,14 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   if (isFrequency(applied_)) {
     e.weak = WeakEvidence::sampleOf(ev, applied_, rival(ev, amplitude, 1 - applied_), knobs_);
   }
-  for (int f = 0; f < kRipples; ++f) {
-    e.blurred[f] = e.seen[f] && blurred(ev, f);
+  if (isFrequency(applied_) && ev.cancelled[applied_]) {
+    // Only while the exposure cancels the applied ripple, as for the weak
+    // path: what the pairs show can then only be the other lamp. Under an
+    // exposure that cancels neither, both lamps of mixed light show in both
+    // columns, and passing over imprecise pairs let their votes take turns
+    // more often.
+    const int other = 1 - applied_;
+    e.blurred[other] = e.seen[other] && blurred(ev, other);
   }
   for (int f = 0; f < kRipples; ++f) {
     if (ev.temporalEvidence[f] >= kVoteEvidence &&
