@@ -23,13 +23,15 @@ const EvidenceEntry& EvidenceHistory::at(int age) const {
 }
 
 bool EvidenceHistory::abstains(const EvidenceEntry& e, int ripple) {
-  return !e.seen[ripple] && e.vote != ripple && e.evidence[ripple] <= 0.0f;
+  return (!e.seen[ripple] || e.blurred[ripple]) && e.vote != ripple &&
+         (e.evidence[ripple] <= 0.0f || e.blurred[ripple]);
 }
 
 bool EvidenceHistory::passesOver(const EvidenceEntry& e, int code) {
-  // A pair that could not see the ripple in its difference breaks no run for
-  // it, whether it backed nothing or backed it from one frame only.
-  return code >= 0 && code < kRipples && !e.seen[code] &&
+  // A pair that could not see the ripple in its difference, or measured it
+  // too imprecisely to show the run's banding, breaks no run for it, whether
+  // it backed nothing or backed it from one frame only.
+  return code >= 0 && code < kRipples && (!e.seen[code] || e.blurred[code]) &&
          (e.vote == FLK_FREQ_NONE || e.vote == code);
 }
 

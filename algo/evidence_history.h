@@ -24,6 +24,11 @@ struct EvidenceEntry {
   // not frozen). A pair that could not, and backs nothing, abstains for that
   // ripple: it neither breaks a run of votes for it nor dilutes its score.
   bool seen[kRipples];
+  // The pair's difference measured the ripple not applied too imprecisely
+  // to show the banding of the newest run of votes for it (under three of
+  // its standard errors), while the exposure cancelled the applied ripple:
+  // it neither breaks that run nor dilutes the score.
+  bool blurred[kRipples];
   // The pair measured the ripples in its difference: analysable, no scene
   // change. `amplitude` of a seen ripple is then a measurement.
   bool measured;

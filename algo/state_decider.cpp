@@ -29,6 +29,9 @@ constexpr int kSwitchBackHistories = 3;
 // while it shows no structure of its own: a grating or strong texture near
 // the band periods makes it significant, and leaks into the other column.
 constexpr double kQuietProbeSnr = 3.0;
+// A pair could show a run's banding when that banding would stand this many
+// of the pair's standard errors (the SNR threshold of the default tuning).
+constexpr double kShowsAtErrors = 3.0;
 
 bool isFrequency(int32_t code) {
   return code == FLK_FREQ_50HZ || code == FLK_FREQ_60HZ;
@@ -182,6 +185,15 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   if (isFrequency(applied_)) {
     e.weak = WeakEvidence::sampleOf(ev, applied_, rival(ev, amplitude, 1 - applied_), knobs_);
   }
+  if (isFrequency(applied_) && ev.cancelled[applied_]) {
+    // Only while the exposure cancels the applied ripple, as for the weak
+    // path: what the pairs show can then only be the other lamp. Under an
+    // exposure that cancels neither, both lamps of mixed light show in both
+    // columns, and passing over imprecise pairs let their votes take turns
+    // more often.
+    const int other = 1 - applied_;
+    e.blurred[other] = e.seen[other] && blurred(ev, other);
+  }
   for (int f = 0; f < kRipples; ++f) {
     if (ev.temporalEvidence[f] >= kVoteEvidence &&
         amplitude[f] >= knobs_.dominance * entangledRival(ev, amplitude, f)) {
@@ -216,6 +228,15 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     }
   }
   return e;
+}
+
+bool StateDecider::blurred(const PairEvidence& ev, int f) const {
+  // A weak lamp under hand shake: every other pair may carry a line of
+  // motion whose residual lifts the standard error to the banding itself.
+  // Such a pair neither shows nor misses the ripple the votes around it found.
+  const double banding = history_.runBanding(f);
+  const RippleSummary& t = ev.temporal[f];
+  return banding > 0.0 && t.snr > 0.0 && banding < kShowsAtErrors * ev.temporalAmplitude[f] / t.snr;
 }
 
 double StateDecider::rival(const PairEvidence& ev, const double* amplitude, int f) {
@@ -298,14 +319,18 @@ bool StateDecider::maySwitchTo(int32_t code, bool holdOff, bool slow, double ban
   if (!leftovers_.wouldHelp(code, banding)) {
     return false;  // mixed light: that state left more under the same light
   }
-  if (!votes) {
-    // The slow path: no return within the switch-back window, and the applied
-    // ripple must not have shown more than the other one.
-    return !switchBack && history_.score(code) >= history_.score(1 - code);
-  }
-  if (periodRun) {
+  if (votes && (periodRun || votesSwitchTo(code, switchBack))) {
     return true;
   }
+  // The slow and weak paths stand on their own evidence, also when a run of
+  // votes is there but short of the score (pairs before it that saw the
+  // ripple without voting, such as lone fits under the sixteen times, dilute
+  // it): no return within the switch-back window, and the applied ripple
+  // must not have shown more than the other one.
+  return slow && !switchBack && history_.score(code) >= history_.score(1 - code);
+}
+
+bool StateDecider::votesSwitchTo(int32_t code, bool switchBack) const {
   const int need = knobs_.switchScore + (switchBack ? knobs_.switchBackMargin : 0);
   const int other = 1 - code;
   return history_.score(code) >= need && history_.score(code) > history_.score(other);

@@ -68,6 +68,9 @@ class StateDecider {
   int historySize() const { return history_.size(); }
 
  private:
+  // The pair measured ripple `f` too imprecisely to show the banding of the
+  // newest run of votes for it.
+  bool blurred(const PairEvidence& ev, int f) const;
   // Amplitude of the other ripple that a temporal vote for `f` must dominate.
   static double rival(const PairEvidence& ev, const double* amplitude, int f);
   // The rival of a temporal vote for `f` in a pair whose two columns are
@@ -82,6 +85,9 @@ class StateDecider {
   // `slow`: the probe comparison backs `code`; `banding`: what the applied
   // state leaves of `code`'s ripple, by the votes or the probe comparison.
   bool maySwitchTo(int32_t code, bool holdOff, bool slow, double banding) const;
+  // A run of votes for `code` (at least minPastFrames), not of period votes,
+  // switches when the score is there.
+  bool votesSwitchTo(int32_t code, bool switchBack) const;
   // The most ripple `f` can be in the pair's frames: each frame's own fit at
   // its frequency plus kUpperErrors standard errors (infinite without a fit).
   static double frameBandsUpTo(const PairEvidence& ev, int f);

@@ -40,6 +40,10 @@ constexpr double kSnrCap = 6.0;
 constexpr double kCombinedSnr = 8.0;
 // At most this many pairs of the window speak against it.
 constexpr int kMaxAgainst = 1;
+// A clean look could show the run's banding when that banding would stand
+// this many of the pair's standard errors (the SNR threshold of the default
+// tuning); a clean look less precise does not end the run.
+constexpr double kShowsAtErrors = 3.0;
 // A lamp's banding is steady: the backing amplitudes lie within this ratio.
 constexpr double kSteadyRatio = 1.6;
 
@@ -78,6 +82,7 @@ WeakSample WeakEvidence::sampleOf(const PairEvidence& ev, int applied, double ri
   const double amplitude = ev.temporalAmplitude[f];
   s.snr = static_cast<float>(t.snr);
   s.amplitude = static_cast<float>(amplitude);
+  s.error = t.snr > 0.0 ? static_cast<float>(amplitude / t.snr) : 0.0f;
   const double leak = ev.shiftLeak[f];
   const bool backs = t.snr >= knobs.snrThreshold && t.agreement >= kMinAgreement &&
                      amplitude >= knobs.minAmplitude && amplitude <= kMaxWeakAmplitude &&
@@ -87,13 +92,16 @@ WeakSample WeakEvidence::sampleOf(const PairEvidence& ev, int applied, double ri
   s.kind = backs                 ? WeakSample::kBacks
            : t.snr < kAgainstSnr ? WeakSample::kAgainst
                                  : WeakSample::kNeutral;
-  if (s.kind != WeakSample::kBacks && ev.visibility[applied] < kStillVisibility) {
-    // A clean look: the applied ripple stands still between the frames, so
-    // nothing it leaves can show in the difference, and the ripple did not
-    // show clearly. What the other pairs saw may have been that leftover.
-    s.kind = WeakSample::kBreak;
-  }
+  // A clean look: the applied ripple stands still between the frames, so
+  // nothing it leaves can show in the difference. When the ripple does not
+  // show clearly in such a pair that could show it, what the other pairs saw
+  // may have been that leftover (judged against the run in backs()).
+  s.clean = ev.visibility[applied] < kStillVisibility;
   return s;
+}
+
+bool WeakEvidence::couldShow(const WeakSample& s, double banding) {
+  return s.error > 0.0f && banding >= kShowsAtErrors * s.error;
 }
 
 void WeakEvidence::push(const WeakSample& sample) {
@@ -121,10 +129,16 @@ bool WeakEvidence::backs(int ripple, double* banding) const {
     if (seen == 0 && s.kind != WeakSample::kBacks) {
       return false;  // the newest pair that could see it must show it
     }
+    if (s.kind != WeakSample::kBacks && s.clean && couldShow(s, sum / backing)) {
+      break;  // a clean look missed it: the newer pairs saw something else
+    }
+    // A pair that gave it an SNR under kAgainstSnr counts against it however
+    // precise: a deep applied lamp's leftover (a 50 Hz LED in state 50 under
+    // hand shake) wavers around the SNR threshold, and such pairs were all
+    // that kept its run from backing 120 Hz on the tuning seeds.
+    against += s.kind == WeakSample::kAgainst ? 1 : 0;
     ++seen;
-    if (s.kind == WeakSample::kAgainst) {
-      ++against;
-    } else if (s.kind == WeakSample::kBacks) {
+    if (s.kind == WeakSample::kBacks) {
       const double a = s.amplitude;
       lo = backing == 0 ? a : std::min(lo, a);
       hi = backing == 0 ? a : std::max(hi, a);

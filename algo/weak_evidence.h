@@ -18,6 +18,10 @@
 // The newest samples back the ripple when enough of them do, their SNRs
 // combine (each capped, so one clear pair cannot decide alone) to a clear
 // total, their amplitudes agree, and at most one pair spoke against it.
+// A clean look ends the run only when it measured precisely enough to show
+// the banding the run shows: under hand shake every other pair may carry a
+// line of motion, and a ripple that stands two standard errors in it was
+// neither seen nor missed there.
 //
 // Threading: none of its own; its owner serialises access.
 #pragma once
@@ -36,6 +40,10 @@ struct WeakSample {
   int8_t ripple;    // the ripple not applied: 0 = 100 Hz, 1 = 120 Hz
   float snr;        // its temporal SNR
   float amplitude;  // its frame ripple estimated from the difference, log units
+  float error;      // standard error of that amplitude (0: none measured)
+  // The applied ripple stood still between the frames: nothing it leaves can
+  // show in the difference, so a pair that could show the ripple must.
+  bool clean;
 };
 
 class WeakEvidence {
@@ -57,6 +65,10 @@ class WeakEvidence {
   bool backs(int ripple, double* banding) const;
 
  private:
+  // `s` (which does not back the ripple) was precise enough to show
+  // `banding`.
+  static bool couldShow(const WeakSample& s, double banding);
+
   std::array<WeakSample, kSpan> ring_{};
   int next_ = 0;
   int count_ = 0;

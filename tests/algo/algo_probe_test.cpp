@@ -86,15 +86,19 @@ TEST(ProbeComparison, BacksOnlyAConsistentClearRun) {
 
 // A 2 % lamp's 100 Hz ripple seen from state 60 under a 16.7 ms exposure:
 // 0.3 % of banding at SNR 5.
-constexpr WeakSample kWeak{WeakSample::kBacks, 0, 5.0f, 0.003f};
+constexpr WeakSample kWeak{WeakSample::kBacks, 0, 5.0f, 0.003f, 0.0006f, false};
 
-WeakSample weak(WeakSample::Kind kind, float snr = 5.0f, float amplitude = 0.003f) {
-  return WeakSample{kind, 0, snr, amplitude};
+WeakSample weak(WeakSample::Kind kind, float snr = 5.0f, float amplitude = 0.003f,
+                bool clean = false) {
+  return WeakSample{kind, 0, snr, amplitude, amplitude / snr, clean};
 }
 
 TEST(WeakEvidence, BacksOnlyASteadyRun) {
   const WeakSample abstains = weak(WeakSample::kAbstains);
-  const WeakSample against = weak(WeakSample::kAgainst, 1.0f);
+  const WeakSample against = weak(WeakSample::kAgainst, 1.0f, 0.0005f);
+  // A pair under a line of motion: the run's banding would stand one standard
+  // error in it.
+  const WeakSample blurred = weak(WeakSample::kAgainst, 1.0f, 0.003f);
   const WeakSample neutral = weak(WeakSample::kNeutral, 2.5f);
   WeakSample other = kWeak;
   other.ripple = 1;
@@ -117,6 +121,17 @@ TEST(WeakEvidence, BacksOnlyASteadyRun) {
        true},
       {"two pairs against are not", repeat(kWeak, 1) + repeat(against, 2) + repeat(kWeak, 2),
        false},
+      // The applied ripple stood still: its leftover cannot show, the lamp must.
+      {"a clean look that missed it ends the run",
+       repeat(kWeak, 2) + repeat(weak(WeakSample::kNeutral, 2.5f, 0.0005f, true), 1) +
+           repeat(kWeak, 2),
+       false},
+      {"a blurred clean look does not",
+       repeat(kWeak, 2) + repeat(weak(WeakSample::kNeutral, 2.0f, 0.003f, true), 1) +
+           repeat(kWeak, 1),
+       true},
+      {"blurred or not, two pairs that gave it under SNR 2 speak against it",
+       repeat(kWeak, 1) + repeat(blurred, 2) + repeat(kWeak, 2), false},
       {"the newest pair must show it", repeat(kWeak, 4) + repeat(neutral, 1), false},
       {"a scene change ends the run",
        repeat(kWeak, 2) + repeat(weak(WeakSample::kBreak), 1) + repeat(kWeak, 2), false},
@@ -198,12 +213,13 @@ TEST(WeakEvidence, ClassifiesAPair) {
        }),
        0.0, WeakSample::kBreak},
       // The applied ripple stands still: nothing it leaves can hide the
-      // ripple or fake it, and the ripple is not there.
+      // ripple or fake it. Whether its showing little ends the run depends on
+      // its precision against the run's banding (BacksOnlyASteadyRun).
       {"a clean look shows little", with([](PairEvidence& e) {
          e.visibility[1] = 0.05;
          e.temporal[0].snr = 2.5;
        }),
-       0.0, WeakSample::kBreak},
+       0.0, WeakSample::kNeutral},
       {"a clean look shows it", with([](PairEvidence& e) { e.visibility[1] = 0.05; }), 0.0,
        WeakSample::kBacks},
       {"scene change", with([](PairEvidence& e) { e.sceneChange = true; }), 0.0,
@@ -216,6 +232,10 @@ TEST(WeakEvidence, ClassifiesAPair) {
     EXPECT_EQ(s.kind, row.kind);
     if (s.kind != WeakSample::kAbstains) {
       EXPECT_EQ(s.ripple, 0);
+    }
+    if (s.kind != WeakSample::kAbstains && s.kind != WeakSample::kBreak) {
+      EXPECT_EQ(s.clean, row.ev.visibility[1] < 0.1);
+      EXPECT_NEAR(s.error, row.ev.temporalAmplitude[0] / row.ev.temporal[0].snr, 1e-6);
     }
   }
 }
