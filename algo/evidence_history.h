@@ -14,6 +14,10 @@
 
 namespace open_algo {
 
+constexpr int8_t kAloneNone = -1;
+constexpr int8_t kAloneClean = 0;
+constexpr int8_t kAloneShown = 1;
+
 struct EvidenceEntry {
   float evidence[kRipples];   // 0..1 per ripple (index 0 = 50 Hz mains, 1 = 60 Hz)
   float amplitude[kRipples];  // banding the pair shows per ripple, log units
@@ -51,6 +55,13 @@ struct EvidenceEntry {
   // reach the difference (frozen or cancelled): its column then held no leak
   // of the other lamp. Negative when the pair gave no such look.
   float aloneUpTo[kRipples];
+  // What the pair's difference showed of the ripple while the other ripple
+  // stood still in it (a whole number of its periods between the frames, so
+  // neither it nor any harmonic reached the difference): kAloneShown when it
+  // showed, kAloneClean when its column held nothing above the noise or the
+  // difference repeated with the still ripple's period alone, kAloneNone
+  // when the pair gave no such look or could not tell.
+  int8_t alone[kRipples];
   // The ripple not applied against the cancelled probe, for the slow path.
   ProbeSample probe;
   // The ripple not applied as a weak lamp would show it, for the weak path.

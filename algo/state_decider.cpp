@@ -33,6 +33,11 @@ constexpr double kQuietProbeSnr = 3.0;
 // of the pair's standard errors (the SNR threshold of the default tuning).
 constexpr double kShowsAtErrors = 3.0;
 
+// A state's own ripple seen alone this many pairs back still holds it: with
+// free timing the intervals that stand the other ripple still come every few
+// pairs.
+constexpr int kOwnAlonePairs = 12;
+
 bool isFrequency(int32_t code) {
   return code == FLK_FREQ_50HZ || code == FLK_FREQ_60HZ;
 }
@@ -52,6 +57,7 @@ void StateDecider::clearHistory() {
   holdOffLeft_ = 0;
   switchBackLeft_ = 0;
   leftovers_.clear();
+  ownAloneAge_ = kNeverSeen;
 }
 
 void StateDecider::forget() {
@@ -78,6 +84,7 @@ void StateDecider::setApplied(int32_t code) {
   verdictCancelled_[0] = verdictCancelled_[1] = false;
   verdictCrept_[0] = verdictCrept_[1] = false;
   verdictUpper_[0] = verdictUpper_[1] = 0.0;
+  ownAloneAge_ = kNeverSeen;
   applied_ = code;
   probes_.clear();
   weak_.clear();
@@ -85,6 +92,7 @@ void StateDecider::setApplied(int32_t code) {
 
 void StateDecider::resetTo(int32_t code) {
   history_.clear();
+  ownAloneAge_ = kNeverSeen;
   probes_.clear();
   weak_.clear();
   setApplied(code);
@@ -125,6 +133,9 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   e.cancelled[0] = ev.cancelled[0];
   e.cancelled[1] = ev.cancelled[1];
   e.probe = probeSample(ev);
+  for (int f = 0; f < kRipples; ++f) {
+    e.alone[f] = aloneLook(ev, f, knobs_.snrThreshold);
+  }
   if (!ev.analysable || ev.sceneChange) {
     // A cut or unusable pair backs nothing; a cut still counts against a run
     // of votes (it saw the frames change), an unusable pair abstains.
@@ -278,6 +289,46 @@ double StateDecider::aloneUpTo(const PairEvidence& ev, int f, double snrThreshol
   return 0.5 * shown / ev.visibility[f];
 }
 
+int8_t StateDecider::aloneLook(const PairEvidence& ev, int f, double snrThreshold) {
+  const int other = 1 - f;
+  // With the other ripple standing still, nothing of its lamp is in the
+  // difference: whatever shows at either frequency is this lamp's (over an
+  // entangled readout it fills both columns) or motion, which a scene change
+  // or the windows' disagreement tells.
+  if (!ev.analysable || ev.sceneChange || !ev.differenceFitted || !ev.still[other] ||
+      ev.cancelled[f] || ev.frozen[f]) {
+    return kAloneNone;
+  }
+  // A difference periodic with the still ripple's period alone is that lamp
+  // under a changed exposure: this one did not show. So is a difference
+  // whose column of this ripple holds nothing above the noise (the still
+  // one's may hold that lamp's pattern under a changed exposure).
+  if (ev.periodRipple == other || ev.temporal[f].snr < snrThreshold) {
+    return kAloneClean;
+  }
+  // Over a readout of about one period the still lamp's pattern fills this
+  // ripple's column too: it shows only where it outweighs the still column.
+  if (ev.periodRipple == f || (ev.temporalEvidence[f] >= kVoteEvidence &&
+                               (!ev.entangled || ev.temporal[f].snr >= ev.temporal[other].snr))) {
+    return kAloneShown;
+  }
+  return kAloneNone;
+}
+
+void StateDecider::ageOwnLook(int8_t look) {
+  if (look == kAloneShown) {
+    ownAloneAge_ = 0;
+  } else if (look == kAloneClean) {
+    ownAloneAge_ = kNeverSeen;  // the lamp is gone, or too weak to hold anything
+  } else {
+    ownAloneAge_ = std::min(ownAloneAge_ + 1, kNeverSeen);
+  }
+}
+
+bool StateDecider::ownLampShowing() const {
+  return ownAloneAge_ < kOwnAlonePairs;
+}
+
 double StateDecider::entangledRival(const PairEvidence& ev, const double* amplitude, int f) const {
   const int other = 1 - f;
   const double plain = rival(ev, amplitude, f);
@@ -313,7 +364,7 @@ bool StateDecider::maySwitchTo(int32_t code, bool holdOff, bool slow, double ban
   // the state just left still needs the score and its margin.
   const bool periodRun = !switchBack && history_.trailingPeriodVotes(code) >= knobs_.minPastFrames;
   const bool votes = periodRun || history_.trailingVotes(code, true) >= knobs_.minPastFrames;
-  if (holdOff || (!votes && !slow)) {
+  if (holdOff || (!votes && !slow) || ownLampShowing()) {
     return false;
   }
   if (!leftovers_.wouldHelp(code, banding)) {
@@ -344,6 +395,7 @@ Decision StateDecider::decide(const EvidenceEntry& entry) {
   holdOffLeft_ = std::max(0, holdOffLeft_ - 1);
   switchBackLeft_ = std::max(0, switchBackLeft_ - 1);
   if (isFrequency(applied_)) {
+    ageOwnLook(entry.alone[applied_]);
     const int other = 1 - applied_;
     leftovers_.observe(entry.looked[other], entry.vote == other && entry.temporal);
   }

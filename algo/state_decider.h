@@ -27,6 +27,12 @@
 // state is allowed only when it left clearly less banding under the same
 // light than the applied state leaves now.
 //
+// Under exposures too short to cancel either lamp both states leave the same
+// banding. A state whose own ripple showed alone (the other ripple standing
+// still in the pair) within the last pairs, with no clean look at it since,
+// has its lamp on: it does not leave on the other lamp's evidence, which
+// there only says that both lamps are on.
+//
 // Threading: none of its own; its owner serialises access.
 #pragma once
 
@@ -80,6 +86,14 @@ class StateDecider {
   // ripple stood still in it and `f` did not show (SNR under
   // `snrThreshold`); negative otherwise.
   static double aloneUpTo(const PairEvidence& ev, int f, double snrThreshold);
+  // What the pair's difference showed of ripple `f` while the other stood
+  // still (EvidenceEntry::alone).
+  static int8_t aloneLook(const PairEvidence& ev, int f, double snrThreshold);
+  // The applied state's own lamp showed alone recently and no look since
+  // found it gone.
+  bool ownLampShowing() const;
+  // One detection's look at the applied ripple (EvidenceEntry::alone).
+  void ageOwnLook(int8_t look);
   // The pair's sample for the slow path.
   ProbeSample probeSample(const PairEvidence& ev) const;
   // `slow`: the probe comparison backs `code`; `banding`: what the applied
@@ -110,6 +124,10 @@ class StateDecider {
   // Then the most that ripple's banding can have been.
   double verdictUpper_[kRipples] = {};
   LeftoverMemory leftovers_;
+  // Pairs since the applied ripple last showed alone; kNeverSeen when it has
+  // not since the state was applied, or a clean look followed.
+  static constexpr int kNeverSeen = 1 << 20;
+  int ownAloneAge_ = kNeverSeen;
 };
 
 }  // namespace open_algo
