@@ -92,7 +92,6 @@ void StateDecider::setApplied(int32_t code) {
 
 void StateDecider::resetTo(int32_t code) {
   history_.clear();
-  ownAloneAge_ = kNeverSeen;
   probes_.clear();
   weak_.clear();
   setApplied(code);
