@@ -29,10 +29,6 @@ constexpr int kSwitchBackHistories = 3;
 // while it shows no structure of its own: a grating or strong texture near
 // the band periods makes it significant, and leaks into the other column.
 constexpr double kQuietProbeSnr = 3.0;
-// A pair could show a run's banding when that banding would stand this many
-// of the pair's standard errors (the SNR threshold of the default tuning).
-constexpr double kShowsAtErrors = 3.0;
-
 // A state's own ripple seen alone this many pairs back still holds it: with
 // free timing the intervals that stand the other ripple still come every few
 // pairs.
@@ -246,7 +242,11 @@ bool StateDecider::blurred(const PairEvidence& ev, int f) const {
   // Such a pair neither shows nor misses the ripple the votes around it found.
   const double banding = history_.runBanding(f);
   const RippleSummary& t = ev.temporal[f];
-  return banding > 0.0 && t.snr > 0.0 && banding < kShowsAtErrors * ev.temporalAmplitude[f] / t.snr;
+  if (!(banding > 0.0) || !(t.snr > 0.0)) {
+    return false;
+  }
+  const double error = ev.temporalAmplitude[f] / t.snr;
+  return error > 0.0 && !WeakEvidence::couldShow(banding, error);
 }
 
 double StateDecider::rival(const PairEvidence& ev, const double* amplitude, int f) {

@@ -40,9 +40,10 @@ constexpr double kSnrCap = 6.0;
 constexpr double kCombinedSnr = 8.0;
 // At most this many pairs of the window speak against it.
 constexpr int kMaxAgainst = 1;
-// A clean look could show the run's banding when that banding would stand
-// this many of the pair's standard errors (the SNR threshold of the default
-// tuning); a clean look less precise does not end the run.
+// A pair could show a run's banding when that banding would stand this many
+// of its standard errors (the SNR threshold of the default tuning): a clean
+// look less precise does not end a weak run, a vote's pair less precise
+// does not end a run of votes.
 constexpr double kShowsAtErrors = 3.0;
 // A lamp's banding is steady: the backing amplitudes lie within this ratio.
 constexpr double kSteadyRatio = 1.6;
@@ -100,8 +101,8 @@ WeakSample WeakEvidence::sampleOf(const PairEvidence& ev, int applied, double ri
   return s;
 }
 
-bool WeakEvidence::couldShow(const WeakSample& s, double banding) {
-  return s.error > 0.0f && banding >= kShowsAtErrors * s.error;
+bool WeakEvidence::couldShow(double banding, double error) {
+  return error > 0.0 && banding >= kShowsAtErrors * error;
 }
 
 void WeakEvidence::push(const WeakSample& sample) {
@@ -129,7 +130,7 @@ bool WeakEvidence::backs(int ripple, double* banding) const {
     if (seen == 0 && s.kind != WeakSample::kBacks) {
       return false;  // the newest pair that could see it must show it
     }
-    if (s.kind != WeakSample::kBacks && s.clean && couldShow(s, sum / backing)) {
+    if (s.kind != WeakSample::kBacks && s.clean && couldShow(sum / backing, s.error)) {
       break;  // a clean look missed it: the newer pairs saw something else
     }
     // A pair that gave it an SNR under kAgainstSnr counts against it however

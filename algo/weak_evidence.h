@@ -63,12 +63,11 @@ class WeakEvidence {
   // True when the newest samples back `ripple`; `banding` then receives the
   // mean amplitude of the backing samples.
   bool backs(int ripple, double* banding) const;
+  // A pair whose amplitude carries the standard error `error` was precise
+  // enough to show `banding`: it would stand three such errors there.
+  static bool couldShow(double banding, double error);
 
  private:
-  // `s` (which does not back the ripple) was precise enough to show
-  // `banding`.
-  static bool couldShow(const WeakSample& s, double banding);
-
   std::array<WeakSample, kSpan> ring_{};
   int next_ = 0;
   int count_ = 0;
