@@ -268,6 +268,11 @@ void OpenFlickerAlgo::logEvidence() const {
               e.shiftLeak[f] > 0.0 ? e.temporal[f].phasor / e.shiftLeak[f] : -1.0,
               e.temporalEvidence[f], e.spatial[0][f].amplitude, e.spatial[1][f].amplitude,
               e.spatial[0][f].snr, e.spatial[1][f].snr, e.spatialEvidence[f]);
+    // The phasors' components, for replays that follow a ripple's phase
+    // from pair to pair.
+    ALGO_LOGV(log_, "%.0f Hz: phasor diff(%.5f %.5f) frames(%.5f %.5f / %.5f %.5f)", kRippleHz[f],
+              e.temporal[f].re, e.temporal[f].im, e.spatial[0][f].re, e.spatial[0][f].im,
+              e.spatial[1][f].re, e.spatial[1][f].im);
   }
 }
 

@@ -36,6 +36,7 @@ struct RippleSummary {
   double agreement;  // fraction of windows whose phasor agrees with the combined one
   double evidence;   // 0..1
   int windows;       // windows that took part
+  double re, im;     // the combined phasor's cosine and sine components (unscaled)
 };
 
 struct PairEvidence {

@@ -82,6 +82,8 @@ RippleSummary WindowCombiner::combine(const WindowFit* fits, int component, int 
       kMedianEfficiency * std::max(median(se, n), median(dist, n)) / std::sqrt(n);
   s.amplitude = a * amplitudeScale;
   s.phasor = a;
+  s.re = cre;
+  s.im = cim;
   s.snr = a / std::max(seCombined, 1e-12);
   s.agreement = a > 0.0 ? static_cast<double>(agree) / n : 0.0;
   s.evidence = ramp(s.agreement, kAgreeLow, kAgreeHigh) *

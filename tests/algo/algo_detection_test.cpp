@@ -2,9 +2,12 @@
 // state as the manager does.
 #include <gtest/gtest.h>
 
+#include <complex>
 #include <ostream>
 
 #include "algo_test_support.h"
+#include "algo_tuning.h"
+#include "ripple_analyzer.h"
 
 namespace algo_test {
 namespace {
@@ -134,6 +137,49 @@ TEST_P(Detection, SettlesAsExpected) {
 
 INSTANTIATE_TEST_SUITE_P(Algo, Detection, ::testing::ValuesIn(cases()),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// The combined phasors carry the ripple's phase: between the frames of a
+// pair it advances by 2 pi f dt, and the difference's phasor is slot 1's
+// less slot 0's (the scene cancels), whichever ripple moves. Replays that
+// follow a lamp from pair to pair rest on both.
+TEST(RipplePhasors, FollowTheLampBetweenTheFrames) {
+  struct Row {
+    double mainsHz, interval, exposure;
+  } rows[] = {
+      {50.0, 36e-3, 8.333e-3}, {50.0, 43.4e-3, 8.333e-3}, {50.0, 28e-3, 8.333e-3},
+      {60.0, 36e-3, 10e-3},    {60.0, 43.4e-3, 10e-3},    {60.0, 31e-3, 10e-3},
+  };
+  using Phasor = std::complex<double>;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.mainsHz << " Hz mains, " << row.interval * 1e3 << " ms");
+    Light light;
+    light.mainsHz = row.mainsHz;
+    light.modulation = 0.05;
+    const auto s0 = frame(light, 0.0, row.exposure, flat(), 0);
+    const auto s1 = frame(light, row.interval, row.exposure, flat(), 1);
+    open_algo::PairInput in{};
+    in.frame[0] = s0.data();
+    in.frame[1] = s1.data();
+    in.lines = kLines;
+    in.windows = kWindows;
+    in.winWidth = kWinW;
+    in.lineTime = kLineTime;
+    in.exposure = row.exposure;
+    in.interval = row.interval;
+    open_algo::RippleAnalyzer analyzer;
+    open_algo::PairEvidence ev{};
+    ASSERT_TRUE(analyzer.analyse(in, open_algo::AlgoTuning::defaults(), &ev));
+    const int f = row.mainsHz == 60.0 ? 1 : 0;
+    const Phasor a(ev.spatial[0][f].re, ev.spatial[0][f].im);
+    const Phasor b(ev.spatial[1][f].re, ev.spatial[1][f].im);
+    const Phasor d(ev.temporal[f].re, ev.temporal[f].im);
+    ASSERT_GT(std::abs(a), 0.005);
+    // The fit's sine column makes the phasor turn backwards as time goes on.
+    const Phasor advance = std::polar(1.0, -2.0 * kPi * open_algo::kRippleHz[f] * row.interval);
+    EXPECT_LT(std::abs(b - a * advance), 0.1 * std::abs(a));
+    EXPECT_LT(std::abs(d - (b - a)), 0.1 * std::abs(d));
+  }
+}
 
 }  // namespace
 }  // namespace algo_test

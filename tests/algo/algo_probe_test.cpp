@@ -173,7 +173,7 @@ TEST(WeakEvidence, ClassifiesAPair) {
   steady.visibility[1] = 0.5;
   steady.loneExplained = -1.0;
   steady.sceneResidual = 0.004;
-  steady.temporal[0] = RippleSummary{0.003, 0.005, 5.0, 0.83, 0.4, 6};
+  steady.temporal[0] = RippleSummary{0.003, 0.005, 5.0, 0.83, 0.4, 6, 0.005, 0.0};
   steady.temporalAmplitude[0] = 0.003;
   const auto with = [&](auto change) {
     PairEvidence e = steady;
