@@ -29,9 +29,10 @@
 // more detections after the reference). A frozen sighting that no look
 // since the change reached by such a jump, more than kStepFactor times the
 // look before plus kStepErrors of its standard errors, is the creep of a
-// ripple that was there all along, and the looks before it were not clean. A memory also expires
-// after kLifetime detections, so a lamp that changed unseen (the applied state's own lamp going
-// off) is found by a return at most that often.
+// ripple that was there all along, and the looks before it were not clean.
+// A memory also expires after kLifetime detections, so a lamp that changed
+// unseen (the applied state's own lamp going off) is found by a return at
+// most that often.
 //
 // Threading: none of its own; its owner serialises access.
 #pragma once
