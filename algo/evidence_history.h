@@ -39,6 +39,10 @@ struct EvidenceEntry {
   // The pair could have shown the ripple, in its difference or against a
   // reference frame old enough for a frozen ripple's phase to have crept.
   bool looked[kRipples];
+  // Such a look against the reference frame: what the difference showed of
+  // the frozen ripple and its standard error (negative when none).
+  float creep[kRipples];
+  float creepError[kRipples];
   // The exposure cancelled the ripple.
   bool cancelled[kRipples];
   // Both ripples were fitted over a readout too short to keep them apart.

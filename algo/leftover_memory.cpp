@@ -8,6 +8,8 @@ void LeftoverMemory::clear() {
   memory_[0] = memory_[1] = Memory{};
   cleanLooks_ = 0;
   sighted_ = false;
+  stepped_ = false;
+  lastCreep_ = -1.0;
 }
 
 void LeftoverMemory::changed(int from, double leftover, double upper) {
@@ -16,16 +18,33 @@ void LeftoverMemory::changed(int from, double leftover, double upper) {
   }
   cleanLooks_ = 0;
   sighted_ = false;
+  stepped_ = false;
+  lastCreep_ = -1.0;
 }
 
-void LeftoverMemory::observe(bool looked, bool saw) {
+void LeftoverMemory::observe(const Look& look) {
   for (Memory& m : memory_) {
     m.valid = m.valid && ++m.age < kLifetime;
   }
   // Only the looks before the ripple first showed count: under mixed light
   // it shows from the start, and a weak one under motion may miss a pair.
-  sighted_ = sighted_ || saw;
-  cleanLooks_ += looked && !sighted_ ? 1 : 0;
+  if (sighted_) {
+    return;
+  }
+  if (look.creep >= 0.0) {
+    stepped_ = stepped_ || (lastCreep_ >= 0.0 &&
+                            look.creep > kStepFactor * lastCreep_ + kStepErrors * lastCreepError_);
+    lastCreep_ = look.creep;
+    lastCreepError_ = look.creepError;
+  }
+  if (look.saw) {
+    sighted_ = true;
+    if (look.creep >= 0.0 && !stepped_) {
+      cleanLooks_ = 0;  // it crept into view: it was there at the looks before
+    }
+    return;
+  }
+  cleanLooks_ += look.looked ? 1 : 0;
 }
 
 bool LeftoverMemory::wouldHelp(int target, double leftoverNow) const {

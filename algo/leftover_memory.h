@@ -20,9 +20,19 @@
 // light the other lamp's ripple shows from the first pair that can see it,
 // while a new lamp's shows only after pairs that could see it and did not.
 // Such clean looks between the change and the first sighting mean the light
-// changed, and the memory is not used. A memory also expires after kLifetime detections, so a lamp
-// that changed unseen (the applied state's own lamp going off) is found by a return at most that
-// often.
+// changed, and the memory is not used. A frozen ripple, though, is looked at
+// against a reference frame as the mains drift creeps its phase, by an
+// amount nothing here knows: a look that found nothing may only have come
+// before the creep did. A lamp that comes on makes the difference with the
+// reference jump by its whole ripple from one look to the next; a creep
+// grows it by a little (an eighth from one detection to the next, eight or
+// more detections after the reference). A frozen sighting that no look
+// since the change reached by such a jump, more than kStepFactor times the
+// look before plus kStepErrors of its standard errors, is the creep of a
+// ripple that was there all along, and the looks before it were not clean.
+// A memory also expires after kLifetime detections, so a lamp that changed
+// unseen (the applied state's own lamp going off) is found by a return at
+// most that often.
 //
 // Threading: none of its own; its owner serialises access.
 #pragma once
@@ -41,6 +51,21 @@ class LeftoverMemory {
   static constexpr double kMargin = 1.0 / 1.5;
   // Clean looks at the other ripple that mean the light changed.
   static constexpr int kCleanLooks = 2;
+  // A frozen look that shows more than kStepFactor times the look before,
+  // plus kStepErrors of that one's standard errors, saw the ripple come on.
+  static constexpr double kStepFactor = 2.0;
+  static constexpr double kStepErrors = 2.0;
+
+  // One detection's look at the ripple not applied.
+  struct Look {
+    bool looked;  // the pair could see it
+    bool saw;     // it voted for it
+    // Against the reference frame (a frozen ripple): what the difference
+    // showed of it and the standard error of that; amplitude negative when
+    // the pair did not compare.
+    double creep;
+    double creepError;
+  };
 
   void clear();
   // The state changed away from ripple `from`; `leftover` is the banding it
@@ -49,9 +74,8 @@ class LeftoverMemory {
   // when only a lower bound was (a frozen ripple that crept an unknown
   // amount), infinite when nothing bounds it.
   void changed(int from, double leftover, double upper);
-  // One detection: `looked`, the pair could see the ripple not applied;
-  // `saw`, it voted for it.
-  void observe(bool looked, bool saw);
+  // One detection's look at the ripple not applied.
+  void observe(const Look& look);
   // False when ripple `target`, remembered under the same light, may have
   // left more than kMargin times `leftoverNow` (what the applied state leaves
   // now): its upper bound decides, since a lower bound cannot show that it
@@ -67,6 +91,11 @@ class LeftoverMemory {
   Memory memory_[kRipples] = {};
   int cleanLooks_ = 0;    // since the last change, before the first sighting
   bool sighted_ = false;  // the other ripple showed since the last change
+  // The newest look against the reference before the first sighting
+  // (amplitude negative when none), and whether one such look jumped.
+  double lastCreep_ = -1.0;
+  double lastCreepError_ = 0.0;
+  bool stepped_ = false;
 };
 
 }  // namespace open_algo

@@ -125,6 +125,7 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   EvidenceEntry e{};
   e.vote = FLK_FREQ_NONE;
   e.aloneUpTo[0] = e.aloneUpTo[1] = -1.0f;
+  e.creep[0] = e.creep[1] = -1.0f;
   e.cancelled[0] = ev.cancelled[0];
   e.cancelled[1] = ev.cancelled[1];
   e.probe = probeSample(ev);
@@ -158,8 +159,14 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   for (int f = 0; f < kRipples; ++f) {
     // Without a fitted difference the pair could not show either ripple.
     e.seen[f] = !ev.frozen[f] && ev.differenceFitted;
-    e.looked[f] = !ev.cancelled[f] &&
-                  (e.seen[f] || (ev.longTested && ev.longAge >= kMinLookAge && ev.frozen[f]));
+    const bool crept = ev.longTested && ev.longAge >= kMinLookAge && ev.frozen[f];
+    e.looked[f] = !ev.cancelled[f] && (e.seen[f] || crept);
+    if (e.looked[f] && crept) {
+      const RippleSummary& r = ev.longRipple[f];
+      e.creep[f] = static_cast<float>(r.amplitude);
+      e.creepError[f] = r.snr > 0.0 ? static_cast<float>(r.amplitude / r.snr)
+                                    : std::numeric_limits<float>::infinity();
+    }
   }
   double amplitude[kRipples];
   for (int f = 0; f < kRipples; ++f) {
@@ -215,9 +222,9 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     if (ev.longEvidence[f] >= kVoteEvidence &&
         ev.longRipple[f].phasor >= knobs_.dominance * ev.longRipple[1 - f].phasor) {
       // At least half of what that difference shows (the phase crept an
-      // unknown amount), and no less than the frames' own bands.
-      e.amplitude[f] =
-          static_cast<float>(std::max(ev.longRipple[f].amplitude, ev.frozenStandIn[f]));
+      // unknown amount). The frames' own bands are no lower bound: the
+      // texture at the band period stands still in them as well.
+      e.amplitude[f] = static_cast<float>(ev.longRipple[f].amplitude);
       e.vote = static_cast<int8_t>(f);
       e.temporal = true;
       e.crept = true;
@@ -396,7 +403,8 @@ Decision StateDecider::decide(const EvidenceEntry& entry) {
   if (isFrequency(applied_)) {
     ageOwnLook(entry.alone[applied_]);
     const int other = 1 - applied_;
-    leftovers_.observe(entry.looked[other], entry.vote == other && entry.temporal);
+    leftovers_.observe({entry.looked[other], entry.vote == other && entry.temporal,
+                        entry.creep[other], entry.creepError[other]});
   }
 
   Decision d{FLK_FREQ_NONE, history_.score(0), history_.score(1)};

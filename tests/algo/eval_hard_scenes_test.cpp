@@ -297,6 +297,13 @@ TEST(HardScenes, MixedLight) {
                "light=incandescent mains=mixed fps=30 timing=fixed geometry=1920x1080@12.5us "
                "start=60",
            298),
+      // State 50 at 29.97 fps sees the 120 Hz ripple only as it creeps
+      // against the reference frame: looks that found nothing before the
+      // creep showed it say nothing of a light change, and the return to
+      // state 60, which leaves more than twice the banding, must not follow.
+      cell("light=led depth=1 ripple=0 mains=mixed30 exposure=long fps=29.97 timing=fixed "
+           "noise=dim motion=handheld texture=natural geometry=1920x1080@12.5us start=60",
+           1306),
       // Exposures too short to cancel either lamp, 24 fps with free timing:
       // the pairs 41.7 ms apart stand 120 Hz still and show the 50 Hz lamp
       // alone, the others show both. Neither state leaves less banding, and
