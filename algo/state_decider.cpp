@@ -158,8 +158,12 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   for (int f = 0; f < kRipples; ++f) {
     // Without a fitted difference the pair could not show either ripple.
     e.seen[f] = !ev.frozen[f] && ev.differenceFitted;
-    e.looked[f] = !ev.cancelled[f] &&
-                  (e.seen[f] || (ev.longTested && ev.longAge >= kMinLookAge && ev.frozen[f]));
+    // Against the reference a frozen ripple shows as it creeps: a weak
+    // lamp's creep whose pace already stands the SNR threshold, short of a
+    // vote, is no look that found nothing.
+    const bool creepShowing = ev.longCreep >= knobs_.snrThreshold;
+    e.looked[f] = !ev.cancelled[f] && (e.seen[f] || (ev.longTested && ev.longAge >= kMinLookAge &&
+                                                     ev.frozen[f] && !creepShowing));
   }
   double amplitude[kRipples];
   for (int f = 0; f < kRipples; ++f) {
@@ -215,9 +219,10 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     if (ev.longEvidence[f] >= kVoteEvidence &&
         ev.longRipple[f].phasor >= knobs_.dominance * ev.longRipple[1 - f].phasor) {
       // At least half of what that difference shows (the phase crept an
-      // unknown amount), and no less than the frames' own bands.
-      e.amplitude[f] =
-          static_cast<float>(std::max(ev.longRipple[f].amplitude, ev.frozenStandIn[f]));
+      // unknown amount): a lower bound. The frames' own fits hold texture
+      // and could only make it larger; under mixed light a weak creep so
+      // outweighed what the other state was remembered to leave.
+      e.amplitude[f] = static_cast<float>(ev.longRipple[f].amplitude);
       e.vote = static_cast<int8_t>(f);
       e.temporal = true;
       e.crept = true;
