@@ -36,7 +36,8 @@ struct RippleSummary {
   double agreement;  // fraction of windows whose phasor agrees with the combined one
   double evidence;   // 0..1
   int windows;       // windows that took part
-  double re, im;     // the combined phasor's cosine and sine components (unscaled)
+  double re, im;     // the combined phasor's components, unscaled
+  double error;      // its combined standard error, unscaled
 };
 
 struct PairEvidence {
@@ -121,6 +122,10 @@ struct PairEvidence {
   RippleSummary longRipple[kRipples];
   double longResidual;
   double longEvidence[kRipples];
+  // Standard errors by which the frozen ripple's difference with the
+  // reference has grown at a steady pace over the reference's comparisons
+  // (see CreepTrack); 0 when not judged.
+  double longCreep;
   // The scene's vertical shift between the reference and slot 1 once lined
   // up (lines), its standard error, and whether it was removed from that
   // difference.

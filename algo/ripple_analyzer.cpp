@@ -64,6 +64,11 @@ constexpr double kUnexplainedChange = 0.01;
 // A frozen ripple's creep against the reference must show at least this many
 // times what the pair's own difference shows at its frequency.
 constexpr double kCreepOverOwn = 2.0;
+// A frozen ripple's creep against the reference votes when its pace stands
+// this many times the SNR threshold (evidence from there to twice it): the
+// comparisons of one reference share its noise, and a pace fitted over tens
+// of them is held to more than one comparison's SNR.
+constexpr double kCreepSignificance = 2.0;
 // A harmonic needs this many bins per 120 Hz period (three per period of
 // 240 Hz) to be told from the trend.
 constexpr double kMinBinsPerHarmonicPeriod = 6.0;
@@ -326,7 +331,8 @@ void RippleAnalyzer::readDifference(int series, int from, int to, const double* 
                       : r->shift.leak[f];
     const double aboveLeak =
         leak > 0.0 ? WindowCombiner::ramp(r->ripple[f].phasor / leak, kLeakLow, kLeakHigh) : 1.0;
-    r->evidence[f] = r->ripple[f].evidence * stillness * explained * aboveLeak;
+    r->gate[f] = stillness * aboveLeak;
+    r->evidence[f] = r->ripple[f].evidence * r->gate[f] * explained;
   }
 }
 
@@ -358,6 +364,7 @@ void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& kno
 
 void RippleAnalyzer::forgetReference() {
   reference_ = ReferenceKey{};
+  creep_.clear();
 }
 
 void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& knobs,
@@ -396,8 +403,7 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
                          0,
                          0};
   if (!reference_.sameAs(key) || reference_.age >= kMaxReferenceAge) {
-    binner_.keepReference(1, in.windows);
-    reference_ = key;
+    keepReference(in, key);
     return;
   }
   ++reference_.age;
@@ -440,17 +446,43 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
   // line take in part, coherently. The scene has changed.
   const bool beyondLamps =
       r.ripple[frozen].phasor > 2.0 * deepestFrameRipple(kRippleHz[frozen], in.exposure);
+  const bool voting =
+      !d.left && !pairChanges && !ownShows && !beyondLamps && (linedUp || !d.drifting);
   for (int f = 0; f < kRipples; ++f) {
     out->longRipple[f] = r.ripple[f];
-    const bool voting = f == frozen && !d.left && !pairChanges && !ownShows && !beyondLamps &&
-                        (linedUp || !d.drifting);
-    out->longEvidence[f] = voting ? r.evidence[f] : 0.0;
+    out->longEvidence[f] = voting && f == frozen ? r.evidence[f] : 0.0;
+  }
+  if (voting && r.fitted) {
+    out->longEvidence[frozen] =
+        std::max(out->longEvidence[frozen], creepEvidence(r, frozen, knobs, out));
   }
   if ((r.fitted && r.residual >= kResidualHigh) || d.left || beyondLamps) {
     // The scene changed or moved away since: start again from this frame.
-    binner_.keepReference(1, in.windows);
-    reference_ = key;
+    keepReference(in, key);
   }
+}
+
+void RippleAnalyzer::keepReference(const PairInput& in, const ReferenceKey& key) {
+  binner_.keepReference(1, in.windows);
+  reference_ = key;
+  creep_.clear();
+}
+
+double RippleAnalyzer::creepEvidence(const DifferenceReading& r, int frozen, const AlgoKnobs& knobs,
+                                     PairEvidence* out) {
+  // A weak lamp's creep stays under the amplitude floor for seconds, while
+  // each comparison measures it to a fraction of it: its steady growth
+  // along one direction is what stands above the noise, comparison after
+  // comparison, as texture does not. Nor can one comparison's lone fit
+  // explain the difference sixteen times better than a line, as a single
+  // pair's vote must: the steady pace takes that test's place against a
+  // smooth pattern that fits a sinusoid once.
+  const RippleSummary& s = r.ripple[frozen];
+  creep_.add(reference_.age, s.re, s.im, s.error);
+  out->longCreep = creep_.significance();
+  const double threshold = kCreepSignificance * knobs.snrThreshold;
+  return WindowCombiner::agreementRamp(s) *
+         WindowCombiner::ramp(out->longCreep, threshold, 2.0 * threshold) * r.gate[frozen];
 }
 
 void RippleAnalyzer::addTravel(const PairInput& in, const PairEvidence& e) {

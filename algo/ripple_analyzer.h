@@ -34,6 +34,7 @@
 #pragma once
 
 #include "algo_tuning.h"
+#include "creep_track.h"
 #include "line_binner.h"
 #include "pair_evidence.h"
 #include "period_check.h"
@@ -63,6 +64,10 @@ class RippleAnalyzer {
     double residual;   // the same less the allowance for a strong ripple's harmonics
     double explained;  // lone ripple: see PairEvidence::loneExplained; else -1
     double evidence[kRipples];
+    // What the evidence owes to the difference as a whole, beyond the
+    // ripple's own summary and a lone fit's share: stillness and the
+    // shift's leak.
+    double gate[kRipples];
   };
   // Which way the scene drifts since the reference: all moving pairs went
   // one way (+1 or -1), none moved yet (0), or not all one way.
@@ -117,6 +122,12 @@ class RippleAnalyzer {
   // A frozen ripple with the other cancelled: slot 1 against the reference
   // frame, which is kept or renewed as needed.
   void compareWithReference(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
+  // Keeps slot 1 as the reference for later pairs like this one.
+  void keepReference(const PairInput& in, const ReferenceKey& key);
+  // Evidence of the frozen ripple's steady creep over the reference's
+  // comparisons, this one included.
+  double creepEvidence(const DifferenceReading& r, int frozen, const AlgoKnobs& knobs,
+                       PairEvidence* out);
   // Bins slot 1 again with its scene lined up with the reference's, when the
   // scene has moved; returns the frame to compare with the reference.
   int lineUpWithReference(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
@@ -145,6 +156,7 @@ class RippleAnalyzer {
   WindowFit fits_[2][kMaxWindows] = {};  // the frames' own fits
   WindowFit altFits_[kMaxWindows] = {};
   ReferenceKey reference_{};
+  CreepTrack creep_;  // the frozen ripple against reference_
 };
 
 }  // namespace open_algo

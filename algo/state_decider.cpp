@@ -159,7 +159,12 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   for (int f = 0; f < kRipples; ++f) {
     // Without a fitted difference the pair could not show either ripple.
     e.seen[f] = !ev.frozen[f] && ev.differenceFitted;
-    const bool crept = ev.longTested && ev.longAge >= kMinLookAge && ev.frozen[f];
+    // Against the reference a frozen ripple shows as it creeps: a weak
+    // lamp's creep whose pace already stands the SNR threshold, short of a
+    // vote, is no look that found nothing.
+    const bool creepShowing = ev.longCreep >= knobs_.snrThreshold;
+    const bool crept =
+        ev.longTested && ev.longAge >= kMinLookAge && ev.frozen[f] && !creepShowing;
     e.looked[f] = !ev.cancelled[f] && (e.seen[f] || crept);
     if (e.looked[f] && crept) {
       const RippleSummary& r = ev.longRipple[f];
@@ -222,8 +227,9 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
     if (ev.longEvidence[f] >= kVoteEvidence &&
         ev.longRipple[f].phasor >= knobs_.dominance * ev.longRipple[1 - f].phasor) {
       // At least half of what that difference shows (the phase crept an
-      // unknown amount). The frames' own bands are no lower bound: the
-      // texture at the band period stands still in them as well.
+      // unknown amount): a lower bound. The frames' own fits hold texture
+      // and could only make it larger; under mixed light a weak creep so
+      // outweighed what the other state was remembered to leave.
       e.amplitude[f] = static_cast<float>(ev.longRipple[f].amplitude);
       e.vote = static_cast<int8_t>(f);
       e.temporal = true;

@@ -40,6 +40,10 @@ double WindowCombiner::median(const double* v, int n) {
   return (n % 2) != 0 ? s[n / 2] : 0.5 * (s[n / 2 - 1] + s[n / 2]);
 }
 
+double WindowCombiner::agreementRamp(const RippleSummary& s) {
+  return ramp(s.agreement, kAgreeLow, kAgreeHigh);
+}
+
 double WindowCombiner::medianSigma(const WindowFit* fits, int windows) {
   double sigma[kMaxWindows];
   int n = 0;
@@ -86,8 +90,8 @@ RippleSummary WindowCombiner::combine(const WindowFit* fits, int component, int 
   s.im = cim;
   s.snr = a / std::max(seCombined, 1e-12);
   s.agreement = a > 0.0 ? static_cast<double>(agree) / n : 0.0;
-  s.evidence = ramp(s.agreement, kAgreeLow, kAgreeHigh) *
-               ramp(s.snr, knobs.snrThreshold, 2.0 * knobs.snrThreshold) *
+  s.error = seCombined;
+  s.evidence = agreementRamp(s) * ramp(s.snr, knobs.snrThreshold, 2.0 * knobs.snrThreshold) *
                ramp(s.amplitude, knobs.minAmplitude, 2.0 * knobs.minAmplitude);
   return s;
 }

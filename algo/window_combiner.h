@@ -30,6 +30,8 @@ class WindowCombiner {
   static double medianSigma(const WindowFit* fits, int windows);
   // 0 at lo, 1 at hi, linear between.
   static double ramp(double x, double lo, double hi);
+  // The agreement ramp of a summary's evidence.
+  static double agreementRamp(const RippleSummary& s);
 };
 
 }  // namespace open_algo

@@ -1,11 +1,13 @@
 // The slow paths of the verdict, sample by sample: the ripple that is not
-// applied against the cancelled probe column, and a weak ripple steady over a
-// few pairs.
+// applied against the cancelled probe column, a weak ripple steady over a
+// few pairs, and a frozen ripple's creep against the reference frame.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <vector>
 
 #include "algo_tuning.h"
+#include "creep_track.h"
 #include "probe_comparison.h"
 #include "weak_evidence.h"
 
@@ -173,7 +175,7 @@ TEST(WeakEvidence, ClassifiesAPair) {
   steady.visibility[1] = 0.5;
   steady.loneExplained = -1.0;
   steady.sceneResidual = 0.004;
-  steady.temporal[0] = RippleSummary{0.003, 0.005, 5.0, 0.83, 0.4, 6, 0.005, 0.0};
+  steady.temporal[0] = RippleSummary{0.003, 0.005, 5.0, 0.83, 0.4, 6, 0.005, 0.0, 0.001};
   steady.temporalAmplitude[0] = 0.003;
   const auto with = [&](auto change) {
     PairEvidence e = steady;
@@ -237,6 +239,48 @@ TEST(WeakEvidence, ClassifiesAPair) {
       EXPECT_EQ(s.clean, row.ev.visibility[1] < 0.1);
       EXPECT_NEAR(s.error, row.ev.temporalAmplitude[0] / row.ev.temporal[0].snr, 1e-6);
     }
+  }
+}
+
+// A frozen ripple's creep grows along one direction with the reference's
+// age; the reference's own noise is the same in every comparison, and a
+// shake's leftover turns from one comparison to the next, even when it
+// grows, and a step (a lamp going off half-way) has no pace within either
+// half of the comparisons. Comparisons measure to 1e-4 (the still 1080p cell of a 2 % lamp
+// under 30 ms); the creep adds 2e-5 a detection.
+TEST(CreepTrack, StandsOnlyOnASteadyPace) {
+  constexpr double kError = 1e-4, kPace = 2e-5, kTurn = 2.4;  // radians a comparison
+  struct Row {
+    const char* what;
+    int comparisons;
+    double pace, offset, wobble;  // pace along 0.5 rad, the reference's noise, the leftover
+    bool turns;                   // the leftover turns, and grows with the age
+    double step;                  // added from the middle comparison on
+    double atLeast, below;
+  } rows[] = {
+      {"steady creep over 30 comparisons", 30, kPace, 2e-4, 1e-4, false, 0.0, 8.0, 1e9},
+      {"the same over 70: the newest 64 kept", 70, kPace, 2e-4, 1e-4, false, 0.0, 10.0, 1e9},
+      {"the same seen only 7 times", 7, kPace, 2e-4, 0.0, false, 0.0, 0.0, 1e-9},
+      {"the reference's noise alone, 3 errors", 30, 0.0, 3e-4, 0.0, false, 0.0, 0.0, 1e-6},
+      {"shake leftover at SNR 3", 30, 0.0, 0.0, 3e-4, false, 0.0, 0.0, 2.0},
+      {"leftover growing with the age, turning", 30, 0.0, 0.0, 2e-5, true, 0.0, 0.0, 3.0},
+      {"weak creep under a shake's leftover", 30, kPace, 0.0, 3e-4, false, 0.0, 3.0, 1e9},
+      {"a step of 6 errors half-way", 30, 0.0, 0.0, 1e-4, false, 6e-4, 0.0, 1e-6},
+      {"creep, then a step of 6 errors", 30, kPace, 0.0, 1e-4, false, 6e-4, 0.0, 1e-6},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.what);
+    CreepTrack t;
+    for (int age = 1; age <= r.comparisons; ++age) {
+      const double swing = r.wobble * (r.turns ? age : 1.0);
+      const double jump = 2 * age > r.comparisons ? r.step : 0.0;
+      const double re =
+          r.pace * age * std::cos(0.5) + r.offset + jump + swing * std::cos(kTurn * age);
+      const double im = r.pace * age * std::sin(0.5) + swing * std::sin(kTurn * age);
+      t.add(age, re, im, kError);
+    }
+    EXPECT_GE(t.significance(), r.atLeast);
+    EXPECT_LT(t.significance(), r.below);
   }
 }
 

@@ -244,6 +244,20 @@ TEST(HardScenes, WeakLamps) {
             "noise=dim motion=v1 texture=piecewise geometry=1920x1080@10us",
             657),
        6},
+      // 120 Hz frozen at 30 fps, 100 Hz cancelled: 0.17 % (30 ms) and
+      // 0.25 % (20 ms) of banding creep 0.04 cycles a second against the
+      // reference, under the amplitude floor for the whole run, but at a
+      // steady pace many standard errors above the comparisons' noise.
+      {"60 Hz from 50, frozen at 30 fps, still, dim",
+       cell("light=incandescent ripple=0.02 mains=60 start=50 exposure=long fps=30 timing=fixed "
+            "noise=dim motion=still texture=piecewise geometry=1920x1080@10us",
+            639),
+       44},
+      {"60 Hz from 50, frozen at 30 fps, 1 line per frame",
+       cell("light=incandescent ripple=0.02 mains=60 start=50 exposure=long fps=30 timing=fixed "
+            "noise=normal motion=v1 texture=piecewise geometry=1920x1080@12.5us",
+            659),
+       48},
       // Every other pair carries a line of shake: the banding stands two
       // standard errors in it, neither shown nor missed.
       {"hand-held, 24 fps, fixed rate",
