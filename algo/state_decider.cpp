@@ -159,12 +159,9 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
   for (int f = 0; f < kRipples; ++f) {
     // Without a fitted difference the pair could not show either ripple.
     e.seen[f] = !ev.frozen[f] && ev.differenceFitted;
-    // Against the reference a frozen ripple shows as it creeps: a weak
-    // lamp's creep whose pace already stands the SNR threshold, short of a
-    // vote, is no look that found nothing.
-    const bool creepShowing = ev.longCreep >= knobs_.snrThreshold;
-    const bool crept =
-        ev.longTested && ev.longAge >= kMinLookAge && ev.frozen[f] && !creepShowing;
+    // Against the reference a frozen ripple shows only as it creeps; the
+    // leftover memory tells a look before the creep grew from a clean one.
+    const bool crept = ev.longTested && ev.longAge >= kMinLookAge && ev.frozen[f];
     e.looked[f] = !ev.cancelled[f] && (e.seen[f] || crept);
     if (e.looked[f] && crept) {
       const RippleSummary& r = ev.longRipple[f];
