@@ -21,7 +21,9 @@
 // A clean look ends the run only when it measured precisely enough to show
 // the banding the run shows: under hand shake every other pair may carry a
 // line of motion, and a ripple that stands two standard errors in it was
-// neither seen nor missed there.
+// neither seen nor missed there. Any other pair ends it when it measured the
+// ripple three of its standard errors short of the run's banding: a lamp's
+// banding stays from pair to pair, chance fits of noise and texture do not.
 //
 // Threading: none of its own; its owner serialises access.
 #pragma once
@@ -66,6 +68,10 @@ class WeakEvidence {
   // A pair whose amplitude carries the standard error `error` was precise
   // enough to show `banding`: it would stand three such errors there.
   static bool couldShow(double banding, double error);
+  // A pair that did not back the ripple missed the run's `banding`: a clean
+  // look precise enough to show it, or any pair that measured it three of
+  // its standard errors short.
+  static bool missed(double banding, const WeakSample& s);
 
  private:
   std::array<WeakSample, kSpan> ring_{};

@@ -97,7 +97,9 @@ WeakSample weak(WeakSample::Kind kind, float snr = 5.0f, float amplitude = 0.003
 
 TEST(WeakEvidence, BacksOnlyASteadyRun) {
   const WeakSample abstains = weak(WeakSample::kAbstains);
-  const WeakSample against = weak(WeakSample::kAgainst, 1.0f, 0.0005f);
+  // A pair that could not tell the run's banding from nothing: it would stand
+  // two standard errors in it.
+  const WeakSample against = weak(WeakSample::kAgainst, 1.0f, 0.0015f);
   // A pair under a line of motion: the run's banding would stand one standard
   // error in it.
   const WeakSample blurred = weak(WeakSample::kAgainst, 1.0f, 0.003f);
@@ -123,6 +125,13 @@ TEST(WeakEvidence, BacksOnlyASteadyRun) {
        true},
       {"two pairs against are not", repeat(kWeak, 1) + repeat(against, 2) + repeat(kWeak, 2),
        false},
+      // The ripple moved in it as in the others: a lamp would have shown.
+      {"a precise pair that measured it short ends the run",
+       repeat(kWeak, 2) + repeat(weak(WeakSample::kNeutral, 2.5f, 0.001f), 1) + repeat(kWeak, 2),
+       false},
+      {"a pair short of it by less than three errors does not",
+       repeat(kWeak, 2) + repeat(weak(WeakSample::kNeutral, 2.5f, 0.0018f), 1) + repeat(kWeak, 2),
+       true},
       // The applied ripple stood still: its leftover cannot show, the lamp must.
       {"a clean look that missed it ends the run",
        repeat(kWeak, 2) + repeat(weak(WeakSample::kNeutral, 2.5f, 0.0005f, true), 1) +
