@@ -27,9 +27,8 @@ namespace open_algo {
 
 class CreepTrack {
  public:
-  // Comparisons kept: a reference serves fewer detections than this up to
-  // 60 fps (its age limit is a time).
-  static constexpr int kMaxPoints = 128;
+  // Comparisons kept: a reference serves fewer detections than this.
+  static constexpr int kMaxPoints = 64;
   // A pace needs this many comparisons before it is judged, half of them in
   // each half.
   static constexpr int kMinPoints = 8;

@@ -38,15 +38,10 @@ constexpr double kLeakHigh = 3.0;
 // A ripple whose column held less than this share of it before a shift was
 // removed owes itself to the removal.
 constexpr double kMadeByRemovalShare = 0.5;
-// A reference frame serves until the pairs compared with it span this many
-// seconds of frame intervals, then a fresh one replaces it: the phase of a
-// frozen ripple creeps (mains drift, a frame rate a hair off) and would in
-// time come round a whole cycle. The creep goes with time, not with the
-// number of detections: the manager takes a pair of adjacent frames every
-// other frame at every frame rate, so this is about 3.2 s (48 detections at
-// 30 fps, 96 at 60 fps), over which a drift of 0.02 Hz creeps the 120 Hz
-// ripple 0.13 of a cycle and a frame rate 0.1 % off 0.38 of one.
-constexpr double kMaxReferenceSpan = 1.6;
+// A reference frame serves this many detections before a fresh one replaces
+// it: the phase of a frozen ripple creeps (mains drift, a frame rate a hair
+// off) and would in time come round a whole cycle.
+constexpr int kMaxReferenceAge = 48;
 // Sub-bins searched around the scene's expected shift against the reference,
 // beyond how far its pace moved it since it was last found: at its first
 // finding (the pace unknown), and after.
@@ -400,7 +395,6 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
                          binner_.binLines(),
                          binner_.subBins(),
                          0,
-                         0.0,
                          0,
                          0,
                          0.0,
@@ -408,12 +402,11 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
                          0.0,
                          0,
                          0};
-  if (!reference_.sameAs(key) || reference_.span >= kMaxReferenceSpan) {
+  if (!reference_.sameAs(key) || reference_.age >= kMaxReferenceAge) {
     keepReference(in, key);
     return;
   }
   ++reference_.age;
-  reference_.span += std::fabs(in.interval);
   addTravel(in, *out);
   const int to = lineUpWithReference(in, knobs, out);
   // The reference's phase lies an unknown number of cycles back: the pair's

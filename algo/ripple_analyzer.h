@@ -83,8 +83,7 @@ class RippleAnalyzer {
     int lines, windows, winWidth;
     double lineTime, exposure;
     int searchRange, bins, binLines, subBins;
-    int age;      // detections since it was kept
-    double span;  // the frame intervals of those detections' pairs, seconds
+    int age;  // detections since it was kept
     // Lines by which the scene was last lined up with it, at which age, and
     // its pace since (lines per detection).
     int shiftLines, shiftAge;
