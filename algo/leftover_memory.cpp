@@ -6,6 +6,10 @@ namespace open_algo {
 
 void LeftoverMemory::clear() {
   memory_[0] = memory_[1] = Memory{};
+  restartLooks();
+}
+
+void LeftoverMemory::restartLooks() {
   cleanLooks_ = 0;
   sighted_ = false;
   stepped_ = false;
@@ -16,10 +20,7 @@ void LeftoverMemory::changed(int from, double leftover, double upper) {
   if (from >= 0 && from < kRipples) {
     memory_[from] = Memory{leftover > 0.0, std::max(leftover, upper), 0};
   }
-  cleanLooks_ = 0;
-  sighted_ = false;
-  stepped_ = false;
-  lastCreep_ = -1.0;
+  restartLooks();
 }
 
 void LeftoverMemory::observe(const Look& look) {

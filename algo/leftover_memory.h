@@ -83,6 +83,8 @@ class LeftoverMemory {
   bool wouldHelp(int target, double leftoverNow) const;
 
  private:
+  // The looks at the other ripple start again (a change, a new stream).
+  void restartLooks();
   struct Memory {
     bool valid;
     double upper;

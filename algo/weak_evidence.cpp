@@ -116,7 +116,7 @@ bool WeakEvidence::missed(double banding, const WeakSample& s) {
   // 0.46 % in three pairs in a row at the same visibility.) The leftover of
   // a deep applied lamp may shift what such a pair shows, hence only a miss
   // by three errors, and a clean look ends the run on its precision alone.
-  return s.error > 0.0f && banding - s.amplitude >= kShowsAtErrors * s.error;
+  return couldShow(banding - s.amplitude, s.error);
 }
 
 void WeakEvidence::push(const WeakSample& sample) {
