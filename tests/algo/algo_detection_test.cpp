@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <complex>
-#include <ostream>
 
 #include "algo_test_support.h"
 #include "algo_tuning.h"
+#include "case_names.h"
 #include "ripple_analyzer.h"
 
 namespace algo_test {
@@ -28,10 +28,7 @@ struct Case {
   double oddInterval = 0;  // interval of every second pair (0: `interval`)
 };
 
-// Test names read as the case, not as its bytes.
-void PrintTo(const Case& c, std::ostream* os) {
-  *os << c.name;
-}
+CASE_PRINTS_ITS_NAME(Case)
 
 const Light k50{50}, k60{60}, kSteady{0};
 const Light kMixed{60, 0.3, 50};
@@ -86,10 +83,6 @@ std::vector<Case> cases() {
        0, 1 / 30.0},
       // Equal lamps on both mains with short exposures: no switch.
       {"MixedShort", kMixed, 50, flat(), 36e-3, 2e-3, 50, -1, -2},
-      // A 13.5 ms readout (1.35 periods of 100 Hz) of a distorted 50 Hz wave,
-      // 120 Hz cancelled by the exposure: its 200 Hz harmonic is fitted, so it
-      // does not leak into the nearly parallel 120 Hz column and veto the
-      // switch.
       // A tilt moves stripes at the 100 Hz band period 10 lines a frame:
       // their shift looks like a 100 Hz ripple in the difference unless the
       // shift, estimated from the rest of the texture, is removed. The 1.25 %
@@ -98,6 +91,10 @@ std::vector<Case> cases() {
       // Steady light, the same tilt over stripes at the 120 Hz band period:
       // no switch.
       {"TiltedStripesSteady", kSteady, 50, tiltedStripes(10, 0.2, 833), 36e-3, 0, 50, -1, -2},
+      // A 13.5 ms readout (1.35 periods of 100 Hz) of a distorted 50 Hz wave,
+      // 120 Hz cancelled by the exposure: its 200 Hz harmonic is fitted, so it
+      // does not leak into the nearly parallel 120 Hz column and veto the
+      // switch.
       {"ShortReadoutDistorted50", Light{50, 0.35, 0, 0.1}, 60, flat(), 43.4e-3, 0, 50, 1, -2, 1350},
   };
 }
@@ -135,8 +132,7 @@ TEST_P(Detection, SettlesAsExpected) {
   EXPECT_LE(switchedAt, c.switchBy);
 }
 
-INSTANTIATE_TEST_SUITE_P(Algo, Detection, ::testing::ValuesIn(cases()),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Algo, Detection, ::testing::ValuesIn(cases()), case_names::CaseName());
 
 // The combined phasors carry the ripple's phase: between the frames of a
 // pair it advances by 2 pi f dt, and the difference's phasor is slot 1's

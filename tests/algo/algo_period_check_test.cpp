@@ -75,6 +75,7 @@ constexpr int32_t kSceneChangeFlag = 1 << 3;
 constexpr int32_t kTemporalFlag = 1 << 5;
 
 constexpr int kAny = -1;
+constexpr int k50 = FLK_FREQ_50HZ, k60 = FLK_FREQ_60HZ, kNone = FLK_FREQ_NONE;
 
 // One pair each, in a fresh algorithm applying 50 Hz: the frequency code the
 // pair backs (aux word 1), or one it must never back.
@@ -87,7 +88,9 @@ TEST(RectifiedLed, PairBacksThePulseTrainsPeriod) {
   // its own period that must not pass for the other one. The string conducts
   // above 0.3 of the peak: dark for a fifth of every half cycle, so that few
   // bins are dark in both frames of a pair.
-  constexpr double k10us = 10e-6, k25Fps = 0.04, kShallow = 0.3;
+  const auto onePeriod = [](double mainsHz, double exposure1, Scene scene = flat()) {
+    return PairSpec{mainsHz, 0.04, 0.3e-3, exposure1, std::move(scene), 10e-6, 0.3};
+  };
   struct Row {
     const char* what;
     PairSpec pair;
@@ -96,96 +99,33 @@ TEST(RectifiedLed, PairBacksThePulseTrainsPeriod) {
     int never;            // a code it must not back (kAny: none)
     bool flags;           // no scene change, and temporal evidence exactly when a ripple is backed
   } rows[] = {
+      // clang-format off
       // Both phases move (35 ms): the 120 Hz period explains the difference.
-      {"60 Hz lamp, both moving",
-       {60, 35.07e-3, 0.3e-3, 0.3e-3, flat()},
-       6000,
-       FLK_FREQ_60HZ,
-       kAny,
-       true},
+      {"60 Hz, both moving", {60, 35.07e-3, 0.3e-3, 0.3e-3, flat()}, 6000, k60, kAny, true},
       // 100 Hz pulses with 1.5 ms exposures at 60 fps.
-      {"50 Hz lamp, both moving",
-       {50, 22.07e-3, 1.5e-3, 1.5e-3, flat()},
-       6000,
-       FLK_FREQ_50HZ,
-       kAny,
-       true},
+      {"50 Hz, both moving", {50, 22.07e-3, 1.5e-3, 1.5e-3, flat()}, 6000, k50, kAny, true},
       // Texture cancels in the difference, whatever the pulse shape.
-      {"60 Hz lamp on texture",
-       {60, 35.07e-3, 0.3e-3, 0.3e-3, textured()},
-       6000,
-       FLK_FREQ_60HZ,
-       kAny,
-       true},
+      {"60 Hz on texture", {60, 35.07e-3, 0.3e-3, 0.3e-3, textured()}, 6000, k60, kAny, true},
       // 120 Hz frozen at 29.97 fps, same exposure: so many bins are dark in
       // both frames that the difference cannot be fitted. Nothing to back,
       // and no scene change (it used to be one, which broke every run of
       // votes).
-      {"60 Hz lamp frozen",
-       {60, kFps2997, 0.3e-3, 0.3e-3, flat()},
-       6000,
-       FLK_FREQ_NONE,
-       kAny,
-       true},
+      {"60 Hz frozen", {60, kFps2997, 0.3e-3, 0.3e-3, flat()}, 6000, kNone, kAny, true},
       // No flicker, a pan over texture: never a vote.
-      {"steady light, pan",
-       {0, 35.07e-3, 0.3e-3, 0.3e-3, textured(40)},
-       6000,
-       FLK_FREQ_NONE,
-       kAny,
-       true},
+      {"steady, pan", {0, 35.07e-3, 0.3e-3, 0.3e-3, textured(40)}, 6000, kNone, kAny, true},
       // A frozen 120 Hz pair whose frames differ in exposure shows the pulse
       // edges, periodic with the 120 Hz period; it must never back 100 Hz
       // (the sinusoid fit, with 120 Hz frozen, did).
-      {"frozen, exposure up a third",
-       {60, kFps2997, 0.3e-3, 0.4e-3, flat()},
-       6000,
-       kAny,
-       FLK_FREQ_50HZ,
-       false},
-      {"frozen, exposure up two thirds",
-       {60, kFps2997, 0.3e-3, 0.5e-3, flat()},
-       6000,
-       kAny,
-       FLK_FREQ_50HZ,
-       false},
-      // One-period readouts at 25 fps.
-      {"one period, 60 Hz lamp",
-       {60, k25Fps, 0.3e-3, 0.3e-3, flat(), k10us, kShallow},
-       4800,
-       FLK_FREQ_60HZ,
-       kAny,
-       false},
-      {"one period, 60 Hz lamp on texture",
-       {60, k25Fps, 0.3e-3, 0.3e-3, textured(), k10us, kShallow},
-       4800,
-       FLK_FREQ_60HZ,
-       kAny,
-       false},
-      {"one period, 50 Hz lamp, same exposure",
-       {50, k25Fps, 0.3e-3, 0.3e-3, flat(), k10us, kShallow},
-       4800,
-       kAny,
-       FLK_FREQ_60HZ,
-       false},
-      {"one period, 50 Hz lamp, exposure up a third",
-       {50, k25Fps, 0.3e-3, 0.4e-3, flat(), k10us, kShallow},
-       4800,
-       kAny,
-       FLK_FREQ_60HZ,
-       false},
-      {"one period, 50 Hz lamp, exposure doubled",
-       {50, k25Fps, 0.3e-3, 0.6e-3, flat(), k10us, kShallow},
-       4800,
-       kAny,
-       FLK_FREQ_60HZ,
-       false},
-      {"one period, steady light, pan",
-       {0, k25Fps, 0.3e-3, 0.3e-3, textured(40), k10us, kShallow},
-       4800,
-       kAny,
-       FLK_FREQ_60HZ,
-       false},
+      {"frozen, exposure +1/3", {60, kFps2997, 0.3e-3, 0.4e-3, flat()}, 6000, kAny, k50, false},
+      {"frozen, exposure +2/3", {60, kFps2997, 0.3e-3, 0.5e-3, flat()}, 6000, kAny, k50, false},
+      // One-period readouts at 25 fps (10 us lines, the shallow string).
+      {"one period, 60 Hz", onePeriod(60, 0.3e-3), 4800, k60, kAny, false},
+      {"one period, 60 Hz on texture", onePeriod(60, 0.3e-3, textured()), 4800, k60, kAny, false},
+      {"one period, 50 Hz, same exposure", onePeriod(50, 0.3e-3), 4800, kAny, k60, false},
+      {"one period, 50 Hz, exposure +1/3", onePeriod(50, 0.4e-3), 4800, kAny, k60, false},
+      {"one period, 50 Hz, exposure x2", onePeriod(50, 0.6e-3), 4800, kAny, k60, false},
+      {"one period, steady, pan", onePeriod(0, 0.3e-3, textured(40)), 4800, kAny, k60, false},
+      // clang-format on
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);

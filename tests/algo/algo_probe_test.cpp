@@ -40,8 +40,7 @@ std::vector<Sample> operator+(std::vector<Sample> a, const std::vector<Sample>& 
 
 TEST(ProbeComparison, BacksOnlyAConsistentClearRun) {
   const ProbeSample losing = with(kLeaning, 0.5f, 0.9f, 0.003f, 0.006f);
-  const ProbeSample otherRipple = with(kLeaning, 2.5f, 0.7f, 0.012f, 0.004f);
-  ProbeSample other = otherRipple;
+  ProbeSample other = kLeaning;
   other.ripple = 0;
   struct Row {
     const char* what;

@@ -13,66 +13,55 @@ namespace flicker_eval {
 namespace {
 
 TEST(EvalCells, FormerFailuresStayFixed) {
+  const char *const k1080 = "1920x1080@12.5us", *const k4000 = "4000x3000@10us";
   struct Row {
     const char* why;
-    EvalCell cell;
     int maxLockMovingPairs;  // -1: the state must not move at all
+    EvalCell cell;
   } rows[] = {
+      // clang-format off
       // 1920x1080 reads 1.35 periods of 100 Hz: the lamp's 200 Hz harmonic
       // must be fitted, or it leaks into the cancelled 120 Hz column and
       // vetoes the switch pair after pair.
-      {"short readout, distorted ripple",
-       {"fluorescent", 0.5, "50", "long", 25, "normal", "still", "natural", "1920x1080@12.5us", 60,
-        4},
-       2},
+      {"short readout, distorted ripple", 2,
+       {"fluorescent", 0.5, "50", "long", 25, "normal", "still", "natural", k1080, 60, 4}},
       // Right from the switch on, then a pan: the harmonic column must not
       // lend motion the coherence of a ripple and switch back and forth.
-      {"pan after the lock",
-       {"fluorescent", 1, "60", "long", 60, "normal", "pan", "natural", "4000x3000@10us", 50, 81},
-       2},
+      {"pan after the lock", 2,
+       {"fluorescent", 1, "60", "long", 60, "normal", "pan", "natural", k4000, 50, 81}},
       // Hand shake on a textured scene over a short readout, 100 Hz cancelled:
       // the shake enters the difference alike at both frequencies, and must
       // not win the vote through 120 Hz's lower visibility at 35 ms.
-      {"shake, cancelled probe",
-       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "natural", "1920x1080@12.5us",
-        50, 442},
-       -1},
+      {"shake, cancelled probe", -1,
+       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "natural", k1080, 50, 442}},
       // Hand shake over a short readout with a 1 % ripple: the shake's
       // vertical part is removed from the difference as one shift, so the
       // lock comes with the second moving pair (it took five).
-      {"shake, small ripple",
-       {"incandescent", 1, "50", "long", 29.97, "normal", "handheld", "natural", "1920x1080@12.5us",
-        60, 54},
-       2},
+      {"shake, small ripple", 2,
+       {"incandescent", 1, "50", "long", 29.97, "normal", "handheld", "natural", k1080, 60, 54}},
       // A grating near the 100 Hz band period, shaken: never a switch.
-      {"shaken grating",
-       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "grating", "1920x1080@12.5us",
-        50, 245},
-       -1},
+      {"shaken grating", -1,
+       {"daylight", 1, "none", "long", 29.97, "normal", "handheld", "grating", k1080, 50, 245}},
       // A 1.25 % ripple under a pan, 100 Hz cancelled: no single pair reaches
       // the vote level, but pair after pair 120 Hz beats the probe column, and
       // the slow path switches (it never locked).
-      {"pan, small ripple, cancelled probe",
-       {"incandescent", 1, "60", "long", 24, "normal", "pan", "natural", "4000x3000@10us", 50, 121},
-       8},
+      {"pan, small ripple, cancelled probe", 8,
+       {"incandescent", 1, "60", "long", 24, "normal", "pan", "natural", k4000, 50, 121}},
       // A panned grating in state 60: its texture near 100 Hz beats the
       // 120 Hz probe pair after pair; the slow path must not switch on it.
-      {"panned grating, state 60",
-       {"daylight", 1, "none", "long", 25, "dim", "pan", "grating", "1920x1080@12.5us", 60, 268},
-       -1},
+      {"panned grating, state 60", -1,
+       {"daylight", 1, "none", "long", 25, "dim", "pan", "grating", k1080, 60, 268}},
       // A held 60 Hz scene under a pan, 120 Hz cancelled: the pan lifts the
       // 100 Hz column above the probe pair after pair (motion shows more at
       // the longer band period); it must not leave the right state. Seed of
       // a set the algorithm was not tuned on.
-      {"pan in the right state, 120 Hz probe",
-       {"incandescent", 1, "60", "long", 29.97, "dim", "pan", "natural", "1920x1080@12.5us", 60,
-        10126},
-       -1},
+      {"pan in the right state, 120 Hz probe", -1,
+       {"incandescent", 1, "60", "long", 29.97, "dim", "pan", "natural", k1080, 60, 10126}},
       // A pan without flicker whose 120 Hz column beats the probe in runs of
       // pairs (consecutive pairs see similar texture): never a switch.
-      {"pan without flicker",
-       {"daylight", 1, "none", "long", 25, "normal", "pan", "natural", "4000x3000@10us", 50, 195},
-       -1},
+      {"pan without flicker", -1,
+       {"daylight", 1, "none", "long", 25, "normal", "pan", "natural", k4000, 50, 195}},
+      // clang-format on
   };
   flicker_host::setLogsQuiet(true);
   FlickerExtPara tuning{};

@@ -3,7 +3,6 @@
 // and with which seeds, and a soak that counts false switches.
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <set>
 #include <string>
 #include <utility>
@@ -27,67 +26,47 @@ constexpr double kReadout = 0.0295;
 constexpr double kNoise = 1e-3;
 constexpr double kFrame30 = 1.0 / 30.0;
 
-struct SightCase {
-  const char* what;
-  PairPhysics pair;
-  PairSight sight;
-};
-
-// Test names read as the case, not as its bytes.
-void PrintTo(const SightCase& c, std::ostream* os) {
-  *os << c.what;
+TEST(Observability, PairSightFollowsThePhysics) {
+  using S = PairSight;
+  // The lamp's ripple and the other, depth, exposure, interval; readout,
+  // noise and entries of a bright 4000 x 3000 frame unless given.
+  const auto pair = [](double ripple, double other, double depth, double exposure, double interval,
+                       double readout = kReadout, double noise = kNoise, int entries = kEntries) {
+    return PairPhysics{ripple, other, depth, exposure, interval, readout, noise, entries};
+  };
+  const auto halfPeriod = [&pair](double exposure) {
+    return pair(100, 120, 0.35, exposure, kFrame30, 0.0052, kNoise, 6 * 432);
+  };
+  const struct {
+    const char* what;
+    PairPhysics pair;
+    PairSight sight;
+  } rows[] = {
+      // clang-format off
+      // 50 Hz lamp in state 60 at 30 fps: 100 Hz moves a third of a cycle.
+      {"wrong state, moving", pair(100, 120, 0.35, 1 / 60.0, kFrame30), S::kMoving},
+      // The state's exposure cancels the lamp's own ripple: nothing to see.
+      {"right state, cancelled", pair(100, 120, 0.35, 0.02, kFrame30), S::kHidden},
+      // 60 Hz lamp in state 50 at 30 fps: 120 Hz stands still (4 cycles a
+      // frame), but the 20 ms exposure cancels 100 Hz, so the bands are it.
+      {"frozen, other cancelled", pair(120, 100, 0.35, 0.02, kFrame30), S::kFrozen},
+      // The same frozen ripple under a short exposure cancels nothing.
+      {"frozen, nothing cancelled", pair(120, 100, 0.35, 1e-3, kFrame30), S::kHidden},
+      // An eighth of a cycle is moving, a twentieth is not (the least is a tenth).
+      {"barely moving, short exposure", pair(100, 120, 0.35, 1e-3, 0.12 / 100 + 0.04), S::kMoving},
+      {"too little motion", pair(100, 120, 0.35, 1e-3, 0.05 / 100 + 0.04), S::kHidden},
+      // Half a period of readout (640 x 480 at 12 us): no band period to
+      // measure, but the 16.7 ms exposure cancels 120 Hz.
+      {"half a period, other cancelled", halfPeriod(1 / 60.0), S::kMoving},
+      {"half a period, short exposure", halfPeriod(1e-3), S::kHidden},
+      // A 2 % lamp: 0.3 % bands after a 16.7 ms exposure, far above the
+      // noise of a bright frame, lost in a very dark and noisy one.
+      {"2 % lamp, bright", pair(100, 120, 0.02, 1 / 60.0, kFrame30), S::kMoving},
+      {"2 % lamp, dark", pair(100, 120, 0.02, 1 / 60.0, kFrame30, kReadout, 2.0), S::kHidden},
+      // clang-format on
+  };
+  for (const auto& row : rows) EXPECT_EQ(pairSight(row.pair), row.sight) << row.what;
 }
-
-class PairSightTest : public ::testing::TestWithParam<SightCase> {};
-
-TEST_P(PairSightTest, FollowsThePhysics) {
-  EXPECT_EQ(pairSight(GetParam().pair), GetParam().sight) << GetParam().what;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, PairSightTest,
-    ::testing::Values(
-        // 50 Hz lamp in state 60 at 30 fps: 100 Hz moves a third of a cycle.
-        SightCase{"wrong state, moving",
-                  {100, 120, 0.35, 1 / 60.0, kFrame30, kReadout, kNoise, kEntries},
-                  PairSight::kMoving},
-        // The state's exposure cancels the lamp's own ripple: nothing to see.
-        SightCase{"right state, cancelled",
-                  {100, 120, 0.35, 0.02, kFrame30, kReadout, kNoise, kEntries},
-                  PairSight::kHidden},
-        // 60 Hz lamp in state 50 at 30 fps: 120 Hz stands still (4 cycles a
-        // frame), but the 20 ms exposure cancels 100 Hz, so the bands are it.
-        SightCase{"frozen, other cancelled",
-                  {120, 100, 0.35, 0.02, kFrame30, kReadout, kNoise, kEntries},
-                  PairSight::kFrozen},
-        // The same frozen ripple under a short exposure cancels nothing.
-        SightCase{"frozen, nothing cancelled",
-                  {120, 100, 0.35, 1e-3, kFrame30, kReadout, kNoise, kEntries},
-                  PairSight::kHidden},
-        // An eighth of a cycle is moving, a twentieth is not (the least is a tenth).
-        SightCase{"barely moving, short exposure",
-                  {100, 120, 0.35, 1e-3, 0.12 / 100 + 0.04, kReadout, kNoise, kEntries},
-                  PairSight::kMoving},
-        SightCase{"too little motion, short exposure",
-                  {100, 120, 0.35, 1e-3, 0.05 / 100 + 0.04, kReadout, kNoise, kEntries},
-                  PairSight::kHidden},
-        // Half a period of readout (640 x 480 at 12 us): no band period to
-        // measure, but the 16.7 ms exposure cancels 120 Hz.
-        SightCase{"half a period, other cancelled",
-                  {100, 120, 0.35, 1 / 60.0, kFrame30, 0.0052, kNoise, 6 * 432},
-                  PairSight::kMoving},
-        SightCase{"half a period, short exposure",
-                  {100, 120, 0.35, 1e-3, kFrame30, 0.0052, kNoise, 6 * 432},
-                  PairSight::kHidden},
-        // A 2 % lamp: 0.3 % bands after a 16.7 ms exposure, far above the
-        // noise of a bright frame, lost in a very dark and noisy one.
-        SightCase{"2 % lamp, bright",
-                  {100, 120, 0.02, 1 / 60.0, kFrame30, kReadout, kNoise, kEntries},
-                  PairSight::kMoving},
-        SightCase{"2 % lamp, dark",
-                  {100, 120, 0.02, 1 / 60.0, kFrame30, kReadout, 2.0, kEntries},
-                  PairSight::kHidden}),
-    [](const ::testing::TestParamInfo<SightCase>& info) { return std::to_string(info.index); });
 
 TEST(Observability, ReadoutKeepsLessOfARippleBeyondALineTheShorterItIs) {
   EXPECT_LT(beyondLine(0.1), 0.02);  // a tenth of a band is nearly a line
@@ -134,39 +113,26 @@ flicker_sim::SimLightSegment lamps(double share60) {
            makeLightComponent(SimLightType::kIncandescent, 60.0, 1e5 * share60)}};
 }
 
-struct ResidualCase {
-  const char* what;
-  double share60;
-  double exposureS;
-  double residual;  // 8 % ripples (incandescent) times shares and sinc
-};
-
-void PrintTo(const ResidualCase& c, std::ostream* os) {
-  *os << c.what;
+// What an exposure leaves of every ripple: 8 % ripples (incandescent) times
+// the lamps' shares and the exposure's sinc.
+TEST(Observability, ResidualBandingIsWhatTheExposureLeavesOfEveryRipple) {
+  const struct {
+    const char* what;
+    double share60, exposureS, residual;
+  } rows[] = {
+      // One lamp, its own state: nothing left; the other state: sinc(1.67).
+      {"50 Hz lamp, 20 ms", 0.0, 0.02, 0.0},
+      {"50 Hz lamp, 16.7 ms", 0.0, 1 / 60.0, 0.08 * 0.16539867},
+      // Equal shares: state 50 (20 ms) leaves half of 120 Hz times sinc(2.4),
+      // state 60 (16.7 ms) half of 100 Hz times sinc(1.67): 50 leaves less.
+      {"mixed, 20 ms", 0.5, 0.02, 0.04 * 0.12613778},
+      {"mixed, 16.7 ms", 0.5, 1 / 60.0, 0.04 * 0.16539867},
+      // 70 % on 50 Hz: state 50 leaves the weaker 60 Hz lamp's ripple.
+      {"mixed 30, 20 ms", 0.3, 0.02, 0.024 * 0.12613778},
+  };
+  for (const auto& c : rows)
+    EXPECT_NEAR(residualBanding(lamps(c.share60), c.exposureS), c.residual, 1e-5) << c.what;
 }
-
-class ResidualBandingTest : public ::testing::TestWithParam<ResidualCase> {};
-
-TEST_P(ResidualBandingTest, IsWhatTheExposureLeavesOfEveryRipple) {
-  const ResidualCase& c = GetParam();
-  EXPECT_NEAR(residualBanding(lamps(c.share60), c.exposureS), c.residual, 1e-5) << c.what;
-}
-
-INSTANTIATE_TEST_SUITE_P(Table, ResidualBandingTest,
-                         ::testing::Values(
-                             // One lamp, its own state: nothing left; the other state: sinc(1.67).
-                             ResidualCase{"50 Hz lamp, 20 ms", 0.0, 0.02, 0.0},
-                             ResidualCase{"50 Hz lamp, 16.7 ms", 0.0, 1 / 60.0, 0.08 * 0.16539867},
-                             // Equal shares: state 50 (20 ms) leaves half of 120 Hz times
-                             // sinc(2.4), state 60 (16.7 ms) half of 100 Hz times sinc(1.67): 50
-                             // leaves less.
-                             ResidualCase{"mixed, 20 ms", 0.5, 0.02, 0.04 * 0.12613778},
-                             ResidualCase{"mixed, 16.7 ms", 0.5, 1 / 60.0, 0.04 * 0.16539867},
-                             // 70 % on 50 Hz: state 50 leaves the weaker 60 Hz lamp's ripple.
-                             ResidualCase{"mixed 30, 20 ms", 0.3, 0.02, 0.024 * 0.12613778}),
-                         [](const ::testing::TestParamInfo<ResidualCase>& info) {
-                           return std::to_string(info.index);
-                         });
 
 // The default grid is the one EVALUATION.md describes: its figures compare
 // runs of exactly these cells.

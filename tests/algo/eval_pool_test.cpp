@@ -8,12 +8,12 @@
 
 #include <cmath>
 #include <cstring>
-#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "case_names.h"
 #include "cell_pool.h"
 #include "outcome_codec.h"
 
@@ -44,16 +44,13 @@ CellOutcome fakeRun(const EvalCell& cell) {
 constexpr std::chrono::milliseconds kHangLimit{2000};
 
 struct FailureCase {
-  const char* what;
+  const char* name;
   void (*misbehave)();  // what the worker does instead of running cell kBadSeed
   const char* reason;   // part of the lost cell's error and of the report line
   bool hangs = false;   // the pool must stop it (after kHangLimit)
 };
 
-// Test names read as the case, not as its bytes.
-void PrintTo(const FailureCase& c, std::ostream* os) {
-  *os << c.what;
-}
+CASE_PRINTS_ITS_NAME(FailureCase)
 
 class WorkerFailureTest : public ::testing::TestWithParam<std::tuple<FailureCase, int>> {};
 

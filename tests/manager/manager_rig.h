@@ -80,10 +80,6 @@ class DetectRecorder {
     std::lock_guard<std::mutex> lock(mutex_);
     return seen_;
   }
-  size_t count() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return seen_.size();
-  }
 
  private:
   std::mutex mutex_;

@@ -10,9 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <ostream>
 
-#include "case_names.h"
 #include "sim_rig.h"
 #include "sim_scenario.h"
 #include "sim_test_util.h"
@@ -22,255 +20,207 @@ namespace {
 
 using namespace testing_util;
 
-struct LineCase {
-  const char* name;
-  int frameHeight;
-  int tgHeight;
-  uint32_t pixelsInLine;
-  int sensorBinning;
-  int pixelMode;
-  uint32_t managerClocks;  // line length the manager derives from these records
-};
-
-CASE_PRINTS_ITS_NAME(LineCase)
-
-class LineTimeTest : public ::testing::TestWithParam<LineCase> {};
-
 // The line length follows the manager's set-up rule, and a 100 Hz ripple on
 // a flat wall shows bands 1 / (100 Hz * line time) lines apart.
-TEST_P(LineTimeTest, BandsAreSpacedByTheManagersLineTime) {
-  const LineCase& c = GetParam();
-  SimSensorParams params = flatWallSensor(1e-3);
-  params.geometry.frameHeight = c.frameHeight;
-  params.geometry.tgHeight = c.tgHeight;
-  params.geometry.pixelsInLine = c.pixelsInLine;
-  params.geometry.sensorBinning = c.sensorBinning;
-  params.geometry.pixelMode = c.pixelMode;
-  EXPECT_EQ(params.geometry.lineLengthClocks(), c.managerClocks);
-  const double lineTime = c.managerClocks / 480e6;
-  EXPECT_DOUBLE_EQ(params.geometry.lineTimeSeconds(), lineTime);
-  SimSensor sensor(params, lightOf({makeLightComponent(SimLightType::kIncandescent, 50.0, 4e6)}),
-                   7);
-  const SimFrame frame = sensor.nextFrame();
-  ASSERT_EQ(frame.stats.size(), static_cast<size_t>(params.geometry.statEntries()));
-  EXPECT_TRUE(bandsAt(lineProfile(frame), 100.0 * lineTime));
+TEST(SimSensorTest, BandsAreSpacedByTheManagersLineTime) {
+  struct Row {
+    const char* what;
+    int frameHeight, tgHeight;
+    uint32_t pixelsInLine;
+    int sensorBinning, pixelMode;
+    uint32_t managerClocks;  // line length the manager derives from these records
+  } rows[] = {
+      // clang-format off
+      {"plain: 10 us lines, 1000 lines per band", 3000, 3000, 4800, 1, 0, 4800},
+      // Binned TG output: the height ratio 2 doubles the line length.
+      {"height ratio 2", 3000, 1500, 2400, 1, 0, 4800},
+      {"height ratio 2, long", 4000, 2000, 5000, 1, 0, 10000},
+      // Sensor binning multiplies on top of the ratio rule.
+      {"sensor binning 2", 3000, 3000, 4800, 2, 0, 9600},
+      {"ratio and binning 2", 3000, 1500, 2400, 2, 0, 9600},
+      // Resized statistics image: the float resize, truncated.
+      {"resize 1.5", 3000, 2000, 5000, 1, 0, 7500},
+      {"resize 0.5", 1500, 3000, 4800, 1, 0, 2400},
+      {"the upper half of the line length is not part of it", 3000, 3000, 0x00011388u, 1, 0, 5000},
+      {"no TG height: the line length kept, no division by zero", 3000, 0, 4800, 1, 0, 4800},
+      {"pixel mode narrows the windows, not the line time", 3000, 3000, 4800, 1, 1, 4800},
+      // clang-format on
+  };
+  for (const Row& c : rows) {
+    SCOPED_TRACE(c.what);
+    SimSensorParams params = flatWallSensor(1e-3);
+    params.geometry.frameHeight = c.frameHeight;
+    params.geometry.tgHeight = c.tgHeight;
+    params.geometry.pixelsInLine = c.pixelsInLine;
+    params.geometry.sensorBinning = c.sensorBinning;
+    params.geometry.pixelMode = c.pixelMode;
+    EXPECT_EQ(params.geometry.lineLengthClocks(), c.managerClocks);
+    const double lineTime = c.managerClocks / 480e6;
+    EXPECT_DOUBLE_EQ(params.geometry.lineTimeSeconds(), lineTime);
+    SimSensor sensor(params, lightOf({makeLightComponent(SimLightType::kIncandescent, 50.0, 4e6)}),
+                     7);
+    const SimFrame frame = sensor.nextFrame();
+    ASSERT_EQ(frame.stats.size(), static_cast<size_t>(params.geometry.statEntries()));
+    EXPECT_TRUE(bandsAt(lineProfile(frame), 100.0 * lineTime));
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, LineTimeTest,
-                         ::testing::Values(
-                             // 10 us lines: 1000 lines per band.
-                             LineCase{"plain", 3000, 3000, 4800, 1, 0, 4800},
-                             // Binned TG output: the height ratio 2 doubles the line length.
-                             LineCase{"height ratio 2", 3000, 1500, 2400, 1, 0, 4800},
-                             LineCase{"height ratio 2, long", 4000, 2000, 5000, 1, 0, 10000},
-                             // Sensor binning multiplies on top of the ratio rule.
-                             LineCase{"sensor binning 2", 3000, 3000, 4800, 2, 0, 9600},
-                             LineCase{"ratio and binning 2", 3000, 1500, 2400, 2, 0, 9600},
-                             // Resized statistics image: the float resize, truncated.
-                             LineCase{"resize 1.5", 3000, 2000, 5000, 1, 0, 7500},
-                             LineCase{"resize 0.5", 1500, 3000, 4800, 1, 0, 2400},
-                             // The upper half of the line length is not part of it.
-                             LineCase{"upper half", 3000, 3000, 0x00011388u, 1, 0, 5000},
-                             // No TG height: the sensor line length is kept (no division by zero).
-                             LineCase{"no TG height", 3000, 0, 4800, 1, 0, 4800},
-                             // Pixel mode narrows the windows but leaves the line time alone.
-                             LineCase{"pixel mode 1", 3000, 3000, 4800, 1, 1, 4800}));
-
-struct WindowCase {
-  int width;
-  int height;
-  int pixelMode;
-  int winW;  // 0 or winH 0: no stream can be made
-  int winH;
-};
-
-void PrintTo(const WindowCase& c, std::ostream* os) {
-  *os << c.width << "x" << c.height << ", pixel mode " << c.pixelMode;
+TEST(SimSensorTest, BlockHoldsEighteenEntriesPerWindowLineCentred) {
+  struct Row {
+    int width, height, pixelMode;
+    int winW, winH;  // 0: no stream can be made
+  } rows[] = {
+      {4000, 3000, 0, 666, 984},  // the adapter's own example size
+      {4000, 3000, 1, 332, 984},  // pixel mode 1 halves the width the windows see, not the lines
+      // Tall frames are cut to 5994 statistics-image lines.
+      {8000, 6040, 0, 1332, 1998},
+      {8000, 6039, 0, 1332, 1998},
+      {12, 100, 0, 2, 18},  // smallest frame
+      // No window pixel; nothing left after the 45-line margin.
+      {11, 3000, 0, 0, 984},
+      {4000, 40, 0, 666, 0},
+  };
+  for (const Row& c : rows) {
+    SCOPED_TRACE(testing::Message() << c.width << "x" << c.height << ", mode " << c.pixelMode);
+    SimGeometry g;
+    g.frameWidth = c.width;
+    g.frameHeight = c.height;
+    g.pixelMode = c.pixelMode;
+    EXPECT_EQ(g.windowWidth(), c.winW);
+    EXPECT_EQ(g.windowHeight(), c.winH);
+    EXPECT_EQ(g.valid(), c.winW > 0 && c.winH > 0);
+    if (!g.valid())
+      continue;
+    EXPECT_EQ(g.statEntries(), 18 * c.winH);
+    EXPECT_LE(g.leftOffset() + 6 * g.windowWidth(), g.reducedWidth());
+    EXPECT_LE(std::abs(2 * g.topOffset() + g.statLines() - c.height), 1);
+  }
 }
-
-class WindowTest : public ::testing::TestWithParam<WindowCase> {};
-
-TEST_P(WindowTest, BlockHoldsEighteenEntriesPerWindowLineCentred) {
-  const WindowCase& c = GetParam();
-  SimGeometry g;
-  g.frameWidth = c.width;
-  g.frameHeight = c.height;
-  g.pixelMode = c.pixelMode;
-  EXPECT_EQ(g.windowWidth(), c.winW);
-  EXPECT_EQ(g.windowHeight(), c.winH);
-  EXPECT_EQ(g.valid(), c.winW > 0 && c.winH > 0);
-  if (!g.valid())
-    return;
-  EXPECT_EQ(g.statEntries(), 18 * c.winH);
-  EXPECT_LE(g.leftOffset() + 6 * g.windowWidth(), g.reducedWidth());
-  EXPECT_LE(std::abs(2 * g.topOffset() + g.statLines() - c.height), 1);
-}
-
-INSTANTIATE_TEST_SUITE_P(Table, WindowTest,
-                         ::testing::Values(
-                             // The adapter's own example size.
-                             WindowCase{4000, 3000, 0, 666, 984},
-                             // Pixel mode 1 halves the width the windows see, not the lines.
-                             WindowCase{4000, 3000, 1, 332, 984},
-                             // Tall frames are cut to 5994 statistics-image lines.
-                             WindowCase{8000, 6040, 0, 1332, 1998},
-                             WindowCase{8000, 6039, 0, 1332, 1998},
-                             // Smallest frame.
-                             WindowCase{12, 100, 0, 2, 18},
-                             // No window pixel; nothing left after the 45-line margin.
-                             WindowCase{11, 3000, 0, 0, 984}, WindowCase{4000, 40, 0, 666, 0}));
 
 double phaseAt(const SimFrame& frame, double hz) {
   return fitTones(lineProfile(frame), {hz * frame.lineTimeS}).phase[0];
 }
-
-struct CancelCase {
-  double exposureS;
-  double cancelledHz;
-  double survivingHz;
-};
-
-void PrintTo(const CancelCase& c, std::ostream* os) {
-  *os << c.exposureS * 1000.0 << " ms";
-}
-
-class CancelTest : public ::testing::TestWithParam<CancelCase> {};
 
 // Under 100 Hz and 120 Hz ripple at once, an exposure of whole periods of
 // one removes that ripple and leaves the other, attenuated by the exposure's
 // sinc. The surviving bands repeat every 1 / (ripple * line time) lines, and
 // from one frame to the next their phase advances by 2 pi * ripple * (time
 // between the frames).
-TEST_P(CancelTest, WholePeriodsCancelTheirRippleOnly) {
-  const CancelCase& c = GetParam();
-  SimSensor sensor(flatWallSensor(c.exposureS),
-                   lightOf({makeLightComponent(SimLightType::kIncandescent, 50.0, 3e5),
-                            makeLightComponent(SimLightType::kIncandescent, 60.0, 3e5)}),
-                   4);
-  const SimFrame frame = sensor.nextFrame();
-  const SimFrame next = sensor.nextFrame();
-  const ToneFit fit = fitTones(lineProfile(frame),
-                               {c.cancelledHz * frame.lineTimeS, c.survivingHz * frame.lineTimeS});
-  const double x = kPi * c.survivingHz * frame.exposureS;
-  // Half the light ripples, 8 % deep (incandescent).
-  const double surviving = 0.5 * 0.08 * std::fabs(std::sin(x) / x);
-  EXPECT_LT(fit.amplitude[0], 0.05 * surviving);
-  EXPECT_NEAR(fit.amplitude[1] / surviving, 1.0, 0.05);
-  EXPECT_TRUE(bandsAt(lineProfile(frame), c.survivingHz * frame.lineTimeS));
-  const double step = phaseAt(next, c.survivingHz) - phaseAt(frame, c.survivingHz);
-  const double interval = (next.sof_timestamp - frame.sof_timestamp) * 1e-9;
-  EXPECT_NEAR(std::remainder(step - 2 * kPi * c.survivingHz * interval, 2 * kPi), 0.0, 0.02);
+TEST(SimSensorTest, WholePeriodsCancelTheirRippleOnly) {
+  // Exposure, the ripple it cancels, the one that survives: one and two
+  // 100 Hz periods, one and three 120 Hz periods.
+  const double rows[][3] = {{0.010, 100.0, 120.0},
+                            {0.020, 100.0, 120.0},
+                            {1.0 / 120.0, 120.0, 100.0},
+                            {0.025, 120.0, 100.0}};
+  for (const auto& [exposureS, cancelledHz, survivingHz] : rows) {
+    SCOPED_TRACE(exposureS);
+    SimSensor sensor(flatWallSensor(exposureS),
+                     lightOf({makeLightComponent(SimLightType::kIncandescent, 50.0, 3e5),
+                              makeLightComponent(SimLightType::kIncandescent, 60.0, 3e5)}),
+                     4);
+    const SimFrame frame = sensor.nextFrame();
+    const SimFrame next = sensor.nextFrame();
+    const ToneFit fit = fitTones(lineProfile(frame),
+                                 {cancelledHz * frame.lineTimeS, survivingHz * frame.lineTimeS});
+    const double x = kPi * survivingHz * frame.exposureS;
+    // Half the light ripples, 8 % deep (incandescent).
+    const double surviving = 0.5 * 0.08 * std::fabs(std::sin(x) / x);
+    EXPECT_LT(fit.amplitude[0], 0.05 * surviving);
+    EXPECT_NEAR(fit.amplitude[1] / surviving, 1.0, 0.05);
+    EXPECT_TRUE(bandsAt(lineProfile(frame), survivingHz * frame.lineTimeS));
+    const double step = phaseAt(next, survivingHz) - phaseAt(frame, survivingHz);
+    const double interval = (next.sof_timestamp - frame.sof_timestamp) * 1e-9;
+    EXPECT_NEAR(std::remainder(step - 2 * kPi * survivingHz * interval, 2 * kPi), 0.0, 0.02);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Table, CancelTest,
-                         ::testing::Values(
-                             // One and two 100 Hz periods: 120 Hz remains.
-                             CancelCase{0.010, 100.0, 120.0}, CancelCase{0.020, 100.0, 120.0},
-                             // One and three 120 Hz periods: 100 Hz remains.
-                             CancelCase{1.0 / 120.0, 120.0, 100.0},
-                             CancelCase{0.025, 120.0, 100.0}));
-
-struct TimingCase {
-  double fps;
-  bool fixed;    // fixed-rate video: never stretched
-  int rateFlag;  // the frame-rate flag of the manager's result
-};
-
-void PrintTo(const TimingCase& c, std::ostream* os) {
-  *os << c.fps << " fps" << (c.fixed ? ", fixed rate" : ", free rate") << ", flag " << c.rateFlag;
-}
-
-class FrameTimingTest : public ::testing::TestWithParam<TimingCase> {};
 
 // While the manager asks for frame-rate control, free timing stretches
 // detection frames off every rate of the table (at exactly 30 fps a frame
 // lasts four 120 Hz periods and freezes the bands); fixed-rate video, or no
 // request, keeps every frame at 1 / fps. Either way the exposure stays on
 // whole periods of the reported state.
-TEST_P(FrameTimingTest, FixedRateNeverStretchesFrames) {
-  const TimingCase& c = GetParam();
-  SimSensorParams params = flatWallSensor(0.0);
-  params.ae.fixedExposureS = 0.0;  // automatic
-  params.framesPerSecond = c.fps;
-  params.fixedFrameRate = c.fixed;
-  params.geometry.pixelsInLine = 2400;  // 15 ms readout: fits 60 fps
-  SimSensor sensor(params, lightOf({makeLightComponent(SimLightType::kIncandescent, 50.0, 3e5)}),
-                   3);
-  double longest = 0;
-  double previousSof = 0;
-  for (int i = 0; i < 40; ++i) {
-    sensor.applyResult(2, c.rateFlag);
-    const SimFrame frame = sensor.nextFrame();
-    if (i >= 10) {
-      longest = std::max(longest, frame.sofS - previousSof);
-      const double periods = frame.exposureS * 120.0;
-      EXPECT_NEAR(periods, std::round(periods), 120.0 * frame.lineTimeS) << i;
-      EXPECT_GE(periods, 0.999) << i;
+TEST(SimSensorTest, FixedRateNeverStretchesFrames) {
+  struct Row {
+    double fps;
+    bool fixed;    // fixed-rate video: never stretched
+    int rateFlag;  // the frame-rate flag of the manager's result
+  } rows[] = {{24, true, 1},  {25, true, 1},  {29.97, true, 1}, {30, true, 1}, {60, true, 1},
+              {25, false, 1}, {30, false, 1}, {60, false, 1},   {30, false, 0}};
+  for (const Row& c : rows) {
+    SCOPED_TRACE(testing::Message()
+                 << c.fps << " fps, fixed " << c.fixed << ", flag " << c.rateFlag);
+    SimSensorParams params = flatWallSensor(0.0);
+    params.framesPerSecond = c.fps;
+    params.fixedFrameRate = c.fixed;
+    params.geometry.pixelsInLine = 2400;  // 15 ms readout: fits 60 fps
+    SimSensor sensor(params, lightOf({makeLightComponent(SimLightType::kIncandescent, 50.0, 3e5)}),
+                     3);
+    double longest = 0;
+    double previousSof = 0;
+    for (int i = 0; i < 40; ++i) {
+      sensor.applyResult(2, c.rateFlag);
+      const SimFrame frame = sensor.nextFrame();
+      if (i >= 10) {
+        longest = std::max(longest, frame.sofS - previousSof);
+        const double periods = frame.exposureS * 120.0;
+        EXPECT_NEAR(periods, std::round(periods), 120.0 * frame.lineTimeS) << i;
+        EXPECT_GE(periods, 0.999) << i;
+      }
+      previousSof = frame.sofS;
     }
-    previousSof = frame.sofS;
-  }
-  if (c.fixed || c.rateFlag == 0) {
-    EXPECT_NEAR(longest, 1.0 / c.fps, 1e-9);
-  } else {
-    EXPECT_GT(longest, 1.0 / c.fps + 50e-6);
+    if (c.fixed || c.rateFlag == 0) {
+      EXPECT_NEAR(longest, 1.0 / c.fps, 1e-9);
+    } else {
+      EXPECT_GT(longest, 1.0 / c.fps + 50e-6);
+    }
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(Table, FrameTimingTest,
-                         ::testing::Values(TimingCase{24, true, 1}, TimingCase{25, true, 1},
-                                           TimingCase{29.97, true, 1}, TimingCase{30, true, 1},
-                                           TimingCase{60, true, 1}, TimingCase{25, false, 1},
-                                           TimingCase{30, false, 1}, TimingCase{60, false, 1},
-                                           TimingCase{30, false, 0}));
-
-struct DriftCase {
-  double linesPerFrame;
-  int frameHeight;
-  uint32_t pixelsInLine;
-};
-
-void PrintTo(const DriftCase& c, std::ostream* os) {
-  *os << c.linesPerFrame << " lines per frame, " << c.frameHeight << " lines";
-}
-
-class VerticalDriftTest : public ::testing::TestWithParam<DriftCase> {};
 
 // A piecewise scene drifting by N lines per frame: the next frame's line
 // profile is this one's moved by N lines, at any line time.
-TEST_P(VerticalDriftTest, NextFrameIsThisOneMovedByTheDrift) {
-  const DriftCase& c = GetParam();
-  SimSensorParams params = flatWallSensor(2e-3);
-  params.scene.texture = SimTexture::kPiecewise;
-  params.fixedFrameRate = true;
-  params.geometry.frameHeight = c.frameHeight;
-  params.geometry.tgHeight = c.frameHeight;
-  params.geometry.pixelsInLine = c.pixelsInLine;
-  params.verticalLinesPerFrame = c.linesPerFrame;
-  SimSensor sensor(params, lightOf({makeLightComponent(SimLightType::kDaylight, 0.0, 4e6)}), 9);
-  const std::vector<double> a = lineProfile(sensor.nextFrame());
-  const std::vector<double> b = lineProfile(sensor.nextFrame());
-  // The shift that best aligns b[k] with a[k - s].
-  int best = 0;
-  double bestCost = 1e300;
-  for (int s = -6; s <= 6; ++s) {
-    double cost = 0;
-    for (size_t k = 8; k + 8 < a.size(); ++k) cost += std::pow(b[k] - a[k - s], 2);
-    if (cost < bestCost) {
-      bestCost = cost;
-      best = s;
+TEST(SimSensorTest, NextFrameIsThisOneMovedByTheDrift) {
+  struct Row {
+    double linesPerFrame;
+    int frameHeight;
+    uint32_t pixelsInLine;
+  } rows[] = {
+      // Still, and 1..3 lines at 10 us (1920 x 1080 at 30 fps).
+      {0, 1080, 4800},
+      {1, 1080, 4800},
+      {2, 1080, 4800},
+      {3, 1080, 4800},
+      // A long line time (64 us, 480 lines) and the other way.
+      {2, 480, 30720},
+      {-2, 1080, 4800},
+  };
+  for (const Row& c : rows) {
+    SCOPED_TRACE(testing::Message() << c.linesPerFrame << " lines per frame of " << c.frameHeight);
+    SimSensorParams params = flatWallSensor(2e-3);
+    params.scene.texture = SimTexture::kPiecewise;
+    params.fixedFrameRate = true;
+    params.geometry.frameHeight = c.frameHeight;
+    params.geometry.tgHeight = c.frameHeight;
+    params.geometry.pixelsInLine = c.pixelsInLine;
+    params.verticalLinesPerFrame = c.linesPerFrame;
+    SimSensor sensor(params, lightOf({makeLightComponent(SimLightType::kDaylight, 0.0, 4e6)}), 9);
+    const std::vector<double> a = lineProfile(sensor.nextFrame());
+    const std::vector<double> b = lineProfile(sensor.nextFrame());
+    // The shift that best aligns b[k] with a[k - s].
+    int best = 0;
+    double bestCost = 1e300;
+    for (int s = -6; s <= 6; ++s) {
+      double cost = 0;
+      for (size_t k = 8; k + 8 < a.size(); ++k) cost += std::pow(b[k] - a[k - s], 2);
+      if (cost < bestCost) {
+        bestCost = cost;
+        best = s;
+      }
     }
+    // Image content moves up the frame as the scene drifts down its rows.
+    EXPECT_EQ(-best, static_cast<int>(std::lround(c.linesPerFrame)));
   }
-  // Image content moves up the frame as the scene drifts down its rows.
-  EXPECT_EQ(-best, static_cast<int>(std::lround(c.linesPerFrame)));
 }
-
-INSTANTIATE_TEST_SUITE_P(Table, VerticalDriftTest,
-                         ::testing::Values(
-                             // Still, and 1..3 lines at 10 us (1920 x 1080 at 30 fps).
-                             DriftCase{0, 1080, 4800}, DriftCase{1, 1080, 4800},
-                             DriftCase{2, 1080, 4800}, DriftCase{3, 1080, 4800},
-                             // A long line time (64 us, 480 lines) and the other way.
-                             DriftCase{2, 480, 30720}, DriftCase{-2, 1080, 4800}));
 
 // A screen whose backlight pulses at 437 Hz bands the windows it covers with
 // that frequency; the windows beside it stay flat under steady daylight.
@@ -299,59 +249,44 @@ TEST(SimSensorTest, ScreenBandsWithItsBacklightOnly) {
   EXPECT_LT(fitTones(column(3), {nu}).amplitude[0], 0.01);
 }
 
-struct AeCase {
-  const char* preset;
-  int flickerState;
-  double period;  // 0: the exposure must stay below one ripple period
-};
-
-void PrintTo(const AeCase& c, std::ostream* os) {
-  *os << c.preset << ", state " << c.flickerState;
-}
-
-class AutoExposureTest : public ::testing::TestWithParam<AeCase> {};
-
 // After settling, dim scenes sit on whole periods of the reported state and
 // bright scenes below one period, all near the target brightness.
-TEST_P(AutoExposureTest, SettlesOnTheAntiBandingGrid) {
-  const AeCase& c = GetParam();
-  SimScenario scenario;
-  ASSERT_TRUE(makeSimPreset(c.preset, &scenario));
-  SimRig rig(scenario);
-  SimFrame frame;
-  for (int i = 0; i < 40; ++i) {
-    rig.sensor(0)->applyResult(c.flickerState, 0);
-    rig.sensor(0)->nextFrame(&frame);
-  }
-  EXPECT_TRUE(frame.aeConverged);
-  EXPECT_NEAR(frame.meanLevel / rig.sensor(0)->params().ae.targetLevel, 1.0, 0.15);
-  EXPECT_EQ(frame.doFlkDetection, 1);
-  EXPECT_EQ(frame.exposureTime, std::llround(frame.exposureS * 1e6));
-  const double periods = frame.exposureS / (c.period > 0.0 ? c.period : 1.0 / 120.0);
-  if (c.period > 0.0) {
-    EXPECT_GE(periods, 0.999);
-    EXPECT_NEAR(periods, std::round(periods), frame.lineTimeS / c.period);
-  } else {
-    EXPECT_LT(periods, 1.0);
-    EXPECT_DOUBLE_EQ(frame.gain, 1.0);
+TEST(SimSensorTest, ExposureSettlesOnTheAntiBandingGrid) {
+  struct Row {
+    const char* preset;
+    int flickerState;
+    double period;  // 0: the exposure must stay below one ripple period
+  } rows[] = {
+      {"office-50hz", 1, 0.010},          // under 50 Hz, reported 50 Hz: 10 ms grid
+      {"office-50hz", 2, 1.0 / 120.0},    // the same scene while (wrongly) reported 60 Hz
+      {"home-60hz", 2, 1.0 / 120.0},      // dim: several 8.333 ms periods plus gain
+      {"bright-short-exposure", 1, 0.0},  // floodlight: far less than one period
+  };
+  for (const Row& c : rows) {
+    SCOPED_TRACE(testing::Message() << c.preset << ", state " << c.flickerState);
+    SimScenario scenario;
+    ASSERT_TRUE(makeSimPreset(c.preset, &scenario));
+    SimRig rig(scenario);
+    SimFrame frame;
+    for (int i = 0; i < 40; ++i) {
+      rig.sensor(0)->applyResult(c.flickerState, 0);
+      rig.sensor(0)->nextFrame(&frame);
+    }
+    EXPECT_TRUE(frame.aeConverged);
+    EXPECT_NEAR(frame.meanLevel / rig.sensor(0)->params().ae.targetLevel, 1.0, 0.15);
+    EXPECT_EQ(frame.doFlkDetection, 1);
+    EXPECT_EQ(frame.exposureTime, std::llround(frame.exposureS * 1e6));
+    const double periods = frame.exposureS / (c.period > 0.0 ? c.period : 1.0 / 120.0);
+    if (c.period > 0.0) {
+      EXPECT_GE(periods, 0.999);
+      EXPECT_NEAR(periods, std::round(periods), frame.lineTimeS / c.period);
+    } else {
+      EXPECT_LT(periods, 1.0);
+      EXPECT_DOUBLE_EQ(frame.gain, 1.0);
+    }
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, AutoExposureTest,
-                         ::testing::Values(
-                             // Office under 50 Hz, manager reports 50 Hz: 10 ms grid.
-                             AeCase{"office-50hz", 1, 0.010},
-                             // The same scene while the manager (wrongly) reports 60 Hz.
-                             AeCase{"office-50hz", 2, 1.0 / 120.0},
-                             // Dim home under 60 Hz: several 8.333 ms periods plus gain.
-                             AeCase{"home-60hz", 2, 1.0 / 120.0},
-                             // Floodlight: far less than one period is needed.
-                             AeCase{"bright-short-exposure", 1, 0.0}));
-
-// Too dark for the target even at the longest exposure and highest gain (a
-// dim room at 60 fps, a dark room before a lamp is switched on): the control
-// is pinned at its limit and counts as settled, so detection runs, as on a
-// real camera that has nothing left to adjust.
 TEST(SimSensorTest, ExposurePinnedAtItsLimitIsSettled) {
   for (const double level : {0.0, 2e4}) {
     SimSensorParams params = flatWallSensor(0.0);

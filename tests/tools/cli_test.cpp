@@ -5,7 +5,6 @@
 #include <sys/prctl.h>
 
 #include <map>
-#include <ostream>
 
 #include "host_properties.h"
 #include "host_trace.h"
@@ -16,97 +15,87 @@ namespace {
 
 using tools_test::runFlickerSim;
 
-struct UsageCase {
-  std::vector<std::string> args;
-  const char* scenarioFile;  // when set: written to a file whose path is appended to args
-  const char* expected;      // part of the one-line reason (after the file's path, if any)
-};
-
-// Test names read as the case, not as its bytes.
-void PrintTo(const UsageCase& c, std::ostream* os) {
-  for (const std::string& a : c.args) *os << a << " ";
-}
-
-class UsageErrorTest : public ::testing::TestWithParam<UsageCase> {};
-
-TEST_P(UsageErrorTest, ExitsWithStatus2AndOneLineReason) {
-  UsageCase c = GetParam();
-  tools_test::TempDir dir;
-  std::string expected = c.expected;
-  if (c.scenarioFile != nullptr) {
-    tools_test::writeFile(dir.path() + "/scene.txt", c.scenarioFile);
-    c.args.push_back(dir.path() + "/scene.txt");
-    expected = c.args.back() + expected;
+TEST(CliTest, UsageErrorsExitWithStatus2AndOneLineReason) {
+  const struct {
+    std::vector<std::string> args;
+    const char* scenarioFile;  // when set: written to a file whose path is appended to args
+    const char* expected;      // part of the one-line reason (after the file's path, if any)
+  } rows[] = {
+      // No subcommand; a subcommand or an option that does not exist (the
+      // commands share one option parser: its other refusals are run's).
+      {{}, nullptr, "no command"},
+      {{"walk"}, nullptr, "unknown command 'walk'"},
+      {{"run", "--colour", "red"}, nullptr, "unknown option --colour"},
+      // Whole numbers: a fraction (anything after the digits is refused).
+      {{"run", "--frames", "42.0"}, nullptr, "bad value '42.0' for frames"},
+      // Reals: out of range, and not finite (a NaN slips through plain range checks).
+      {{"run", "--fps", "0"}, nullptr, "bad value '0' for fps"},
+      {{"run", "--fps", "nan"}, nullptr, "bad value 'nan' for fps"},
+      // A value option without its value; a flag given one.
+      {{"run", "--plot"}, nullptr, "--plot needs a value"},
+      {{"run", "--csv=yes"}, nullptr, "takes no value"},
+      // An unknown scenario that is not a file either.
+      {{"run", "office-70hz"}, nullptr, "unknown scenario 'office-70hz'"},
+      // Mutually exclusive output formats and grid sizes.
+      {{"run", "--csv", "--json"}, nullptr, "exclude each other"},
+      {{"replay", "/tmp", "--csv", "--json"}, nullptr, "exclude each other"},
+      // The evaluation (also under its former name sweep): grid sizes, a
+      // list with an unknown dimension, filters, numbers out of range, a
+      // trace that several workers would write, a comparison of soaks,
+      // tunings refused before any cell runs, an unknown option and a stray
+      // argument.
+      {{"sweep", "--quick", "--full"}, nullptr, "exclude each other"},
+      {{"eval", "--by", "fps,colour"}, nullptr, "bad value 'colour' for --by"},
+      {{"eval", "--only", "colour=red"}, nullptr, "bad value 'colour=red' for --only"},
+      {{"eval", "--only", "mains"}, nullptr, "for --only: expected DIM=VALUE"},
+      {{"eval", "--only", "mains=70"}, nullptr, "no cell of the default grid"},
+      {{"eval", "--soak-hours", "1", "--only", "mains=50"}, nullptr, "no scene without"},
+      {{"eval", "--seconds", "0"}, nullptr, "bad value '0' for --seconds"},
+      {{"eval", "--seed-base", "-1"}, nullptr, "bad value '-1' for --seed-base"},
+      {{"eval", "--soak-hours", "0"}, nullptr, "bad value '0' for --soak-hours"},
+      {{"eval", "--jobs", "two"}, nullptr, "bad value 'two' for --jobs"},
+      {{"eval", "--timing-runs", "-5"}, nullptr, "bad value '-5' for --timing-runs"},
+      {{"eval", "--trace", "t.json", "--jobs", "2"}, nullptr, "--trace needs the cells"},
+      {{"eval", "--soak-hours", "1", "--compare"}, nullptr, "exclude each other"},
+      {{"eval", "--quick", "--set", "35=1"}, nullptr, "unknown tuning field '35'"},
+      {{"eval", "--baseline-set", "hold=1"}, nullptr, "baseline: unknown tuning"},
+      {{"eval", "--baseline-tuning", "no.bin"}, nullptr, "for --baseline-tuning"},
+      {{"eval", "--bogus"}, nullptr, "unknown option --bogus"},
+      {{"eval", "quick"}, nullptr, "takes no arguments, got 'quick'"},
+      // Replay without its folder; a negative frame interval.
+      {{"replay"}, nullptr, "exactly one dump folder"},
+      {{"replay", "/tmp", "--frame-interval-us", "-5"}, nullptr, "--frame-interval-us"},
+      // Scenario files name the file and line: a bad value after good lines
+      // and a comment, a line without '=', an unknown key, an unknown lamp.
+      {{"run"}, "# a scene\nfps = 25\nmains = 55\n", ":3: bad value '55' for mains"},
+      {{"run"}, "fps 30\n", ":1: expected 'key = value'"},
+      {{"run"}, "# x\ncolour = red\n", ":2: unknown key 'colour'"},
+      {{"run"}, "light = candle\n", ":1: bad value 'candle' for light"},
+      // A tuning that is neither open, host nor a file; an image too short
+      // to be one; settings without '=' or of no field; a stray argument.
+      {{"run", "--tuning", "nosuch.bin"}, nullptr, "bad value 'nosuch.bin' for --tuning"},
+      {{"run", "--tuning"}, "short", " is shorter than 23520 bytes"},
+      {{"replay", "/tmp", "--set", "hold_off"}, nullptr, "expected NAME=VALUE"},
+      {{"tuning", "--set", "nope=1"}, nullptr, "unknown tuning field 'nope'"},
+      {{"tuning", "extra"}, nullptr, "takes no arguments"},
+  };
+  for (const auto& row : rows) {
+    std::vector<std::string> args = row.args;
+    tools_test::TempDir dir;
+    std::string expected = row.expected;
+    if (row.scenarioFile != nullptr) {
+      tools_test::writeFile(dir.path() + "/scene.txt", row.scenarioFile);
+      args.push_back(dir.path() + "/scene.txt");
+      expected = args.back() + expected;
+    }
+    const tools_test::CommandOutput r = runFlickerSim(args);
+    const std::string lastLine = r.err.substr(std::min(r.err.rfind("flicker-sim: "), r.err.size()));
+    EXPECT_EQ(r.status, 2) << expected;
+    EXPECT_NE(lastLine.find(expected), std::string::npos) << r.err;
+    EXPECT_EQ(std::count(lastLine.begin(), lastLine.end(), '\n'), 1) << r.err;
+    EXPECT_TRUE(r.out.empty()) << "nothing runs on bad input: " << r.out;
   }
-  const tools_test::CommandOutput r = runFlickerSim(c.args);
-  EXPECT_EQ(r.status, 2);
-  const std::string lastLine = r.err.substr(std::min(r.err.rfind("flicker-sim: "), r.err.size()));
-  EXPECT_NE(lastLine.find(expected), std::string::npos) << r.err;
-  EXPECT_EQ(std::count(lastLine.begin(), lastLine.end(), '\n'), 1) << r.err;
-  EXPECT_TRUE(r.out.empty()) << "nothing runs on bad input: " << r.out;
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, UsageErrorTest,
-    ::testing::Values(
-        // No subcommand; a subcommand or an option that does not exist (the
-        // commands share one option parser: its other refusals are run's).
-        UsageCase{{}, nullptr, "no command"},
-        UsageCase{{"walk"}, nullptr, "unknown command 'walk'"},
-        UsageCase{{"run", "--colour", "red"}, nullptr, "unknown option --colour"},
-        // Whole numbers: a fraction (anything after the digits is refused).
-        UsageCase{{"run", "--frames", "42.0"}, nullptr, "bad value '42.0' for frames"},
-        // Reals: out of range, and not finite (a NaN slips through plain range checks).
-        UsageCase{{"run", "--fps", "0"}, nullptr, "bad value '0' for fps"},
-        UsageCase{{"run", "--fps", "nan"}, nullptr, "bad value 'nan' for fps"},
-        // A value option without its value; a flag given one.
-        UsageCase{{"run", "--plot"}, nullptr, "--plot needs a value"},
-        UsageCase{{"run", "--csv=yes"}, nullptr, "takes no value"},
-        // An unknown scenario that is not a file either.
-        UsageCase{{"run", "office-70hz"}, nullptr, "unknown scenario 'office-70hz'"},
-        // Mutually exclusive output formats and grid sizes.
-        UsageCase{{"run", "--csv", "--json"}, nullptr, "exclude each other"},
-        UsageCase{{"replay", "/tmp", "--csv", "--json"}, nullptr, "exclude each other"},
-        // The evaluation (also under its former name sweep): grid sizes, a
-        // list with an unknown dimension, filters, numbers out of range, a
-        // trace that several workers would write, a comparison of soaks,
-        // tunings refused before any cell runs, an unknown option and a stray
-        // argument.
-        UsageCase{{"sweep", "--quick", "--full"}, nullptr, "exclude each other"},
-        UsageCase{{"eval", "--by", "fps,colour"}, nullptr, "bad value 'colour' for --by"},
-        UsageCase{{"eval", "--only", "colour=red"}, nullptr, "bad value 'colour=red' for --only"},
-        UsageCase{{"eval", "--only", "mains"}, nullptr, "for --only: expected DIM=VALUE"},
-        UsageCase{{"eval", "--only", "mains=70"}, nullptr, "no cell of the default grid"},
-        UsageCase{{"eval", "--soak-hours", "1", "--only", "mains=50"}, nullptr, "no scene without"},
-        UsageCase{{"eval", "--seconds", "0"}, nullptr, "bad value '0' for --seconds"},
-        UsageCase{{"eval", "--seed-base", "-1"}, nullptr, "bad value '-1' for --seed-base"},
-        UsageCase{{"eval", "--soak-hours", "0"}, nullptr, "bad value '0' for --soak-hours"},
-        UsageCase{{"eval", "--jobs", "two"}, nullptr, "bad value 'two' for --jobs"},
-        UsageCase{{"eval", "--timing-runs", "-5"}, nullptr, "bad value '-5' for --timing-runs"},
-        UsageCase{{"eval", "--trace", "t.json", "--jobs", "2"}, nullptr, "--trace needs the cells"},
-        UsageCase{{"eval", "--soak-hours", "1", "--compare"}, nullptr, "exclude each other"},
-        UsageCase{{"eval", "--quick", "--set", "35=1"}, nullptr, "unknown tuning field '35'"},
-        UsageCase{{"eval", "--baseline-set", "hold=1"}, nullptr, "baseline: unknown tuning"},
-        UsageCase{{"eval", "--baseline-tuning", "no.bin"}, nullptr, "for --baseline-tuning"},
-        UsageCase{{"eval", "--bogus"}, nullptr, "unknown option --bogus"},
-        UsageCase{{"eval", "quick"}, nullptr, "takes no arguments, got 'quick'"},
-        // Replay without its folder; a negative frame interval.
-        UsageCase{{"replay"}, nullptr, "exactly one dump folder"},
-        UsageCase{{"replay", "/tmp", "--frame-interval-us", "-5"}, nullptr, "--frame-interval-us"},
-        // Scenario files name the file and line: a bad value after good lines
-        // and a comment, a line without '=', an unknown key, an unknown lamp.
-        UsageCase{{"run"}, "# a scene\nfps = 25\nmains = 55\n", ":3: bad value '55' for mains"},
-        UsageCase{{"run"}, "fps 30\n", ":1: expected 'key = value'"},
-        UsageCase{{"run"}, "# x\ncolour = red\n", ":2: unknown key 'colour'"},
-        UsageCase{{"run"}, "light = candle\n", ":1: bad value 'candle' for light"},
-        // A tuning that is neither open, host nor a file; an image too short
-        // to be one; settings without '=' or of no field; a stray argument.
-        UsageCase{
-            {"run", "--tuning", "nosuch.bin"}, nullptr, "bad value 'nosuch.bin' for --tuning"},
-        UsageCase{{"run", "--tuning"}, "short", " is shorter than 23520 bytes"},
-        UsageCase{{"replay", "/tmp", "--set", "hold_off"}, nullptr, "expected NAME=VALUE"},
-        UsageCase{{"tuning", "--set", "nope=1"}, nullptr, "unknown tuning field 'nope'"},
-        UsageCase{{"tuning", "extra"}, nullptr, "takes no arguments"}));
 
 // --keys lists every key once, with the default of the scenario given and
 // of the options before it.

@@ -74,15 +74,12 @@ TEST(EvalCommand, NamesTheProgramItRunsAs) {
   EXPECT_EQ(help.str().rfind("usage: flicker-eval [options]\n", 0), 0u) << help.str();
 }
 
-struct BarCase {
-  int done;
-  int total;
-  double elapsedS;
-  const char* text;  // after the bar
-};
-
 TEST(ProgressBar, TellsTheCellsTheTimeSpentAndTheTimeLeft) {
-  const BarCase rows[] = {
+  const struct {
+    int done, total;
+    double elapsedS;
+    const char* text;  // after the bar
+  } rows[] = {
       // Nothing done yet: no estimate.
       {0, 10, 0.0, "0/10 cells, 0:00 elapsed"},
       // Half done in 30 s: as long again.
@@ -94,7 +91,7 @@ TEST(ProgressBar, TellsTheCellsTheTimeSpentAndTheTimeLeft) {
       // Done: no estimate left.
       {10, 10, 75.0, "10/10 cells, 1:15 elapsed"},
   };
-  for (const BarCase& row : rows) {
+  for (const auto& row : rows) {
     const std::string text =
         flicker_cli::ProgressBar::text("grid", "cells", row.done, row.total, row.elapsedS);
     const size_t bar = text.find("] ");

@@ -132,58 +132,48 @@ TEST(ScenarioBuilderTest, EachSceneHasOneName) {
   }
 }
 
-struct OnsetCase {
-  const char* settings;
-  int truthBefore;     // ground truth before the onset
-  double levelBefore;  // mean light before it (electrons/s at reflectance 1)
-  int truthAfter;
-  double rippleAfter;  // depth at twice the mains after the onset
-};
-
-// Test names read as the case, not as its bytes.
-void PrintTo(const OnsetCase& c, std::ostream* os) {
-  *os << c.settings;
-}
-
-class OnsetTest : public ::testing::TestWithParam<OnsetCase> {};
-
 // A lamp switched on mid-stream: before it the room is dark or lit by
 // daylight only; after it the lamp's ripple is the truth, diluted by the
 // daylight that stays on; an absolute ripple sets the lamp's depth.
-TEST_P(OnsetTest, LampComesOnAtItsTime) {
-  const OnsetCase& c = GetParam();
-  flicker_loop::ScenarioBuilder b;
-  std::string error;
-  ASSERT_TRUE(b.loadText(c.settings, "t", &error)) << error;
-  const flicker_sim::SimLight light(b.scenario().light);
-  EXPECT_EQ(light.dominantMainsHz(1.9), c.truthBefore);
-  EXPECT_NEAR(light.integrate(1.0, 1.9) / 0.9, c.levelBefore, 1e-6 * (1 + c.levelBefore));
-  EXPECT_EQ(light.dominantMainsHz(2.1), c.truthAfter);
-  // The ripple's depth from the light itself: its 100 or 120 Hz Fourier
-  // component over whole periods, relative to the mean.
-  const double f = 2.0 * c.truthAfter;
-  double re = 0, im = 0, mean = 0;
-  for (int i = 0; i < 4000; ++i) {
-    const double t = 2.5 + (i + 0.5) / 4000 * (10 / f);
-    const double v = light.intensity(t);
-    mean += v / 4000;
-    re += v * std::cos(2 * M_PI * f * t) / 2000;
-    im += v * std::sin(2 * M_PI * f * t) / 2000;
+TEST(ScenarioBuilderTest, LampComesOnAtItsTime) {
+  const struct {
+    const char* settings;
+    int truthBefore;     // ground truth before the onset
+    double levelBefore;  // mean light before it (electrons/s at reflectance 1)
+    int truthAfter;
+    double rippleAfter;  // depth at twice the mains after the onset
+  } rows[] = {
+      // From darkness; the incandescent lamp's own 8 % ripple, or 2 %.
+      {"light = incandescent\nmains = 50\nlevel = 1e5\nonset_at = 2\n", 0, 0, 50, 0.08},
+      {"light = incandescent\nmains = 60\nlevel = 1e5\nonset_at = 2\nripple = 0.02\n", 0, 0, 60,
+       0.02},
+      // From daylight of the lamp's level: the ripple is halved.
+      {"light = incandescent\nmains = 50\nlevel = 1e5\nonset_at = 2\nonset_from = daylight\n", 0,
+       1e5, 50, 0.04},
+  };
+  for (const auto& c : rows) {
+    SCOPED_TRACE(c.settings);
+    flicker_loop::ScenarioBuilder b;
+    std::string error;
+    ASSERT_TRUE(b.loadText(c.settings, "t", &error)) << error;
+    const flicker_sim::SimLight light(b.scenario().light);
+    EXPECT_EQ(light.dominantMainsHz(1.9), c.truthBefore);
+    EXPECT_NEAR(light.integrate(1.0, 1.9) / 0.9, c.levelBefore, 1e-6 * (1 + c.levelBefore));
+    EXPECT_EQ(light.dominantMainsHz(2.1), c.truthAfter);
+    // The ripple's depth from the light itself: its 100 or 120 Hz Fourier
+    // component over whole periods, relative to the mean.
+    const double f = 2.0 * c.truthAfter;
+    double re = 0, im = 0, mean = 0;
+    for (int i = 0; i < 4000; ++i) {
+      const double t = 2.5 + (i + 0.5) / 4000 * (10 / f);
+      const double v = light.intensity(t);
+      mean += v / 4000;
+      re += v * std::cos(2 * M_PI * f * t) / 2000;
+      im += v * std::sin(2 * M_PI * f * t) / 2000;
+    }
+    EXPECT_NEAR(std::hypot(re, im) / mean, c.rippleAfter, 2e-4);
   }
-  EXPECT_NEAR(std::hypot(re, im) / mean, c.rippleAfter, 2e-4);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, OnsetTest,
-    ::testing::Values(
-        // From darkness; the incandescent lamp's own 8 % ripple, or 2 %.
-        OnsetCase{"light = incandescent\nmains = 50\nlevel = 1e5\nonset_at = 2\n", 0, 0, 50, 0.08},
-        OnsetCase{"light = incandescent\nmains = 60\nlevel = 1e5\nonset_at = 2\nripple = 0.02\n", 0,
-                  0, 60, 0.02},
-        // From daylight of the lamp's level: the ripple is halved.
-        OnsetCase{"light = incandescent\nmains = 50\nlevel = 1e5\nonset_at = 2\n"
-                  "onset_from = daylight\n",
-                  0, 1e5, 50, 0.04}));
 
 // One frame per 10 ms, a pair analysed on every frame; states and truths as
 // digit strings: '5' = 50 Hz, '6' = 60 Hz, '0' = no flicker.
@@ -203,53 +193,44 @@ flicker_loop::LoopResult records(const std::string& states, const std::string& t
   return r;
 }
 
-struct SummaryCase {
-  const char* states;
-  const char* truths;
-  int lockedHz;
-  int lockFrame;
-  int pairsToLock;
-  int switches;
-  bool right;
-  double changeMs;  // when the light's mains changed; -1: it did not
-  double lockAfterChangeMs;
-  int pairsAfterChange;
-};
-
-void PrintTo(const SummaryCase& c, std::ostream* os) {
-  *os << c.states;
+TEST(RunSummaryTest, ReadsTheRecords) {
+  const struct {
+    const char *states, *truths;
+    int lockedHz, lockFrame, pairsToLock, switches;
+    bool right;
+    double changeMs;  // when the light's mains changed; -1: it did not
+    double lockAfterChangeMs;
+    int pairsAfterChange;
+  } rows[] = {
+      // clang-format off
+      // One switch to the right state; right from the start; never found 60 Hz.
+      {"6665555", "5555555", 50, 3, 4, 1, true, -1, -1, -1},
+      {"5555555", "5555555", 50, 0, 0, 0, true, -1, -1, -1},
+      {"5555555", "6666666", 50, 0, 0, 0, false, -1, -1, -1},
+      // Without flicker: switching is wrong, holding still is right.
+      {"5565555", "0000000", 50, 3, 4, 2, false, -1, -1, -1},
+      {"5555555", "0000000", 50, 0, 0, 0, true, -1, -1, -1},
+      // Oscillation ending in the wrong state.
+      {"5656566", "5555555", 60, 5, 6, 5, false, -1, -1, -1},
+      // The light turns 50 -> 60 Hz at 40 ms and the state follows 30 ms later.
+      {"5555555666", "5555666666", 60, 7, 8, 1, true, 40, 30, 3},
+      // Already in the new state before the change: no lock after it.
+      {"6666666666", "5555666666", 60, 0, 0, 0, true, 40, -1, -1},
+      // Still in the old state: wrong, and no lock after the change.
+      {"5555555555", "5555666666", 50, 0, 0, 0, false, 40, -1, -1},
+      // No records at all.
+      {"", "", 0, 0, 0, 0, false, -1, -1, -1},
+      // clang-format on
+  };
+  for (const auto& c : rows) {
+    const flicker_loop::RunSummary s = flicker_loop::RunSummary::of(records(c.states, c.truths));
+    EXPECT_EQ(std::make_tuple(s.lockedHz, s.lockFrame, s.pairsToLock, s.switches, s.right),
+              std::make_tuple(c.lockedHz, c.lockFrame, c.pairsToLock, c.switches, c.right))
+        << c.states;
+    EXPECT_EQ(std::make_tuple(s.changeMs, s.lockAfterChangeMs, s.pairsAfterChange),
+              std::make_tuple(c.changeMs, c.lockAfterChangeMs, c.pairsAfterChange))
+        << c.states;
+  }
 }
-
-class RunSummaryTest : public ::testing::TestWithParam<SummaryCase> {};
-
-TEST_P(RunSummaryTest, ReadsTheRecords) {
-  const SummaryCase& c = GetParam();
-  const flicker_loop::RunSummary s = flicker_loop::RunSummary::of(records(c.states, c.truths));
-  EXPECT_EQ(std::make_tuple(s.lockedHz, s.lockFrame, s.pairsToLock, s.switches, s.right),
-            std::make_tuple(c.lockedHz, c.lockFrame, c.pairsToLock, c.switches, c.right));
-  EXPECT_EQ(std::make_tuple(s.changeMs, s.lockAfterChangeMs, s.pairsAfterChange),
-            std::make_tuple(c.changeMs, c.lockAfterChangeMs, c.pairsAfterChange));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, RunSummaryTest,
-    ::testing::Values(
-        // One switch to the right state; right from the start; never found 60 Hz.
-        SummaryCase{"6665555", "5555555", 50, 3, 4, 1, true, -1, -1, -1},
-        SummaryCase{"5555555", "5555555", 50, 0, 0, 0, true, -1, -1, -1},
-        SummaryCase{"5555555", "6666666", 50, 0, 0, 0, false, -1, -1, -1},
-        // Without flicker: switching is wrong, holding still is right.
-        SummaryCase{"5565555", "0000000", 50, 3, 4, 2, false, -1, -1, -1},
-        SummaryCase{"5555555", "0000000", 50, 0, 0, 0, true, -1, -1, -1},
-        // Oscillation ending in the wrong state.
-        SummaryCase{"5656566", "5555555", 60, 5, 6, 5, false, -1, -1, -1},
-        // The light turns 50 -> 60 Hz at 40 ms and the state follows 30 ms later.
-        SummaryCase{"5555555666", "5555666666", 60, 7, 8, 1, true, 40, 30, 3},
-        // Already in the new state before the change: no lock after it.
-        SummaryCase{"6666666666", "5555666666", 60, 0, 0, 0, true, 40, -1, -1},
-        // Still in the old state: wrong, and no lock after the change.
-        SummaryCase{"5555555555", "5555666666", 50, 0, 0, 0, false, 40, -1, -1},
-        // No records at all.
-        SummaryCase{"", "", 0, 0, 0, 0, false, -1, -1, -1}));
 
 }  // namespace

@@ -3,10 +3,8 @@
 // step of a replay decided.
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <regex>
 
-#include "case_names.h"
 #include "dump_replayer.h"
 #include "replay_plot.h"
 #include "run_plot.h"
@@ -30,43 +28,38 @@ flicker_loop::LoopResult pairsAt(const std::vector<double>& times,
   return r;
 }
 
-struct ZoomCase {
-  const char* name;
-  std::vector<double> switches;  // ms
-  double changeMs;               // light change, -1: none
-  double durationMs;
-  double zoomEndS;  // 0: no zoom
-};
-
-CASE_PRINTS_ITS_NAME(ZoomCase)
-
-class ZoomTest : public ::testing::TestWithParam<ZoomCase> {};
-
-TEST_P(ZoomTest, ZoomsWhenAllEventsAreEarly) {
-  const ZoomCase& c = GetParam();
-  std::vector<double> times = c.switches;
-  times.push_back(c.durationMs);  // a pair at the end that changed nothing
-  flicker_loop::RunSummary summary;
-  summary.durationMs = c.durationMs;
-  summary.changeMs = c.changeMs;
-  EXPECT_DOUBLE_EQ(flicker_cli::RunPlot::zoomEndS(pairsAt(times, c.switches), summary), c.zoomEndS);
+TEST(RunPlotTest, ZoomsWhenAllEventsAreEarly) {
+  const struct {
+    const char* what;
+    std::vector<double> switches;  // ms
+    double changeMs;               // light change, -1: none
+    double durationMs;
+    double zoomEndS;  // 0: no zoom
+  } rows[] = {
+      // A lock after 205 ms of a 10 s run: 1.5 x 205 ms, rounded up to 500 ms.
+      {"early lock", {205}, -1, 10000, 0.5},
+      // The light changed at 300 ms, the lock followed at 450 ms.
+      {"early change and lock", {450}, 300, 10000, 1.0},
+      // Very early: at least four frames after the lock are shown.
+      {"first frames", {10}, -1, 1000, 0.2},
+      // Events past the first fifth, or a zoom of half the run: none.
+      {"late switch", {4066}, 3892, 10233, 0},
+      {"short run", {205}, -1, 1000, 0},
+      {"half the run", {190}, -1, 1000, 0},
+      // Nothing happened: nothing to zoom into.
+      {"nothing", {}, -1, 10000, 0},
+  };
+  for (const auto& c : rows) {
+    std::vector<double> times = c.switches;
+    times.push_back(c.durationMs);  // a pair at the end that changed nothing
+    flicker_loop::RunSummary summary;
+    summary.durationMs = c.durationMs;
+    summary.changeMs = c.changeMs;
+    EXPECT_DOUBLE_EQ(flicker_cli::RunPlot::zoomEndS(pairsAt(times, c.switches), summary),
+                     c.zoomEndS)
+        << c.what;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, ZoomTest,
-    ::testing::Values(
-        // A lock after 205 ms of a 10 s run: 1.5 x 205 ms, rounded up to 500 ms.
-        ZoomCase{"EarlyLock", {205}, -1, 10000, 0.5},
-        // The light changed at 300 ms, the lock followed at 450 ms.
-        ZoomCase{"EarlyChangeAndLock", {450}, 300, 10000, 1.0},
-        // Very early: at least four frames after the lock are shown.
-        ZoomCase{"FirstFrames", {10}, -1, 1000, 0.2},
-        // Events past the first fifth, or a zoom of half the run: none.
-        ZoomCase{"LateSwitch", {4066}, 3892, 10233, 0}, ZoomCase{"ShortRun", {205}, -1, 1000, 0},
-        ZoomCase{"HalfTheRun", {190}, -1, 1000, 0},
-        // Nothing happened: nothing to zoom into.
-        ZoomCase{"Nothing", {}, -1, 10000, 0}),
-    case_names::CaseName());
 
 TEST(RunPlotTest, NamesTheDecidingPair) {
   flicker_loop::LoopResult r;

@@ -21,108 +21,93 @@ using flicker_loop::TuningSetting;
 using tools_test::fieldOf;
 using tools_test::loadedRecords;
 
-struct ParseCase {
-  const char* text;
-  const char* field;  // the record field it sets; null when refused
-  int64_t value;
-  const char* reason;  // part of the refusal
-};
-
-// Test names read as the case, not as its bytes.
-void PrintTo(const ParseCase& c, std::ostream* os) {
-  *os << c.text;
-}
-
-class SettingParseTest : public ::testing::TestWithParam<ParseCase> {};
-
-TEST_P(SettingParseTest, SetsTheNamedFieldOrSaysWhy) {
-  const ParseCase& c = GetParam();
-  TuningSetting setting;
-  std::string error;
-  const bool ok = TuningFields::parse(c.text, &setting, &error);
-  if (c.field == nullptr) {
-    EXPECT_FALSE(ok);
-    EXPECT_NE(error.find(c.reason), std::string::npos) << error;
-    return;
-  }
-  ASSERT_TRUE(ok) << error;
-  EXPECT_EQ(setting.field->name, c.field);
-  FLICKER_CUST_PARA record{};
-  TuningFields::set(&record, *setting.field, setting.value);
-  EXPECT_EQ(TuningFields::get(record, *setting.field), c.value);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, SettingParseTest,
-    ::testing::Values(
-        // A knob name and the record name reach the same word.
-        ParseCase{"hold_off=2", "flickerFreq[3]", 2, nullptr},
-        ParseCase{"flickerFreq[3]=2", "flickerFreq[3]", 2, nullptr},
-        // Negative words, a word of a linear model, the last word.
-        ParseCase{"EV50_L50.m=-7", "EV50_L50.m", -7, nullptr},
-        ParseCase{"freq_feature_index[1]=3", "freq_feature_index[1]", 3, nullptr},
-        // Fields of other widths: a 64-bit clock above 32 bits, a byte.
-        ParseCase{"sensor_setting.pclk=5000000000", "sensor_setting.pclk", 5000000000LL, nullptr},
-        ParseCase{"is_auto_gen=255", "is_auto_gen", 255, nullptr},
-        // Values that do not fit the field or are not whole numbers.
-        ParseCase{"is_auto_gen=256", nullptr, 0, "0..255"},
-        ParseCase{"hold_off=3000000000", nullptr, 0, "-2147483648..2147483647"},
-        ParseCase{"hold_off=2.5", nullptr, 0, "bad value '2.5' for hold_off"},
-        ParseCase{"hold_off=", nullptr, 0, "bad value '' for hold_off"},
-        // No such field; no '='.
-        ParseCase{"hold=2", nullptr, 0, "unknown tuning field 'hold'"},
-        ParseCase{"hold_off", nullptr, 0, "expected NAME=VALUE"}));
-
-struct WarningCase {
-  std::vector<const char*> settings;
-  const char* warning;  // part of the one warning expected; null: none
-};
-
-void PrintTo(const WarningCase& c, std::ostream* os) {
-  for (const char* s : c.settings) *os << s << " ";
-}
-
-class ClampWarningTest : public ::testing::TestWithParam<WarningCase> {};
-
-TEST_P(ClampWarningTest, WarnsWhenTheAlgorithmReadsAnotherValue) {
-  std::vector<TuningSetting> settings;
-  for (const char* text : GetParam().settings) {
-    TuningSetting s;
+TEST(TuningFieldsTest, SettingSetsTheNamedFieldOrSaysWhy) {
+  const struct {
+    const char* text;
+    const char* field;  // the record field it sets; null when refused
+    int64_t value;
+    const char* reason;  // part of the refusal
+  } rows[] = {
+      // clang-format off
+      // A knob name and the record name reach the same word.
+      {"hold_off=2", "flickerFreq[3]", 2, nullptr},
+      {"flickerFreq[3]=2", "flickerFreq[3]", 2, nullptr},
+      // Negative words, a word of a linear model, the last word.
+      {"EV50_L50.m=-7", "EV50_L50.m", -7, nullptr},
+      {"freq_feature_index[1]=3", "freq_feature_index[1]", 3, nullptr},
+      // Fields of other widths: a 64-bit clock above 32 bits, a byte.
+      {"sensor_setting.pclk=5000000000", "sensor_setting.pclk", 5000000000LL, nullptr},
+      {"is_auto_gen=255", "is_auto_gen", 255, nullptr},
+      // Values that do not fit the field or are not whole numbers.
+      {"is_auto_gen=256", nullptr, 0, "0..255"},
+      {"hold_off=3000000000", nullptr, 0, "-2147483648..2147483647"},
+      {"hold_off=2.5", nullptr, 0, "bad value '2.5' for hold_off"},
+      {"hold_off=", nullptr, 0, "bad value '' for hold_off"},
+      // No such field; no '='.
+      {"hold=2", nullptr, 0, "unknown tuning field 'hold'"},
+      {"hold_off", nullptr, 0, "expected NAME=VALUE"},
+      // clang-format on
+  };
+  for (const auto& c : rows) {
+    SCOPED_TRACE(c.text);
+    TuningSetting setting;
     std::string error;
-    ASSERT_TRUE(TuningFields::parse(text, &s, &error)) << error;
-    settings.push_back(s);
-  }
-  flicker_loop::TuningTable table;
-  std::string error;
-  ASSERT_TRUE(flicker_loop::TuningChoice::load("open", &table, &error)) << error;
-  const std::vector<std::string> warnings = TuningFields::apply(settings, &table);
-  // The value is written as given, whatever the algorithm makes of it.
-  EXPECT_TRUE(table.uniform());
-  EXPECT_EQ(TuningFields::get(table.first(), *settings.back().field), settings.back().value);
-  if (GetParam().warning == nullptr) {
-    EXPECT_TRUE(warnings.empty()) << warnings.front();
-  } else {
-    ASSERT_EQ(warnings.size(), 1u);
-    EXPECT_NE(warnings[0].find(GetParam().warning), std::string::npos) << warnings[0];
+    const bool ok = TuningFields::parse(c.text, &setting, &error);
+    if (c.field == nullptr) {
+      EXPECT_FALSE(ok);
+      EXPECT_NE(error.find(c.reason), std::string::npos) << error;
+      continue;
+    }
+    ASSERT_TRUE(ok) << error;
+    EXPECT_EQ(setting.field->name, c.field);
+    FLICKER_CUST_PARA record{};
+    TuningFields::set(&record, *setting.field, setting.value);
+    EXPECT_EQ(TuningFields::get(record, *setting.field), c.value);
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, ClampWarningTest,
-    ::testing::Values(
-        // Inside the limits; zero asks for the default.
-        WarningCase{{"hold_off=7"}, nullptr}, WarningCase{{"hold_off=0"}, nullptr},
-        // Above and below a knob's limits.
-        WarningCase{{"hold_off=500"}, "hold_off (flickerFreq[3]) = 500 is read as 100"},
-        WarningCase{{"dominance_pct=50"},
-                    "is read as 100 by the open algorithm (limits 100..1000)"},
-        // A limit that follows another word: the noise floor stays under half
-        // the full scale, so 600 is fine at a full scale of 2000 only.
-        WarningCase{{"noise_floor=600"}, "is read as 511"},
-        WarningCase{{"full_scale=2000", "noise_floor=600"}, nullptr},
-        // Words the algorithm does not read are never clamped.
-        WarningCase{{"EV60_L60.offset=-99999"}, nullptr},
-        WarningCase{{"sensor_setting.line_length=70000"}, nullptr}));
+TEST(TuningFieldsTest, WarnsWhenTheAlgorithmReadsAnotherValue) {
+  const struct {
+    std::vector<const char*> settings;
+    const char* warning;  // part of the one warning expected; null: none
+  } rows[] = {
+      // Inside the limits; zero asks for the default.
+      {{"hold_off=7"}, nullptr},
+      {{"hold_off=0"}, nullptr},
+      // Above and below a knob's limits.
+      {{"hold_off=500"}, "hold_off (flickerFreq[3]) = 500 is read as 100"},
+      {{"dominance_pct=50"}, "is read as 100 by the open algorithm (limits 100..1000)"},
+      // A limit that follows another word: the noise floor stays under half
+      // the full scale, so 600 is fine at a full scale of 2000 only.
+      {{"noise_floor=600"}, "is read as 511"},
+      {{"full_scale=2000", "noise_floor=600"}, nullptr},
+      // Words the algorithm does not read are never clamped.
+      {{"EV60_L60.offset=-99999"}, nullptr},
+      {{"sensor_setting.line_length=70000"}, nullptr},
+  };
+  for (const auto& c : rows) {
+    SCOPED_TRACE(c.settings.back());
+    std::vector<TuningSetting> settings;
+    std::string error;
+    for (const char* text : c.settings) {
+      TuningSetting s;
+      ASSERT_TRUE(TuningFields::parse(text, &s, &error)) << error;
+      settings.push_back(s);
+    }
+    flicker_loop::TuningTable table;
+    ASSERT_TRUE(flicker_loop::TuningChoice::load("open", &table, &error)) << error;
+    const std::vector<std::string> warnings = TuningFields::apply(settings, &table);
+    // The value is written as given, whatever the algorithm makes of it.
+    EXPECT_TRUE(table.uniform());
+    EXPECT_EQ(TuningFields::get(table.first(), *settings.back().field), settings.back().value);
+    if (c.warning == nullptr) {
+      EXPECT_TRUE(warnings.empty()) << warnings.front();
+    } else {
+      ASSERT_EQ(warnings.size(), 1u);
+      EXPECT_NE(warnings[0].find(c.warning), std::string::npos) << warnings[0];
+    }
+  }
+}
 
 class TuningImageTest : public ::testing::Test {
  protected:
