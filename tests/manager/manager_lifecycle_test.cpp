@@ -91,6 +91,9 @@ TEST_F(LifecycleTest, ResultRecordBytes) {
       0, 1};                   // hdrFlkSrc; the sensor mode just changed
   // clang-format on
   for (size_t i = 0; i < expect.size(); ++i) EXPECT_EQ(word(out, i + 1), expect[i]) << i;
+  EXPECT_TRUE(
+      fp::logged("flickerState(2) flickerFrameRateActive(1) flickerScore50/60(77/-88) "
+                 "flickerScoreActive(1) hdrFlkSrc(0)"));
   EXPECT_EQ(rig.mgr().GetResult(nullptr), 0);
   EXPECT_TRUE(fp::loggedError("output should not be NULL"));
   rig.mgr().Uninit();
