@@ -102,15 +102,15 @@ TEST_F(FlickerStatBuffersTest, ConversionPerSensorPath) {
     size_t copiedBytes, widened;
     int32_t count;
   } rows[] = {
-      // clang-format off
-      {"generic", kPathGeneric, kGeneric, 0, false, kSmallH, kEntries * 8, 0, kEntries},
+      {"generic", kPathGeneric, kGeneric, 0, false, kSmallH, kEntries * sizeof(int64_t), 0,
+       kEntries},
       {"generic, empty window", kPathGeneric, kGeneric, 0, false, 50, 0, 0, 0},
-      {"generic auto-test, empty window", kPathGeneric, kGeneric, 0, true, 50, 18 * 8, 0, 18},
-      {"8581 mode 0", kPathSensor, 8581, 0, false, kSmallH, 150 * 4, 0, 150},
-      {"8581 other mode", kPathSensor, 8581, 2, false, kSmallH, 201 * 4, 0, 201},
+      {"generic auto-test, empty window", kPathGeneric, kGeneric, 0, true, 50, 18 * sizeof(int64_t),
+       0, 18},
+      {"8581 mode 0", kPathSensor, 8581, 0, false, kSmallH, 150 * sizeof(int32_t), 0, 150},
+      {"8581 other mode", kPathSensor, 8581, 2, false, kSmallH, 201 * sizeof(int32_t), 0, 201},
       {"1398", kPathSensor, 1398, 0, false, kSmallH, 0, 384, 192},
       {"unlisted sensor", kPathSensor, 4242, 0, false, kSmallH, 0, 0, kEntries},
-      // clang-format on
   };
   std::vector<int32_t> words(402);
   for (size_t i = 0; i < words.size(); ++i) words[i] = static_cast<int32_t>(i * 7919) - 1000000;
@@ -143,18 +143,19 @@ TEST_F(FlickerStatBuffersTest, AutoTestZeroCheckCoversThePathsWidth) {
     size_t nonZeroByte;  // the one non-zero byte of the block; SIZE_MAX: all zero
     int rc;
   } rows[] = {
-      // clang-format off
-      {"generic, last compared entry", kPathGeneric, kGeneric, true, kSmallH, kEntries * 8 - 1, 0},
-      {"generic, only beyond the window", kPathGeneric, kGeneric, true, kSmallH, kEntries * 8, -1},
+      {"generic, last compared entry set", kPathGeneric, kGeneric, true, kSmallH,
+       kEntries * sizeof(int64_t) - 1, 0},
+      {"generic, only beyond the window", kPathGeneric, kGeneric, true, kSmallH,
+       kEntries * sizeof(int64_t), -1},
       {"generic without auto-test", kPathGeneric, kGeneric, false, kSmallH, SIZE_MAX, 0},
       {"empty window compares 18 entries", kPathGeneric, kGeneric, true, 50, 143, 0},
       {"empty window, 19th entry set", kPathGeneric, kGeneric, true, 50, 144, -1},
-      {"8581, first byte beyond", kPathSensor, 8581, true, kSmallH, 150 * 4, -1},
-      {"8581, last compared byte set", kPathSensor, 8581, true, kSmallH, 150 * 4 - 1, 0},
+      {"8581, first byte beyond", kPathSensor, 8581, true, kSmallH, 150 * sizeof(int32_t), -1},
+      {"8581, last compared byte set", kPathSensor, 8581, true, kSmallH, 150 * sizeof(int32_t) - 1,
+       0},
       {"1398 compares only 384 bytes", kPathSensor, 1398, true, kSmallH, 384, -1},
       {"1398, byte 383 set", kPathSensor, 1398, true, kSmallH, 383, 0},
       {"unlisted sensor compares nothing", kPathSensor, 4242, true, kSmallH, SIZE_MAX, 0},
-      // clang-format on
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
