@@ -86,7 +86,7 @@ TEST(CliTest, UsageErrorsExitWithStatus2AndOneLineReason) {
     if (row.scenarioFile != nullptr) {
       tools_test::writeFile(dir.path() + "/scene.txt", row.scenarioFile);
       args.push_back(dir.path() + "/scene.txt");
-      expected = args.back() + expected;
+      expected.insert(0, args.back());
     }
     const tools_test::CommandOutput r = runFlickerSim(args);
     const std::string lastLine = r.err.substr(std::min(r.err.rfind("flicker-sim: "), r.err.size()));
