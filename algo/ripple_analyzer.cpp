@@ -22,6 +22,9 @@ constexpr double kLineUpSign = -1.0;
 constexpr double kCrossingErrors = 4.0;
 constexpr double kMadToSigma = 1.4826;
 constexpr int kMaxCrossingShare = 4;
+// A lined-up difference is read when it leaves under this share of the
+// residual that the linear removal of the whole shift left.
+constexpr double kLinedUpResidualShare = 0.75;
 // Fewer bins leave too few degrees of freedom beyond the eight parameters of
 // a frame's fit.
 constexpr int kMinBins = kMaxTrendTerms + 2 * kRipples + 6;
@@ -298,7 +301,7 @@ double RippleAnalyzer::commonExplained(int series, int windows, int model, const
 
 void RippleAnalyzer::dropEdgeCrossings(int series, int windows) {
   double residual[kMaxWindows][kMaxBins];
-  double size[kMaxWindows * kMaxBins];
+  double size[kMaxWindows * kMaxBins] = {};
   bool solved[kMaxWindows] = {};
   int n = 0;
   for (int w = 0; w < windows; ++w) {
@@ -410,9 +413,17 @@ void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& kno
   if (lone_ && r.shift.removed && lines != 0) {
     binner_.bin(in, knobs, 1, LineBinner::kShifted, lines);
     binner_.buildDifference(in.windows, LineBinner::kDiff, 0, LineBinner::kShifted);
-    const ShiftResult first = r.shift;
-    readDifference(LineBinner::kDiff, 0, LineBinner::kShifted, scale, in.windows, knobs, &r, &first,
-                   lines);
+    DifferenceReading lined;
+    readDifference(LineBinner::kDiff, 0, LineBinner::kShifted, scale, in.windows, knobs, &lined,
+                   &r.shift, lines);
+    if (lined.fitted && lined.sigma < kLinedUpResidualShare * r.sigma) {
+      r = lined;
+    } else {
+      // Texture without sharp edges moves as smoothly as the linear removal
+      // assumes; lining it up only loses the bins at the frame's end.
+      binner_.buildDifference(in.windows, LineBinner::kDiff, 0, 1);
+      readDifference(LineBinner::kDiff, 0, 1, scale, in.windows, knobs, &r);
+    }
   }
   out->shift = r.shift.shift;
   out->shiftError = r.shift.error;
