@@ -112,6 +112,8 @@ class LineBinner {
   const uint8_t* kept(int series, int window) const { return ok_[series][window]; }
   // A difference series, for the removal of a vertical shift.
   double* difference(int series, int window) { return profile_[series][window]; }
+  // Leaves bin `b` of a difference series out of its fits.
+  void mask(int series, int window, int b) { ok_[series][window][b] = 0; }
   // Per frame: bin sums (saturated where an entry clips) and level flags.
   double sum(int frame, int window, int b) const { return sum_[frame][window][b]; }
   uint8_t level(int frame, int window, int b) const { return level_[frame][window][b]; }

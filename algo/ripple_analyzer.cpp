@@ -10,6 +10,21 @@ namespace open_algo {
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
+// A scene's shift in the gradient's sense (it gains the level at a bin's
+// end) brings its content that many lines up: the later frame is binned that
+// many lines back.
+constexpr double kLineUpSign = -1.0;
+// A bin of a lined-up difference whose residual is this many robust standard
+// deviations (1.4826 median absolute residuals) off holds an edge that
+// crossed a line: an edge moves by whole lines while the scene moves by a
+// fraction, and no shift, whole or linear, removes it. At most one bin in
+// this many of a window is so dropped.
+constexpr double kCrossingErrors = 4.0;
+constexpr double kMadToSigma = 1.4826;
+constexpr int kMaxCrossingShare = 4;
+// A lined-up difference is read when it leaves under this share of the
+// residual that the linear removal of the whole shift left.
+constexpr double kLinedUpResidualShare = 0.75;
 // Fewer bins leave too few degrees of freedom beyond the eight parameters of
 // a frame's fit.
 constexpr int kMinBins = kMaxTrendTerms + 2 * kRipples + 6;
@@ -284,9 +299,58 @@ double RippleAnalyzer::commonExplained(int series, int windows, int model, const
   return fitter_.fit(mean, kept, model, &common, true) ? common.explained : 0.0;
 }
 
+void RippleAnalyzer::dropEdgeCrossings(int series, int windows) {
+  double residual[kMaxWindows][kMaxBins];
+  double size[kMaxWindows * kMaxBins] = {};
+  bool solved[kMaxWindows] = {};
+  int n = 0;
+  for (int w = 0; w < windows; ++w) {
+    const double* d = binner_.profile(series, w);
+    const uint8_t* ok = binner_.kept(series, w);
+    RippleLeastSquares::Solution sol;
+    solved[w] = fitter_.solve(d, ok, diffModel_, &sol);
+    for (int b = 0; solved[w] && b < binner_.bins(); ++b) {
+      residual[w][b] = ok[b] != 0 ? fitter_.residualAt(d, sol, b) : 0.0;
+      if (ok[b] != 0) {
+        size[n++] = std::fabs(residual[w][b]);
+      }
+    }
+  }
+  if (n == 0) {
+    return;
+  }
+  std::nth_element(size, size + n / 2, size + n);
+  const double limit = kCrossingErrors * kMadToSigma * size[n / 2];
+  for (int w = 0; w < windows; ++w) {
+    int crossings = 0;
+    for (int b = 0; solved[w] && b < binner_.bins(); ++b) {
+      crossings += std::fabs(residual[w][b]) > limit ? 1 : 0;
+    }
+    // More than a few such bins is no edge's doing.
+    if (crossings == 0 || crossings > binner_.bins() / kMaxCrossingShare) {
+      continue;
+    }
+    for (int b = 0; b < binner_.bins(); ++b) {
+      if (std::fabs(residual[w][b]) > limit) {
+        binner_.mask(series, w, b);
+      }
+    }
+  }
+}
+
 void RippleAnalyzer::readDifference(int series, int from, int to, const double* scale, int windows,
-                                    const AlgoKnobs& knobs, DifferenceReading* r) {
+                                    const AlgoKnobs& knobs, DifferenceReading* r,
+                                    const ShiftResult* linedUp, int lines) {
   r->shift = shift_.removeShift(binner_, fitter_, diffModel_, windows, series, from, to);
+  if (linedUp != nullptr) {
+    // Frame `to` was binned `lines` lines on: the scene moved that much
+    // before the rest was estimated, and the column held before all of it
+    // what it held before the first estimate.
+    r->shift.shift += kLineUpSign * lines;
+    r->shift.removed = true;
+    std::copy(linedUp->before, linedUp->before + kRipples, r->shift.before);
+    dropEdgeCrossings(series, windows);
+  }
   const int model = fitDifference(series, windows, r->shift.removed, knobs, r->fits);
   double sigma[kMaxWindows];
   int n = 0;
@@ -345,6 +409,22 @@ void RippleAnalyzer::summariseTemporal(const PairInput& in, const AlgoKnobs& kno
   }
   DifferenceReading r;
   readDifference(LineBinner::kDiff, 0, 1, scale, in.windows, knobs, &r);
+  const int lines = static_cast<int>(std::lround(kLineUpSign * r.shift.shift));
+  if (lone_ && r.shift.removed && lines != 0) {
+    binner_.bin(in, knobs, 1, LineBinner::kShifted, lines);
+    binner_.buildDifference(in.windows, LineBinner::kDiff, 0, LineBinner::kShifted);
+    DifferenceReading lined;
+    readDifference(LineBinner::kDiff, 0, LineBinner::kShifted, scale, in.windows, knobs, &lined,
+                   &r.shift, lines);
+    if (lined.fitted && lined.sigma < kLinedUpResidualShare * r.sigma) {
+      r = lined;
+    } else {
+      // Texture without sharp edges moves as smoothly as the linear removal
+      // assumes; lining it up only loses the bins at the frame's end.
+      binner_.buildDifference(in.windows, LineBinner::kDiff, 0, 1);
+      readDifference(LineBinner::kDiff, 0, 1, scale, in.windows, knobs, &r);
+    }
+  }
   out->shift = r.shift.shift;
   out->shiftError = r.shift.error;
   out->shiftRemoved = r.shift.removed;

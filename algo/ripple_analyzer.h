@@ -116,7 +116,11 @@ class RippleAnalyzer {
   // against frame `from`), fits it and reads each ripple with its amplitude
   // scaled by `scale`.
   void readDifference(int series, int from, int to, const double* scale, int windows,
-                      const AlgoKnobs& knobs, DifferenceReading* r);
+                      const AlgoKnobs& knobs, DifferenceReading* r,
+                      const ShiftResult* linedUp = nullptr, int lines = 0);
+  // Masks the bins of a lined-up difference that an edge crossing a line
+  // left far off the difference's model.
+  void dropEdgeCrossings(int series, int windows);
   void summariseTemporal(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
   void summariseSpatial(const PairInput& in, const AlgoKnobs& knobs, PairEvidence* out);
   // A frozen ripple with the other cancelled: slot 1 against the reference

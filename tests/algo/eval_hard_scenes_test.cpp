@@ -148,6 +148,13 @@ TEST(HardScenes, OnePeriodReadouts) {
             "geometry=1920x1080@10us start=50",
             1493),
        6},
+      // Half a period, flat patches drifting 2 lines a frame: the edges move
+      // by whole lines, which a linear removal of the shift leaves behind.
+      {"half a period, piecewise scene drifting 2 lines a frame, 50 Hz from 60",
+       cell("light=incandescent mains=50 exposure=long fps=25 timing=free motion=v2 "
+            "texture=piecewise geometry=640x480@12us start=60",
+            566),
+       4},
   });
 }
 
