@@ -18,6 +18,14 @@ constexpr double kMinAboveLeak = 3.0;
 // line. Textures shaken or drifting stand 1.5 to 2 times above the leak.
 constexpr double kMinAboveLeakCorroborating = 2.0;
 constexpr double kMinLoneExplainedCorroborating = 1.0;
+// Pairs corroborate only over a readout of at least this many 100 Hz
+// periods, as long as the difference's fit needs to tell the second
+// harmonics apart: over less the two ripples' columns are nearly parallel,
+// and a deep applied lamp's leftover (|sinc| under 0.01 is not zero, and
+// its harmonics are strong) fills the other's column as steadily as a weak
+// lamp (a 50 Hz LED and a 60 Hz tube at 1920 x 1080 and 12.5 us left their
+// right states and came back).
+constexpr double kMinCorroboratingPeriods = 2.0;
 // A lone fit (the other ripple cancelled, a short readout) explains the
 // windows' mean difference at least this many times better than the line
 // alone. A weak lamp's ripple is only a few times the noise per bin, so the
@@ -95,9 +103,11 @@ WeakSample WeakEvidence::sampleOf(const PairEvidence& ev, int applied, double ri
     return (leak <= 0.0 || t.phasor >= aboveLeak * leak) &&
            (ev.loneExplained < 0.0 || ev.loneExplained >= loneExplained);
   };
+  const bool apart = ev.readout * kRippleHz[0] >= kMinCorroboratingPeriods;
   const bool backs = t.snr >= knobs.snrThreshold && t.agreement >= kMinAgreement &&
                      amplitude >= knobs.minAmplitude && amplitude <= kMaxWeakAmplitude &&
-                     clears(kMinAboveLeakCorroborating, kMinLoneExplainedCorroborating) &&
+                     (apart ? clears(kMinAboveLeakCorroborating, kMinLoneExplainedCorroborating)
+                            : clears(kMinAboveLeak, kMinLoneExplained)) &&
                      ev.sceneResidual < kMaxResidual && amplitude >= knobs.dominance * rival;
   s.firm = backs && clears(kMinAboveLeak, kMinLoneExplained);
   s.kind = backs                 ? WeakSample::kBacks
