@@ -44,6 +44,7 @@ struct PairEvidence {
   bool analysable;                // geometry and data allowed a fit
   int bins;                       // bins per profile
   int binLines;                   // statistics lines per bin
+  double readout;                 // seconds of readout the bins span
   double exposureGain[kRipples];  // |sinc(f_r x exposure)|: ripple left by the exposure
   double visibility[kRipples];    // |sin(pi f_r x interval)|
   bool frozen[kRipples];          // visibility below the knob: no temporal evidence

@@ -700,6 +700,7 @@ bool RippleAnalyzer::analyse(const PairInput& in, const AlgoKnobs& knobs, PairEv
   }
   out->bins = binner_.bins();
   out->binLines = binner_.binLines();
+  out->readout = out->bins * out->binLines * in.lineTime;
   binner_.planSubBins(in, knobs.searchRange);
   // Over a readout too short for the 100 Hz period (1920 x 1080 at 10 us
   // lines), a difference that can only hold the 120 Hz ripple is still

@@ -12,6 +12,20 @@ constexpr double kMinAgreement = 0.5;
 // Its ripple stands this many times above what the scene's vertical shift
 // may have put into its column.
 constexpr double kMinAboveLeak = 3.0;
+// A backing pair that only corroborates a firm one of the same run (see
+// backs()) stands this many times above the leak, and its lone fit explains
+// the windows' mean difference at least this many times better than the
+// line. Textures shaken or drifting stand 1.5 to 2 times above the leak.
+constexpr double kMinAboveLeakCorroborating = 2.0;
+constexpr double kMinLoneExplainedCorroborating = 1.0;
+// Pairs corroborate only over a readout of at least this many 100 Hz
+// periods, as long as the difference's fit needs to tell the second
+// harmonics apart: over less the two ripples' columns are nearly parallel,
+// and a deep applied lamp's leftover (|sinc| under 0.01 is not zero, and
+// its harmonics are strong) fills the other's column as steadily as a weak
+// lamp (a 50 Hz LED and a 60 Hz tube at 1920 x 1080 and 12.5 us left their
+// right states and came back).
+constexpr double kMinCorroboratingPeriods = 2.0;
 // A lone fit (the other ripple cancelled, a short readout) explains the
 // windows' mean difference at least this many times better than the line
 // alone. A weak lamp's ripple is only a few times the noise per bin, so the
@@ -85,11 +99,17 @@ WeakSample WeakEvidence::sampleOf(const PairEvidence& ev, int applied, double ri
   s.amplitude = static_cast<float>(amplitude);
   s.error = t.snr > 0.0 ? static_cast<float>(amplitude / t.snr) : 0.0f;
   const double leak = ev.shiftLeak[f];
+  const auto clears = [&](double aboveLeak, double loneExplained) {
+    return (leak <= 0.0 || t.phasor >= aboveLeak * leak) &&
+           (ev.loneExplained < 0.0 || ev.loneExplained >= loneExplained);
+  };
+  const bool apart = ev.readout * kRippleHz[0] >= kMinCorroboratingPeriods;
   const bool backs = t.snr >= knobs.snrThreshold && t.agreement >= kMinAgreement &&
                      amplitude >= knobs.minAmplitude && amplitude <= kMaxWeakAmplitude &&
-                     (leak <= 0.0 || t.phasor >= kMinAboveLeak * leak) &&
-                     (ev.loneExplained < 0.0 || ev.loneExplained >= kMinLoneExplained) &&
+                     (apart ? clears(kMinAboveLeakCorroborating, kMinLoneExplainedCorroborating)
+                            : clears(kMinAboveLeak, kMinLoneExplained)) &&
                      ev.sceneResidual < kMaxResidual && amplitude >= knobs.dominance * rival;
+  s.firm = backs && clears(kMinAboveLeak, kMinLoneExplained);
   s.kind = backs                 ? WeakSample::kBacks
            : t.snr < kAgainstSnr ? WeakSample::kAgainst
                                  : WeakSample::kNeutral;
@@ -126,13 +146,11 @@ void WeakEvidence::push(const WeakSample& sample) {
 }
 
 bool WeakEvidence::backs(int ripple, double* banding) const {
+  const WeakSample* run[kPairs];
   int seen = 0;
   int backing = 0;
   int against = 0;
-  double snr2 = 0.0;
   double sum = 0.0;
-  double lo = 0.0;
-  double hi = 0.0;
   for (int age = 0; age < count_ && seen < kPairs; ++age) {
     const WeakSample& s = ring_[(next_ - 1 - age + kSpan) % kSpan];
     if (s.kind == WeakSample::kAbstains) {
@@ -152,18 +170,45 @@ bool WeakEvidence::backs(int ripple, double* banding) const {
     // hand shake) wavers around the SNR threshold, and such pairs were all
     // that kept its run from backing 120 Hz on the tuning seeds.
     against += s.kind == WeakSample::kAgainst ? 1 : 0;
-    ++seen;
+    run[seen++] = &s;
     if (s.kind == WeakSample::kBacks) {
-      const double a = s.amplitude;
-      lo = backing == 0 ? a : std::min(lo, a);
-      hi = backing == 0 ? a : std::max(hi, a);
       ++backing;
-      snr2 += std::pow(std::min<double>(s.snr, kSnrCap), 2.0);
-      sum += a;
+      sum += s.amplitude;
     }
   }
-  if (backing < kMinBacking || against > kMaxAgainst || std::sqrt(snr2) < kCombinedSnr ||
-      hi > kSteadyRatio * lo) {
+  // The firm pairs measure the banding; a pair that only corroborates counts
+  // where it repeats theirs, and is passed over where it does not.
+  double firmLo = 0.0;
+  double firmHi = -1.0;
+  for (int i = 0; i < seen; ++i) {
+    if (run[i]->kind == WeakSample::kBacks && run[i]->firm) {
+      const double a = run[i]->amplitude;
+      firmLo = firmHi < 0.0 ? a : std::min(firmLo, a);
+      firmHi = std::max(firmHi, a);
+    }
+  }
+  if (firmHi < 0.0 || against > kMaxAgainst) {
+    return false;
+  }
+  backing = 0;
+  sum = 0.0;
+  double snr2 = 0.0;
+  double lo = firmLo;
+  double hi = firmHi;
+  for (int i = 0; i < seen; ++i) {
+    const WeakSample& s = *run[i];
+    const double a = s.amplitude;
+    if (s.kind != WeakSample::kBacks ||
+        (!s.firm && (a * kSteadyRatio < firmHi || a > kSteadyRatio * firmLo))) {
+      continue;
+    }
+    lo = std::min(lo, a);
+    hi = std::max(hi, a);
+    ++backing;
+    snr2 += std::pow(std::min<double>(s.snr, kSnrCap), 2.0);
+    sum += a;
+  }
+  if (backing < kMinBacking || std::sqrt(snr2) < kCombinedSnr || hi > kSteadyRatio * lo) {
     return false;
   }
   *banding = sum / backing;

@@ -15,9 +15,11 @@
 // weak lamp, dominant over the cancelled column), neutral, against (the pair
 // could show the ripple and did not), a break (a scene change), or an
 // abstention (the pair could not show it: frozen phase, nothing fitted).
-// The newest samples back the ripple when enough of them do, their SNRs
-// combine (each capped, so one clear pair cannot decide alone) to a clear
-// total, their amplitudes agree, and at most one pair spoke against it.
+// The newest samples back the ripple when enough of them do, one of them
+// firmly (clear of the shift's leak and of a smooth pattern by the full
+// margins; the others only repeat its banding), their SNRs combine (each
+// capped, so one clear pair cannot decide alone) to a clear total, their
+// amplitudes agree, and at most one pair spoke against it.
 // A clean look ends the run only when it measured precisely enough to show
 // the banding the run shows: under hand shake every other pair may carry a
 // line of motion, and a ripple that stands two standard errors in it was
@@ -46,6 +48,9 @@ struct WeakSample {
   // The applied ripple stood still between the frames: nothing it leaves can
   // show in the difference, so a pair that could show the ripple must.
   bool clean;
+  // A backing pair that stands clear of the shift's leak and of a smooth
+  // pattern by the full margins; the others only corroborate its banding.
+  bool firm;
 };
 
 class WeakEvidence {

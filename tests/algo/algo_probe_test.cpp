@@ -87,11 +87,11 @@ TEST(ProbeComparison, BacksOnlyAConsistentClearRun) {
 
 // A 2 % lamp's 100 Hz ripple seen from state 60 under a 16.7 ms exposure:
 // 0.3 % of banding at SNR 5.
-constexpr WeakSample kWeak{WeakSample::kBacks, 0, 5.0f, 0.003f, 0.0006f, false};
+constexpr WeakSample kWeak{WeakSample::kBacks, 0, 5.0f, 0.003f, 0.0006f, false, true};
 
 WeakSample weak(WeakSample::Kind kind, float snr = 5.0f, float amplitude = 0.003f,
                 bool clean = false) {
-  return WeakSample{kind, 0, snr, amplitude, amplitude / snr, clean};
+  return WeakSample{kind, 0, snr, amplitude, amplitude / snr, clean, kind == WeakSample::kBacks};
 }
 
 TEST(WeakEvidence, BacksOnlyASteadyRun) {
@@ -105,6 +105,10 @@ TEST(WeakEvidence, BacksOnlyASteadyRun) {
   const WeakSample neutral = weak(WeakSample::kNeutral, 2.5f);
   WeakSample other = kWeak;
   other.ripple = 1;
+  WeakSample corroborating = kWeak;
+  corroborating.firm = false;
+  WeakSample faint = corroborating;
+  faint.amplitude = 0.0015f;
   struct Row {
     const char* what;
     std::vector<WeakSample> samples;  // oldest first
@@ -154,6 +158,11 @@ TEST(WeakEvidence, BacksOnlyASteadyRun) {
       {"stale run", repeat(kWeak, 3) + repeat(abstains, WeakEvidence::kSpan - 2), false},
       {"a sample for the other ripple breaks the run",
        repeat(kWeak, 2) + repeat(other, 1) + repeat(kWeak, 2), false},
+      // Pairs near the shift's leak only corroborate the banding of a firm one.
+      {"corroborating pairs alone", repeat(corroborating, 4), false},
+      {"corroborating pairs and a firm one", repeat(corroborating, 2) + repeat(kWeak, 1), true},
+      {"a pair off the firm banding is passed over",
+       repeat(kWeak, 1) + repeat(faint, 1) + repeat(kWeak, 2), true},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
