@@ -12,7 +12,7 @@ constexpr double kSteadyErrors = 2.0;
 
 }  // namespace
 
-void CreepTrack::add(int age, double re, double im, double se) {
+void CreepTrack::add(int age, double re, double im, double se, double probe) {
   if (!(se > 0.0) || !std::isfinite(re) || !std::isfinite(im)) {
     return;
   }
@@ -21,7 +21,9 @@ void CreepTrack::add(int age, double re, double im, double se) {
     std::copy(points_.begin() + 1, points_.end(), points_.begin());
     --count_;
   }
-  points_[count_++] = Point{static_cast<double>(age), re, im, 1.0 / (se * se)};
+  const double motion = std::max(se, std::isfinite(probe) ? probe : 0.0);
+  points_[count_++] =
+      Point{static_cast<double>(age), re, im, 1.0 / (se * se), 1.0 / (motion * motion)};
 }
 
 CreepTrack::Pace CreepTrack::fit(int begin, int end) const {
@@ -87,6 +89,43 @@ double CreepTrack::significance() const {
     return 0.0;
   }
   return std::hypot(all.re, all.im) / all.error;
+}
+
+double CreepTrack::stepSignificance() const {
+  if (count_ < kMinPoints) {
+    return 0.0;
+  }
+  // Weighted sums of the comparisons before each point, so that every split
+  // costs a few operations.
+  struct Sums {
+    double w, re, im, sq;
+  };
+  std::array<Sums, kMaxPoints + 1> before{};
+  for (int i = 0; i < count_; ++i) {
+    const Point& p = points_[i];
+    const Sums& b = before[i];
+    const double w = p.stepWeight;
+    before[i + 1] =
+        Sums{b.w + w, b.re + w * p.re, b.im + w * p.im, b.sq + w * (p.re * p.re + p.im * p.im)};
+  }
+  const Sums& all = before[count_];
+  const double freedom = 2.0 * (count_ - 2);
+  double best = 0.0;
+  for (int k = kMinPoints / 2; k <= count_ - kMinPoints / 2; ++k) {
+    const Sums& b = before[k];
+    const Sums a{all.w - b.w, all.re - b.re, all.im - b.im, all.sq - b.sq};
+    if (!(b.w > 0.0) || !(a.w > 0.0)) {
+      continue;
+    }
+    // Scatter about the two levels, in standard errors, widens the step's
+    // error as it widens the pace's.
+    const double chi2 =
+        b.sq - (b.re * b.re + b.im * b.im) / b.w + a.sq - (a.re * a.re + a.im * a.im) / a.w;
+    const double scale = std::max(1.0, std::sqrt(std::max(0.0, chi2) / freedom));
+    const double error = scale * std::sqrt(1.0 / a.w + 1.0 / b.w);
+    best = std::max(best, std::hypot(a.re / a.w - b.re / b.w, a.im / a.w - b.im / b.w) / error);
+  }
+  return best;
 }
 
 }  // namespace open_algo
