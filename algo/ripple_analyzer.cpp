@@ -42,6 +42,11 @@ constexpr double kMadeByRemovalShare = 0.5;
 // it: the phase of a frozen ripple creeps (mains drift, a frame rate a hair
 // off) and would in time come round a whole cycle.
 constexpr int kMaxReferenceAge = 48;
+// Detections in a row under another exposure (of whole periods of the other
+// ripple) that a reference outlasts: exposure control stepping between two
+// multiples of the period for a frame or two changes no light, and a fresh
+// reference each time would cut the creep short.
+constexpr int kExposureExcursion = 2;
 // Sub-bins searched around the scene's expected shift against the reference,
 // beyond how far its pace moved it since it was last found: at its first
 // finding (the pace unknown), and after.
@@ -402,10 +407,19 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
                          0.0,
                          0,
                          0};
+  if (reference_.age < kMaxReferenceAge && reference_.sameReadout(key) && !reference_.sameAs(key) &&
+      exposureAway_ < kExposureExcursion) {
+    // Not comparable with the reference, which still holds the light.
+    ++exposureAway_;
+    ++reference_.age;
+    addTravel(in, *out);
+    return;
+  }
   if (!reference_.sameAs(key) || reference_.age >= kMaxReferenceAge) {
     keepReference(in, key);
     return;
   }
+  exposureAway_ = 0;
   ++reference_.age;
   addTravel(in, *out);
   const int to = lineUpWithReference(in, knobs, out);
@@ -465,6 +479,7 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
 void RippleAnalyzer::keepReference(const PairInput& in, const ReferenceKey& key) {
   binner_.keepReference(1, in.windows);
   reference_ = key;
+  exposureAway_ = 0;
   creep_.clear();
 }
 
