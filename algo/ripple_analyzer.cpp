@@ -604,6 +604,19 @@ void RippleAnalyzer::summariseSpatial(const PairInput& in, const AlgoKnobs& knob
       const double se = r.snr > 0.0 ? r.amplitude / r.snr : 0.0;
       standIn = std::min(standIn, std::max(0.0, r.amplitude - kStandInErrors * se));
     }
+    // A frozen lamp's bands stay on the sensor's lines while the scene moves.
+    // Removing the scene's shift s from the difference puts the scene's
+    // texture back and moves the bands along with it: s times their slope
+    // lands in their column. What the column holds then bounds the lamp,
+    // texture or not (a 60 Hz lamp that went off left 0.06 of texture in
+    // the frames' 120 Hz fit under a floodlight, and outweighed the 50 Hz
+    // lamp that replaced it).
+    const RippleSummary& d = out->temporal[f];
+    const double slope = std::fabs(out->shift) * 2.0 * kPi * kRippleHz[f] * in.lineTime;
+    if (out->frozen[f] && !out->cancelled[f] && out->shiftRemoved && !lone_ && !out->entangled &&
+        d.windows > 0 && d.snr > 0.0 && slope > 0.0) {
+      standIn = std::min(standIn, d.phasor * (1.0 + kStandInErrors / d.snr) / slope);
+    }
     out->frozenStandIn[f] = standIn;
     out->spatialEvidence[f] = std::min(out->spatial[0][f].evidence, out->spatial[1][f].evidence) *
                               WindowCombiner::ramp(consistency, kConsistencyLow, kConsistencyHigh);
