@@ -91,6 +91,29 @@ double CreepTrack::significance() const {
   return std::hypot(all.re, all.im) / all.error;
 }
 
+double CreepTrack::lineScatter() const {
+  double w = 0.0, wa = 0.0, wre = 0.0, wim = 0.0;
+  for (int i = 0; i < count_; ++i) {
+    const Point& p = points_[i];
+    w += p.stepWeight;
+    wa += p.stepWeight * p.age;
+    wre += p.stepWeight * p.re;
+    wim += p.stepWeight * p.im;
+  }
+  const double meanAge = wa / w, meanRe = wre / w, meanIm = wim / w;
+  double spread = 0.0, sre = 0.0, sim = 0.0, sq = 0.0;
+  for (int i = 0; i < count_; ++i) {
+    const Point& p = points_[i];
+    const double da = p.age - meanAge;
+    const double dre = p.re - meanRe, dim = p.im - meanIm;
+    spread += p.stepWeight * da * da;
+    sre += p.stepWeight * da * dre;
+    sim += p.stepWeight * da * dim;
+    sq += p.stepWeight * (dre * dre + dim * dim);
+  }
+  return spread > 0.0 ? sq - (sre * sre + sim * sim) / spread : sq;
+}
+
 double CreepTrack::stepSignificance() const {
   if (count_ < kMinPoints) {
     return 0.0;
@@ -110,6 +133,10 @@ double CreepTrack::stepSignificance() const {
   }
   const Sums& all = before[count_];
   const double freedom = 2.0 * (count_ - 2);
+  // A step is flat on either side: a split must leave less scatter than a
+  // steady pace through all of them, or the growth is a creep (a strong
+  // ripple's creep bends, and its halves disagree, yet it grows throughout).
+  const double paceScatter = lineScatter();
   double best = 0.0;
   for (int k = kMinPoints / 2; k <= count_ - kMinPoints / 2; ++k) {
     const Sums& b = before[k];
@@ -121,6 +148,9 @@ double CreepTrack::stepSignificance() const {
     // error as it widens the pace's.
     const double chi2 =
         b.sq - (b.re * b.re + b.im * b.im) / b.w + a.sq - (a.re * a.re + a.im * a.im) / a.w;
+    if (!(chi2 < paceScatter)) {
+      continue;
+    }
     const double scale = std::max(1.0, std::sqrt(std::max(0.0, chi2) / freedom));
     const double error = scale * std::sqrt(1.0 / a.w + 1.0 / b.w);
     best = std::max(best, std::hypot(a.re / a.w - b.re / b.w, a.im / a.w - b.im / b.w) / error);

@@ -67,6 +67,8 @@ class CreepTrack {
     double re, im, error;
   };
   Pace fit(int begin, int end) const;
+  // Scatter (chi-square, step weights) of all points about one line.
+  double lineScatter() const;
   std::array<Point, kMaxPoints> points_{};
   int count_ = 0;
 };

@@ -43,10 +43,11 @@ constexpr double kMadeByRemovalShare = 0.5;
 // off) and would in time come round a whole cycle.
 constexpr int kMaxReferenceAge = 48;
 // Detections in a row under another exposure (of whole periods of the other
-// ripple) that a reference outlasts: exposure control stepping between two
-// multiples of the period for a frame or two changes no light, and a fresh
-// reference each time would cut the creep short.
-constexpr int kExposureExcursion = 2;
+// ripple) that a reference outlasts: exposure control stepping to the next
+// multiple of the period for a frame changes no light, and a fresh reference
+// each time would cut the creep short. One more would delay the reference
+// after a lasting change (an onset's) by as many pairs.
+constexpr int kExposureExcursion = 1;
 // Sub-bins searched around the scene's expected shift against the reference,
 // beyond how far its pace moved it since it was last found: at its first
 // finding (the pace unknown), and after.
