@@ -12,7 +12,7 @@ constexpr double kSteadyErrors = 2.0;
 
 }  // namespace
 
-void CreepTrack::add(int age, double re, double im, double se, double probe) {
+void CreepTrack::add(int age, double re, double im, double se) {
   if (!(se > 0.0) || !std::isfinite(re) || !std::isfinite(im)) {
     return;
   }
@@ -21,9 +21,7 @@ void CreepTrack::add(int age, double re, double im, double se, double probe) {
     std::copy(points_.begin() + 1, points_.end(), points_.begin());
     --count_;
   }
-  const double motion = std::max(se, std::isfinite(probe) ? probe : 0.0);
-  points_[count_++] =
-      Point{static_cast<double>(age), re, im, 1.0 / (se * se), 1.0 / (motion * motion)};
+  points_[count_++] = Point{static_cast<double>(age), re, im, 1.0 / (se * se)};
 }
 
 CreepTrack::Pace CreepTrack::fit(int begin, int end) const {
@@ -89,73 +87,6 @@ double CreepTrack::significance() const {
     return 0.0;
   }
   return std::hypot(all.re, all.im) / all.error;
-}
-
-double CreepTrack::lineScatter() const {
-  double w = 0.0, wa = 0.0, wre = 0.0, wim = 0.0;
-  for (int i = 0; i < count_; ++i) {
-    const Point& p = points_[i];
-    w += p.stepWeight;
-    wa += p.stepWeight * p.age;
-    wre += p.stepWeight * p.re;
-    wim += p.stepWeight * p.im;
-  }
-  const double meanAge = wa / w, meanRe = wre / w, meanIm = wim / w;
-  double spread = 0.0, sre = 0.0, sim = 0.0, sq = 0.0;
-  for (int i = 0; i < count_; ++i) {
-    const Point& p = points_[i];
-    const double da = p.age - meanAge;
-    const double dre = p.re - meanRe, dim = p.im - meanIm;
-    spread += p.stepWeight * da * da;
-    sre += p.stepWeight * da * dre;
-    sim += p.stepWeight * da * dim;
-    sq += p.stepWeight * (dre * dre + dim * dim);
-  }
-  return spread > 0.0 ? sq - (sre * sre + sim * sim) / spread : sq;
-}
-
-double CreepTrack::stepSignificance() const {
-  if (count_ < kMinPoints) {
-    return 0.0;
-  }
-  // Weighted sums of the comparisons before each point, so that every split
-  // costs a few operations.
-  struct Sums {
-    double w, re, im, sq;
-  };
-  std::array<Sums, kMaxPoints + 1> before{};
-  for (int i = 0; i < count_; ++i) {
-    const Point& p = points_[i];
-    const Sums& b = before[i];
-    const double w = p.stepWeight;
-    before[i + 1] =
-        Sums{b.w + w, b.re + w * p.re, b.im + w * p.im, b.sq + w * (p.re * p.re + p.im * p.im)};
-  }
-  const Sums& all = before[count_];
-  const double freedom = 2.0 * (count_ - 2);
-  // A step is flat on either side: a split must leave less scatter than a
-  // steady pace through all of them, or the growth is a creep (a strong
-  // ripple's creep bends, and its halves disagree, yet it grows throughout).
-  const double paceScatter = lineScatter();
-  double best = 0.0;
-  for (int k = kMinPoints / 2; k <= count_ - kMinPoints / 2; ++k) {
-    const Sums& b = before[k];
-    const Sums a{all.w - b.w, all.re - b.re, all.im - b.im, all.sq - b.sq};
-    if (!(b.w > 0.0) || !(a.w > 0.0)) {
-      continue;
-    }
-    // Scatter about the two levels, in standard errors, widens the step's
-    // error as it widens the pace's.
-    const double chi2 =
-        b.sq - (b.re * b.re + b.im * b.im) / b.w + a.sq - (a.re * a.re + a.im * a.im) / a.w;
-    if (!(chi2 < paceScatter)) {
-      continue;
-    }
-    const double scale = std::max(1.0, std::sqrt(std::max(0.0, chi2) / freedom));
-    const double error = scale * std::sqrt(1.0 / a.w + 1.0 / b.w);
-    best = std::max(best, std::hypot(a.re / a.w - b.re / b.w, a.im / a.w - b.im / b.w) / error);
-  }
-  return best;
 }
 
 }  // namespace open_algo

@@ -18,12 +18,6 @@
 // comparisons alone it agrees with the pace over all of them, which a step
 // (a lamp going off, a scene changing once) does not.
 //
-// A lamp that came on (or changed its mains) after the reference was kept
-// is no creep: the difference jumps by its whole ripple and stays there,
-// since the reference holds the old light. The track also tells how many
-// standard errors the newest comparisons, from one of them on, stand apart
-// from those before: a step that stays.
-//
 // Threading: none of its own; its owner serialises access.
 #pragma once
 
@@ -41,25 +35,16 @@ class CreepTrack {
 
   void clear() { count_ = 0; }
   // One comparison: the reference's age (detections), the frozen ripple's
-  // phasor as the difference shows it, its standard error (> 0), and what
-  // the cancelled ripple's column of the same difference shows (texture and
-  // motion alone, which enter both columns alike).
-  void add(int age, double re, double im, double se, double probe);
+  // phasor as the difference shows it, and its standard error (> 0).
+  void add(int age, double re, double im, double se);
   int size() const { return count_; }
   // Standard errors by which the pace stands above zero; 0 with fewer than
   // kMinPoints comparisons or without a spread of ages.
   double significance() const;
-  // Standard errors by which the comparisons from some point on stand apart
-  // from those before it, each side at least kMinPoints / 2 of them; 0 with
-  // fewer.
-  double stepSignificance() const;
 
  private:
   struct Point {
     double age, re, im, weight;
-    // The weight of a step: the comparison's error or its motion, whichever
-    // is larger.
-    double stepWeight;
   };
   // A line through points [begin, end): its pace per detection and the
   // pace's standard error (0 without a spread of ages).
@@ -67,8 +52,6 @@ class CreepTrack {
     double re, im, error;
   };
   Pace fit(int begin, int end) const;
-  // Scatter (chi-square, step weights) of all points about one line.
-  double lineScatter() const;
   std::array<Point, kMaxPoints> points_{};
   int count_ = 0;
 };

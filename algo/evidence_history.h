@@ -52,9 +52,6 @@ struct EvidenceEntry {
   // The vote rests on a frozen ripple's creep against the reference frame:
   // the phase crept an unknown amount, so its amplitude is a lower bound.
   bool crept;
-  // ... on a step that stayed since one comparison rather than a pace: the
-  // light changed since the reference was kept.
-  bool stepped;
   // Then the most its banding can be: each frame's own fit at its frequency
   // (texture included) plus two standard errors; infinite when unknown.
   float creptUpper;

@@ -33,9 +33,8 @@ void LeftoverMemory::observe(const Look& look) {
     return;
   }
   if (look.creep >= 0.0) {
-    stepped_ = stepped_ || look.stepped ||
-               (lastCreep_ >= 0.0 &&
-                look.creep > kStepFactor * lastCreep_ + kStepErrors * lastCreepError_);
+    stepped_ = stepped_ || (lastCreep_ >= 0.0 &&
+                            look.creep > kStepFactor * lastCreep_ + kStepErrors * lastCreepError_);
     lastCreep_ = look.creep;
     lastCreepError_ = look.creepError;
   }

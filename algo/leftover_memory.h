@@ -65,9 +65,6 @@ class LeftoverMemory {
     // the pair did not compare.
     double creep;
     double creepError;
-    // The comparisons against the reference stepped and stayed (CreepTrack):
-    // the ripple came on since, whatever the two newest looks showed.
-    bool stepped;
   };
 
   void clear();

@@ -253,12 +253,11 @@ void OpenFlickerAlgo::logEvidence() const {
     ALGO_LOGV(log_,
               "reference of age %d: lined up %d lines, shift(%.2f +- %.2f lines%s) residual(%.4f) "
               "100 Hz amp(%.4f) snr(%.1f) ev(%.2f) | 120 Hz amp(%.4f) snr(%.1f) ev(%.2f) "
-              "creep(%.1f) step(%.1f%s)",
+              "creep(%.1f)",
               e.longAge, e.longLines, e.longShift, e.longShiftError,
               e.longShiftRemoved ? ", removed" : "", e.longResidual, e.longRipple[0].amplitude,
               e.longRipple[0].snr, e.longEvidence[0], e.longRipple[1].amplitude,
-              e.longRipple[1].snr, e.longEvidence[1], e.longCreep, e.longStep,
-              e.longStepped ? ", stepped" : "");
+              e.longRipple[1].snr, e.longEvidence[1], e.longCreep);
   }
   for (int f = 0; f < kRipples; ++f) {
     ALGO_LOGV(log_,

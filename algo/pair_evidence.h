@@ -126,12 +126,6 @@ struct PairEvidence {
   // reference has grown at a steady pace over the reference's comparisons
   // (see CreepTrack); 0 when not judged.
   double longCreep;
-  // Standard errors by which the comparisons since one of them stand apart
-  // from those before it (see CreepTrack); 0 when not judged.
-  double longStep;
-  // That step stands by the creep's significance and more than the pace:
-  // the light changed since the reference was kept.
-  bool longStepped;
   // The scene's vertical shift between the reference and slot 1 once lined
   // up (lines), its standard error, and whether it was removed from that
   // difference.

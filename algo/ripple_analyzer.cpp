@@ -494,18 +494,11 @@ double RippleAnalyzer::creepEvidence(const DifferenceReading& r, int frozen, con
   // pair's vote must: the steady pace takes that test's place against a
   // smooth pattern that fits a sinusoid once.
   const RippleSummary& s = r.ripple[frozen];
-  creep_.add(reference_.age, s.re, s.im, s.error, r.ripple[1 - frozen].amplitude);
+  creep_.add(reference_.age, s.re, s.im, s.error);
   out->longCreep = creep_.significance();
   const double threshold = kCreepSignificance * knobs.snrThreshold;
-  // A lamp that came on since the reference shows whole from one comparison
-  // on and has no pace; it stands above the noise by the same measure.
-  const double step = creep_.stepSignificance();
-  out->longStep = step;
-  out->longStepped = step >= threshold && step > out->longCreep;
-  const double byPace = WindowCombiner::ramp(out->longCreep, threshold, 2.0 * threshold);
-  const double byStep =
-      out->longStepped ? WindowCombiner::ramp(step, knobs.snrThreshold, threshold) : 0.0;
-  return WindowCombiner::agreementRamp(s) * std::max(byPace, byStep) * r.gate[frozen];
+  return WindowCombiner::agreementRamp(s) *
+         WindowCombiner::ramp(out->longCreep, threshold, 2.0 * threshold) * r.gate[frozen];
 }
 
 void RippleAnalyzer::addTravel(const PairInput& in, const PairEvidence& e) {

@@ -231,7 +231,6 @@ EvidenceEntry StateDecider::entryFor(const PairEvidence& ev) const {
       e.vote = static_cast<int8_t>(f);
       e.temporal = true;
       e.crept = true;
-      e.stepped = ev.longStepped;
       e.creptUpper = static_cast<float>(frameBandsUpTo(ev, f));
       return e;
     }
@@ -408,7 +407,7 @@ Decision StateDecider::decide(const EvidenceEntry& entry) {
     ageOwnLook(entry.alone[applied_]);
     const int other = 1 - applied_;
     leftovers_.observe({entry.looked[other], entry.vote == other && entry.temporal,
-                        entry.creep[other], entry.creepError[other], entry.stepped});
+                        entry.creep[other], entry.creepError[other]});
   }
 
   Decision d{FLK_FREQ_NONE, history_.score(0), history_.score(1)};
