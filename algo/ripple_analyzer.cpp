@@ -57,6 +57,12 @@ constexpr double kMadeByRemovalShare = 0.5;
 // it: the phase of a frozen ripple creeps (mains drift, a frame rate a hair
 // off) and would in time come round a whole cycle.
 constexpr int kMaxReferenceAge = 48;
+// Detections in a row under another exposure (of whole periods of the other
+// ripple) that a reference outlasts: exposure control stepping to the next
+// multiple of the period for a frame changes no light, and a fresh reference
+// each time would cut the creep short. One more would delay the reference
+// after a lasting change (an onset's) by as many pairs.
+constexpr int kExposureExcursion = 1;
 // Sub-bins searched around the scene's expected shift against the reference,
 // beyond how far its pace moved it since it was last found: at its first
 // finding (the pace unknown), and after.
@@ -482,10 +488,19 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
                          0.0,
                          0,
                          0};
+  if (reference_.age < kMaxReferenceAge && reference_.sameReadout(key) && !reference_.sameAs(key) &&
+      exposureAway_ < kExposureExcursion) {
+    // Not comparable with the reference, which still holds the light.
+    ++exposureAway_;
+    ++reference_.age;
+    addTravel(in, *out);
+    return;
+  }
   if (!reference_.sameAs(key) || reference_.age >= kMaxReferenceAge) {
     keepReference(in, key);
     return;
   }
+  exposureAway_ = 0;
   ++reference_.age;
   addTravel(in, *out);
   const int to = lineUpWithReference(in, knobs, out);
@@ -545,6 +560,7 @@ void RippleAnalyzer::compareWithReference(const PairInput& in, const AlgoKnobs& 
 void RippleAnalyzer::keepReference(const PairInput& in, const ReferenceKey& key) {
   binner_.keepReference(1, in.windows);
   reference_ = key;
+  exposureAway_ = 0;
   creep_.clear();
 }
 
@@ -661,6 +677,19 @@ void RippleAnalyzer::summariseSpatial(const PairInput& in, const AlgoKnobs& knob
       const RippleSummary& r = out->spatial[k][f];
       const double se = r.snr > 0.0 ? r.amplitude / r.snr : 0.0;
       standIn = std::min(standIn, std::max(0.0, r.amplitude - kStandInErrors * se));
+    }
+    // A frozen lamp's bands stay on the sensor's lines while the scene moves.
+    // Removing the scene's shift s from the difference puts the scene's
+    // texture back and moves the bands along with it: s times their slope
+    // lands in their column. What the column holds then bounds the lamp,
+    // texture or not (a 60 Hz lamp that went off left 0.06 of texture in
+    // the frames' 120 Hz fit under a floodlight, and outweighed the 50 Hz
+    // lamp that replaced it).
+    const RippleSummary& d = out->temporal[f];
+    const double slope = std::fabs(out->shift) * 2.0 * kPi * kRippleHz[f] * in.lineTime;
+    if (out->frozen[f] && !out->cancelled[f] && out->shiftRemoved && !lone_ && !out->entangled &&
+        d.windows > 0 && d.snr > 0.0 && slope > 0.0) {
+      standIn = std::min(standIn, d.phasor * (1.0 + kStandInErrors / d.snr) / slope);
     }
     out->frozenStandIn[f] = standIn;
     out->spatialEvidence[f] = std::min(out->spatial[0][f].evidence, out->spatial[1][f].evidence) *

@@ -93,12 +93,12 @@ class RippleAnalyzer {
     double travel, travelVariance;
     int drift;
     int awaySides;  // kAwayDown | kAwayUp
-    bool sameAs(const ReferenceKey& k) const {
+    bool sameReadout(const ReferenceKey& k) const {
       return valid && k.valid && lines == k.lines && windows == k.windows &&
-             winWidth == k.winWidth && lineTime == k.lineTime && exposure == k.exposure &&
-             searchRange == k.searchRange && bins == k.bins && binLines == k.binLines &&
-             subBins == k.subBins;
+             winWidth == k.winWidth && lineTime == k.lineTime && searchRange == k.searchRange &&
+             bins == k.bins && binLines == k.binLines && subBins == k.subBins;
     }
+    bool sameAs(const ReferenceKey& k) const { return sameReadout(k) && exposure == k.exposure; }
   };
 
   // Fit models of the frames and of the difference for this pair; false when
@@ -161,6 +161,8 @@ class RippleAnalyzer {
   WindowFit altFits_[kMaxWindows] = {};
   ReferenceKey reference_{};
   CreepTrack creep_;  // the frozen ripple against reference_
+  // Detections in a row since slot 1 last had the reference's exposure.
+  int exposureAway_ = 0;
 };
 
 }  // namespace open_algo

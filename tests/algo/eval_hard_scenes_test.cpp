@@ -21,7 +21,7 @@ constexpr double kSeconds = 4.0;
 struct LockRow {
   const char* why;
   EvalCell cell;
-  int maxPairs;  // analysed pairs up to the lock (after the onset for onset cells)
+  int maxPairs;  // analysed pairs up to the lock (after the onset or the light switch)
 };
 
 // Every row must end right with one switch, locked within its pairs.
@@ -33,7 +33,8 @@ void expectLocks(const std::vector<LockRow>& rows) {
     ASSERT_TRUE(o.ok) << o.error;
     EXPECT_TRUE(o.right);
     EXPECT_EQ(o.switches, 1);
-    const int pairs = row.cell.isOnset() ? o.onsetPairs : o.lockPairs;
+    const int pairs =
+        row.cell.isOnset() ? o.onsetPairs : (row.cell.isSwitch() ? o.switchPairs : o.lockPairs);
     EXPECT_GE(pairs, 1);
     EXPECT_LE(pairs, row.maxPairs);
   }
@@ -297,6 +298,26 @@ TEST(HardScenes, LampOnset) {
        4},
       {"daylight, then 50 Hz",
        cell("light=led mains=day>50 fps=29.97 geometry=1920x1080@12.5us start=60", 1821), 4},
+      // Exposure control steps between 20 and 30 ms for a frame every half
+      // second; the frozen 120 Hz ripple's reference must outlast it.
+      {"dark, then 60 Hz frozen at 30 fps, hand-held",
+       cell("light=incandescent mains=dark>60 exposure=long fps=30 timing=fixed motion=handheld "
+            "geometry=4000x3000@10us start=50",
+            1699),
+       20},
+  });
+}
+
+// The light changes its mains half-way.
+TEST(HardScenes, LightSwitch) {
+  expectLocks({
+      // Floodlit, 120 Hz frozen at 30 fps: the frames' 120 Hz fit is texture
+      // once the 60 Hz lamp is off, and the removal of the shake shows it.
+      {"60 Hz then 50 Hz floodlit, frozen at 30 fps",
+       cell("light=incandescent mains=60>50 exposure=short fps=30 timing=fixed noise=dim "
+            "motion=handheld geometry=640x480@64us start=60",
+            1420),
+       10},
   });
 }
 
