@@ -48,7 +48,7 @@ class LeftoverMemory {
   // Detections a memory lasts: about a minute at 60 frames per second.
   static constexpr int kLifetime = 1200;
   // A return must leave at most this share of what the applied state leaves.
-  static constexpr double kMargin = 1.0 / 1.25;
+  static constexpr double kMargin = 1.0 / 1.5;
   // Clean looks at the other ripple that mean the light changed.
   static constexpr int kCleanLooks = 2;
   // A frozen look that shows more than kStepFactor times the look before,
