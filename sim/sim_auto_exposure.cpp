@@ -75,25 +75,33 @@ void SimAutoExposure::update(double level) {
   converged_ = std::fabs(error) < params_.convergedTolerance || pinned;
 }
 
+double SimAutoExposure::exposureFor(const SimAeParams& params, double product, double periodS,
+                                    double maxExposureS) {
+  if (params.fixedExposureS > 0.0) {
+    return params.fixedExposureS;
+  }
+  const double maxGain = std::max(1.0, params.maxGain);
+  maxExposureS = std::max(params.minExposureS, maxExposureS);
+  product = std::min(std::max(product, params.minExposureS), maxExposureS * maxGain);
+  if (product < periodS) {
+    // Bright scene: less than one period wanted; banding is unavoidable.
+    return std::min(product, maxExposureS);
+  }
+  const double periodsAllowed = std::floor(maxExposureS / periodS + kPeriodSlack);
+  if (periodsAllowed < 1.0) {
+    // The frame is shorter than one period: no anti-banding exposure exists.
+    return maxExposureS;
+  }
+  return std::min(periodsAllowed, std::max(1.0, std::floor(product / periodS + kPeriodSlack))) *
+         periodS;
+}
+
 void SimAutoExposure::split(double product) {
   const double maxGain = std::max(1.0, params_.maxGain);
   product = std::min(std::max(product, params_.minExposureS), max_exposure_ * maxGain);
-  if (product < period_) {
-    // Bright scene: less than one period wanted; banding is unavoidable.
-    exposure_ = std::min(product, max_exposure_);
-    gain_ = product / exposure_;
-    return;
-  }
-  const double periodsAllowed = std::floor(max_exposure_ / period_ + kPeriodSlack);
-  if (periodsAllowed < 1.0) {
-    // The frame is shorter than one period: no anti-banding exposure exists.
-    exposure_ = max_exposure_;
-    gain_ = std::min(maxGain, product / exposure_);
-    return;
-  }
-  const double periods =
-      std::min(periodsAllowed, std::max(1.0, std::floor(product / period_ + kPeriodSlack)));
-  exposure_ = periods * period_;
+  exposure_ = exposureFor(params_, product, period_, max_exposure_);
+  // At least unit gain: below a period the exposure is the product itself,
+  // or the longest the frame allows when that is shorter.
   gain_ = std::min(maxGain, std::max(1.0, product / exposure_));
 }
 

@@ -39,6 +39,12 @@ class SimAutoExposure {
   // Period that exposures are kept on for an anti-banding state; any state
   // other than 2 (60 Hz) is taken as 50 Hz, as the manager reports it.
   static double bandingPeriodFor(int flickerState);
+  // Exposure the control puts an exposure-gain product on, for banding
+  // period `periodS` and frames that allow `maxExposureS`: the one rule of
+  // every metering step and state change, so that what another state would
+  // have used for the same brightness can be asked of it.
+  static double exposureFor(const SimAeParams& params, double product, double periodS,
+                            double maxExposureS);
 
   // Takes the anti-banding state from the manager's result and re-splits the
   // current exposure-gain product onto its period.

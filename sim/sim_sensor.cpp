@@ -66,10 +66,14 @@ SimSensor::SimSensor(const SimSensorParams& params, std::shared_ptr<const SimLig
       pixel_(params.pixel),
       ae_(params.ae),
       rng_(deriveSeed(seed, kNoiseStream)) {
-  const double readout = params_.geometry.frameHeight * params_.geometry.lineTimeSeconds();
+  ae_.setMaxExposure(maxExposureFor(params_));
+}
+
+double SimSensor::maxExposureFor(const SimSensorParams& params) {
+  const double readout = params.geometry.frameHeight * params.geometry.lineTimeSeconds();
   const double nominal =
-      std::max(1.0 / std::max(1e-3, params_.framesPerSecond), readout + kMinBlankingS);
-  ae_.setMaxExposure(nominal - kExposureMarginS);
+      std::max(1.0 / std::max(1e-3, params.framesPerSecond), readout + kMinBlankingS);
+  return nominal - kExposureMarginS;
 }
 
 SimConfig SimSensor::config() const {

@@ -114,6 +114,8 @@ class SimSensor {
   double lineTimeSeconds() const { return params_.geometry.lineTimeSeconds(); }
   int framesProduced() const { return frame_index_; }
   const SimSensorParams& params() const { return params_; }
+  // Longest exposure the nominal frame timing of `params` allows.
+  static double maxExposureFor(const SimSensorParams& params);
 
  private:
   struct Controls {

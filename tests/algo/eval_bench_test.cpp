@@ -7,6 +7,8 @@
 
 #include "cell_outcome.h"
 #include "host_log.h"
+#include "observability.h"
+#include "sim_light.h"
 #include "tuning_choice.h"
 
 namespace flicker_eval {
@@ -79,6 +81,58 @@ TEST(EvalCells, FormerFailuresStayFixed) {
       EXPECT_GE(o.lockMovingPairs, 1);
       EXPECT_LE(o.lockMovingPairs, row.maxLockMovingPairs);
     }
+  }
+}
+
+// Under mixed light the other state's exposure is what the exposure control
+// would have made of the same brightness: whole periods rounded down, within
+// what the frame allows, averaged over the frames of the hold.
+TEST(EvalCells, MixedLightOtherStateExposure) {
+  using flicker_sim::SimLightType;
+  struct Row {
+    const char* why;
+    SimLightType lamp;
+    int stateHz;
+    std::vector<HeldFrame> frames;
+    double maxExposureS;
+    std::vector<double> otherS;  // the other state's exposure for each frame
+    bool heldWeaker;
+  } rows[] = {
+      // 30 ms x 1.10 is 33 ms of brightness: three periods of 60 Hz, not four.
+      {"rounded down", SimLightType::kRectifiedLed, 50, {{0.030, 1.10}}, 0.0395, {0.025}, true},
+      // 25 ms x 1.03 at 50 Hz is 20 ms, not 30 ms: the states leave about the same.
+      {"25 ms to 20 ms", SimLightType::kIncandescent, 60, {{0.025, 1.026}}, 0.0328, {0.020}, false},
+      {"60 Hz state worse",
+       SimLightType::kIncandescent,
+       60,
+       {{1 / 60.0, 1.437}},
+       0.0328,
+       {0.020},
+       false},
+      // At 30 fps four periods of 60 Hz do not fit the frame.
+      {"frame too short", SimLightType::kIncandescent, 50, {{0.030, 1.2}}, 0.0328, {0.025}, true},
+      // A pan: 60 Hz is better by 1 % at one brightness, worse by half at the other.
+      {"pan",
+       SimLightType::kRectifiedLed,
+       50,
+       {{0.030, 1.25}, {0.030, 1.04}},
+       0.0395,
+       {4 / 120.0, 0.025},
+       true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.why);
+    flicker_sim::SimLightSegment light;
+    light.components = {flicker_sim::makeLightComponent(row.lamp, 50, 1),
+                        flicker_sim::makeLightComponent(row.lamp, 60, 1)};
+    const HeldResiduals r =
+        heldResiduals(light, row.frames, row.stateHz, flicker_sim::SimAeParams{}, row.maxExposureS);
+    double other = 0;
+    for (double e : row.otherS) {
+      other += residualBanding(light, e) / static_cast<double>(row.otherS.size());
+    }
+    EXPECT_NEAR(r.other, other, 1e-9);
+    EXPECT_EQ(r.held <= r.other, row.heldWeaker);
   }
 }
 

@@ -6,6 +6,7 @@
 
 #include "closed_loop_runner.h"
 #include "observability.h"
+#include "sim_sensor.h"
 
 namespace flicker_eval {
 
@@ -47,17 +48,6 @@ const flicker_sim::SimLightSegment* segmentAt(const flicker_sim::SimScenario& sc
     }
   }
   return &segments[at];
-}
-
-// The exposure a state would use for the final one's: below one period of
-// the final state the exposure is short and the same in either state;
-// otherwise whole periods of the state, as many as come nearest.
-double stateExposure(double finalS, int finalHz, int stateHz) {
-  if (finalS < 0.999 * periodOf(finalHz)) {
-    return finalS;
-  }
-  const double period = periodOf(stateHz);
-  return std::max(1.0, std::round(finalS / period)) * period;
 }
 
 // What physics lets pair `p` show of the lamp on `truthHz` mains.
@@ -106,6 +96,24 @@ double rippleDepth(const flicker_sim::SimScenario& scenario, int mainsHz, double
   return total > 0 ? ripple / total : 0.0;
 }
 
+HeldResiduals heldResiduals(const flicker_sim::SimLightSegment& light,
+                            const std::vector<HeldFrame>& frames, int stateHz,
+                            const flicker_sim::SimAeParams& ae, double maxExposureS) {
+  HeldResiduals r;
+  if (frames.empty()) {
+    return r;
+  }
+  const double otherPeriod = periodOf(stateHz == 50 ? 60 : 50);
+  for (const HeldFrame& f : frames) {
+    r.held += residualBanding(light, f.exposureS);
+    r.other += residualBanding(light, flicker_sim::SimAutoExposure::exposureFor(
+                                          ae, f.exposureS * f.gain, otherPeriod, maxExposureS));
+  }
+  r.held /= static_cast<double>(frames.size());
+  r.other /= static_cast<double>(frames.size());
+  return r;
+}
+
 CellOutcome assess(const EvalCell& cell, const flicker_sim::SimScenario& scenario,
                    const flicker_loop::LoopResult& result) {
   CellOutcome o;
@@ -126,11 +134,28 @@ CellOutcome assess(const EvalCell& cell, const flicker_sim::SimScenario& scenari
   o.readoutS = g.statLines() * g.lineTimeSeconds();
   const double endS = startS + s.durationMs * 1e-3;
   if (cell.isMixed()) {
-    const flicker_sim::SimLightSegment* light = segmentAt(scenario, endS);
-    const double exposure = result.frames.back().exposureUs * 1e-6;
-    const int other = s.lockedHz == 50 ? 60 : 50;
-    o.residualFinal = residualBanding(*light, stateExposure(exposure, s.lockedHz, s.lockedHz));
-    o.residualOther = residualBanding(*light, stateExposure(exposure, s.lockedHz, other));
+    // The frames of the final state's hold: from two frames after the last
+    // change (the exposure control takes a state on with the next frame or
+    // so), the last kSettleWindowS of the run at most.
+    double holdMs = std::max(0.0, s.durationMs - kSettleWindowS * 1e3);
+    int changeFrame = -1;
+    for (const flicker_loop::PairRow& p : result.pairs) {
+      changeFrame = p.switched ? p.frame : changeFrame;
+    }
+    std::vector<HeldFrame> held;
+    for (const flicker_loop::FrameRow& f : result.frames) {
+      if (f.sensor == 0 && f.timeMs >= holdMs && (changeFrame < 0 || f.frame > changeFrame + 1)) {
+        held.push_back({f.exposureUs * 1e-6, f.gain});
+      }
+    }
+    if (held.empty()) {
+      held.push_back({result.frames.back().exposureUs * 1e-6, result.frames.back().gain});
+    }
+    const flicker_sim::SimSensorParams& sensor = scenario.sensors.front();
+    const HeldResiduals r = heldResiduals(*segmentAt(scenario, endS), held, s.lockedHz, sensor.ae,
+                                          flicker_sim::SimSensor::maxExposureFor(sensor));
+    o.residualFinal = r.held;
+    o.residualOther = r.other;
     if (!result.pairs.empty()) {
       o.residualNoise =
           kNoiseSigmas * bandNoise(physicsOf(scenario, result.pairs.back(), s.lockedHz, startS));

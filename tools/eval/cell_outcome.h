@@ -9,9 +9,12 @@
 // (pairSight is not kHidden). Mixed light has no single right answer and
 // never counts: its state changes are counted instead, and whether the run
 // settled on the state that leaves the weaker residual banding (or banding
-// within what a pair can tell from the other state's). The final
-// exposure stands for each state's: whole periods of that state as near its
-// length as there are (a short exposure, below a period, stays as it is).
+// within what a pair can tell from the other state's), over the frames that
+// held the final state: each at its own exposure against the exposure the
+// control would have put the same brightness (exposure times gain) on in the
+// other state. That is whole periods of that state rounded down, not to the
+// nearest (25 ms at 60 Hz is 20 ms at 50 Hz, not 30 ms), and the brightness
+// of a panned scene moves the exposure through several multiples in seconds.
 //
 // evaluate() is a plain function of the cell (which carries its seed), the
 // run length and the tuning the process applied: the same arguments give the
@@ -25,6 +28,8 @@
 #include "eval_cell.h"
 #include "loop_records.h"
 #include "run_summary.h"
+#include "sim_auto_exposure.h"
+#include "sim_light.h"
 
 namespace flicker_eval {
 
@@ -33,6 +38,10 @@ namespace flicker_eval {
 constexpr double kMovingVisibility = 0.3;
 // A lamp whose ripple at the end is at most this deep is a weak (2 %) lamp.
 constexpr double kWeakRipple = 0.025;
+// Under mixed light the final state's hold is judged over at most this many
+// of the last simulated seconds: a pan moves the exposure through several
+// multiples of the periods in that time.
+constexpr double kSettleWindowS = 10.0;
 
 struct CellOutcome {
   EvalCell cell;
@@ -79,6 +88,22 @@ CellOutcome evaluate(const EvalCell& cell, double seconds);
 // called after each with the cells done and their number.
 std::vector<CellOutcome> evaluateAll(const std::vector<EvalCell>& cells, double seconds,
                                      const std::function<void(int done, int total)>& progress);
+
+// A frame's exposure and analog gain.
+struct HeldFrame {
+  double exposureS = 0;
+  double gain = 1;
+};
+// Mean residual banding of `light` over frames held in state `stateHz`
+// (50 or 60), at their exposures, and what the other state would have left
+// at the exposures its control would have used for the same brightness.
+struct HeldResiduals {
+  double held = 0;
+  double other = 0;
+};
+HeldResiduals heldResiduals(const flicker_sim::SimLightSegment& light,
+                            const std::vector<HeldFrame>& frames, int stateHz,
+                            const flicker_sim::SimAeParams& ae, double maxExposureS);
 
 // The grid's reading of a finished run (exposed for tests).
 CellOutcome assess(const EvalCell& cell, const flicker_sim::SimScenario& scenario,
